@@ -1,0 +1,20 @@
+/*
+ * kestro_lite: the foundation library of the media engine. One include for
+ * the whole C interface.
+ */
+#ifndef KESTRO_LITE_H
+#define KESTRO_LITE_H
+
+#include "zos_type.h"
+#include "zos_sys.h"
+#include "zos_cfg.h"
+#include "zos_mem.h"
+#include "zos_lock.h"
+#include "zos_fmt.h"
+#include "zos_time.h"
+#include "zos_print.h"
+#include "zos_log.h"
+#include "zos_dlist.h"
+#include "zpand.h"
+
+#endif /* KESTRO_LITE_H */

@@ -1,0 +1,43 @@
+/*
+ * Intrusive lists. A record kept in a doubly linked list begins with its
+ * links (next, prev); one kept in a singly linked list begins with next.
+ * The lists never allocate or free nodes.
+ */
+#ifndef ZOS_DLIST_H
+#define ZOS_DLIST_H
+
+#include "zos_type.h"
+
+ZOS_BEGIN_DECLS
+
+#define ZOS_LIST_NO_LIMIT 0xFFFFFFFFu
+
+typedef struct tagZOS_DLIST_NODE {
+    struct tagZOS_DLIST_NODE *pstNext;
+    struct tagZOS_DLIST_NODE *pstPrev;
+} ST_ZOS_DLIST_NODE;
+
+/* Doubly linked list header, caller-owned. */
+typedef struct tagZOS_DLIST {
+    uint32_t uiMax;   /* capacity; ZOS_LIST_NO_LIMIT for none */
+    uint32_t uiCount; /* nodes linked */
+    ST_ZOS_DLIST_NODE *pstHead;
+    ST_ZOS_DLIST_NODE *pstTail;
+    ZMUTEX zMutex;
+} ST_ZOS_DLIST;
+
+typedef struct tagZOS_SLIST_NODE {
+    struct tagZOS_SLIST_NODE *pstNext;
+} ST_ZOS_SLIST_NODE;
+
+/* Singly linked list header, caller-owned, no mutex. */
+typedef struct tagZOS_SLIST {
+    uint32_t uiMax;
+    uint32_t uiCount;
+    ST_ZOS_SLIST_NODE *pstHead;
+    ST_ZOS_SLIST_NODE *pstTail;
+} ST_ZOS_SLIST;
+
+ZOS_END_DECLS
+
+#endif /* ZOS_DLIST_H */

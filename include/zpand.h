@@ -1,0 +1,166 @@
+/*
+ * Platform adaptation: the functions that fill the platform table.
+ *
+ * The portable layer never calls these directly; it reaches them through
+ * the slots of the platform table (Zos_OsdepFind). They are exported so a
+ * host can inspect or reuse them, and so tests can wrap a slot and hand the
+ * call on to the original.
+ */
+#ifndef ZPAND_H
+#define ZPAND_H
+
+#include "zos_type.h"
+
+ZOS_BEGIN_DECLS
+
+/* Number of slots of the record that Zpand_OsdepAttach fills. */
+#define ZPAND_OSDEP_SLOTS 72
+
+/* Seconds and nanoseconds since the epoch. */
+typedef struct tagZOS_EPOCH_TIME {
+    int64_t llSec;
+    uint32_t uiNsec;
+} ST_ZOS_EPOCH_TIME;
+
+/* The platform's broken-down time (the fields of the C library's tm). */
+typedef struct tagZOS_TM {
+    int32_t iSec;
+    int32_t iMin;
+    int32_t iHour;
+    int32_t iMday;
+    int32_t iMon;  /* 0..11 */
+    int32_t iYear; /* years since 1900 */
+    int32_t iWday; /* 0 = Sunday */
+    int32_t iYday;
+    int32_t iIsdst;
+} ST_ZOS_TM;
+
+/* What Zpand_FileStat reports about a path. */
+typedef struct tagZOS_FILE_STAT {
+    uint64_t ullSize;
+    int64_t llMtime;
+    uint8_t ucIsDir;
+    uint8_t aucSpare[7];
+} ST_ZOS_FILE_STAT;
+
+/* Seek origins of Zpand_FileSeek. */
+#define ZPAND_SEEK_SET 0u
+#define ZPAND_SEEK_CUR 1u
+#define ZPAND_SEEK_END 2u
+
+/* Entry function of a spawned thread. */
+typedef void (*PFN_ZPAND_TASK_ENTRY)(uintptr_t zArg);
+
+/* Platform holder and table. */
+KESTRO_API uint32_t Zpand_OsenvAttach(uint32_t uiSize, void **ppMgr);
+KESTRO_API void Zpand_OsenvDetach(void);
+KESTRO_API void *Zpand_OsenvLocate(void);
+KESTRO_API void *Zpand_OsenvGetMgr(void);
+/* Fills a record of ZPAND_OSDEP_SLOTS slots; 1 for a null record. */
+KESTRO_API uint32_t Zpand_OsdepAttach(ZOS_OSDEP_FUNC *pfnTable);
+
+/* Memory (jemalloc) and console. */
+KESTRO_API void *Zpand_Malloc(uint32_t uiSize);
+KESTRO_API void *Zpand_Realloc(void *pMem, uint32_t uiSize);
+KESTRO_API void Zpand_Free(void *pMem);
+KESTRO_API uint32_t Zpand_Print(const char *pcText);
+KESTRO_API void Zpand_Trace(const char *pcModule, const char *pcFile, uint32_t uiLine);
+
+/* Clocks and calendar. */
+KESTRO_API uint32_t Zpand_TimeInit(void);
+KESTRO_API uint32_t Zpand_TimeDestroy(void);
+KESTRO_API uint32_t Zpand_GetEpochTime(ST_ZOS_EPOCH_TIME *pstTime);
+/* Monotonic milliseconds, wrapping at 32 bits. */
+KESTRO_API uint32_t Zpand_GetHiresTime(void);
+/* Real-time clock in nanoseconds. */
+KESTRO_API uint64_t Zpand_GetHrTime(void);
+KESTRO_API int64_t Zpand_Time(int64_t *pllTime);
+KESTRO_API uint32_t Zpand_LocalTime(const int64_t *pllTime, ST_ZOS_TM *pstTm);
+/* -1 when the time cannot be represented. */
+KESTRO_API int64_t Zpand_MkTime(ST_ZOS_TM *pstTm);
+/* Seconds west of Greenwich of the current local time. */
+KESTRO_API int32_t Zpand_TimeZone(void);
+
+/* Files: handles are opaque words. Results are ZOK/ZFAILED unless stated. */
+KESTRO_API uint32_t Zpand_FileOpen(const char *pcPath, const char *pcMode, uintptr_t *pzFile);
+KESTRO_API uint32_t Zpand_FileClose(uintptr_t zFile);
+KESTRO_API uint32_t Zpand_FileRemove(const char *pcPath);
+/* Removes a file or an empty directory. */
+KESTRO_API uint32_t Zpand_FileRemoveX(const char *pcPath);
+KESTRO_API uint32_t Zpand_FileRename(const char *pcFrom, const char *pcTo);
+/* 1 at end of file, else 0. */
+KESTRO_API uint32_t Zpand_FileEof(uintptr_t zFile);
+KESTRO_API uint32_t Zpand_FileRead(uintptr_t zFile, void *pBuf, uint32_t uiSize, uint32_t *puiRead);
+KESTRO_API uint32_t Zpand_FileWrite(uintptr_t zFile, const void *pBuf, uint32_t uiSize,
+                                    uint32_t *puiWritten);
+/* Flushes the stream and asks the system to put the data on disk. */
+KESTRO_API uint32_t Zpand_FileFlush(uintptr_t zFile);
+/* Reads one line with its line end, NUL-terminated; ZFAILED at end of file. */
+KESTRO_API uint32_t Zpand_FileGets(uintptr_t zFile, char *pcBuf, uint32_t uiSize);
+KESTRO_API uint32_t Zpand_FileSeek(uintptr_t zFile, int64_t llOffset, uint32_t uiWhence);
+KESTRO_API uint32_t Zpand_FileTell(uintptr_t zFile, int64_t *pllPos);
+KESTRO_API uint32_t Zpand_FileSize(const char *pcPath, uint64_t *pullSize);
+KESTRO_API uint32_t Zpand_FileStat(const char *pcPath, ST_ZOS_FILE_STAT *pstStat);
+KESTRO_API uint32_t Zpand_DirOpen(const char *pcPath, uintptr_t *pzDir);
+KESTRO_API uint32_t Zpand_DirClose(uintptr_t zDir);
+/* Next entry name ("." and ".." skipped); ZFAILED when there is none. */
+KESTRO_API uint32_t Zpand_DirRead(uintptr_t zDir, char *pcName, uint32_t uiSize);
+KESTRO_API uint32_t Zpand_DirMake(const char *pcPath);
+KESTRO_API uint32_t Zpand_DirRemove(const char *pcPath);
+
+/* Recursive mutexes, reader-writer locks, counting semaphores. */
+KESTRO_API uint32_t Zpand_MutexCreate(ZMUTEX *pzMutex);
+KESTRO_API uint32_t Zpand_MutexDelete(ZMUTEX *pzMutex);
+KESTRO_API uint32_t Zpand_MutexLock(ZMUTEX *pzMutex);
+KESTRO_API uint32_t Zpand_MutexUnlock(ZMUTEX *pzMutex);
+KESTRO_API uint32_t Zpand_SharexCreate(ZSHAREX *pzSharex);
+KESTRO_API uint32_t Zpand_SharexDelete(ZSHAREX *pzSharex);
+KESTRO_API uint32_t Zpand_SharexLock(ZSHAREX *pzSharex);
+KESTRO_API uint32_t Zpand_SharexUnlock(ZSHAREX *pzSharex);
+KESTRO_API uint32_t Zpand_SharexLockEx(ZSHAREX *pzSharex);
+KESTRO_API uint32_t Zpand_SharexUnlockEx(ZSHAREX *pzSharex);
+KESTRO_API uint32_t Zpand_SemCreate(ZSEM *pzSem, uint32_t uiCount);
+KESTRO_API uint32_t Zpand_SemCreateOne(ZSEM *pzSem);
+KESTRO_API uint32_t Zpand_SemDelete(ZSEM *pzSem);
+/* Timeout in ms: 0xFFFFFFFF forever, 0 only tries; ZFAILED on time-out. */
+KESTRO_API uint32_t Zpand_SemWait(ZSEM *pzSem, uint32_t uiTimeout);
+KESTRO_API uint32_t Zpand_SemPost(ZSEM *pzSem);
+
+/* Byte order and descriptor sets. */
+KESTRO_API uint32_t Zpand_InetNtohl(uint32_t uiVal);
+KESTRO_API uint32_t Zpand_InetHtonl(uint32_t uiVal);
+KESTRO_API uint16_t Zpand_InetNtohs(uint16_t wVal);
+KESTRO_API uint16_t Zpand_InetHtons(uint16_t wVal);
+KESTRO_API uint32_t Zpand_InetFdCreate(uintptr_t *pzSet);
+KESTRO_API uint32_t Zpand_InetFdDelete(uintptr_t zSet);
+KESTRO_API uint32_t Zpand_InetFdCopy(uintptr_t zDst, uintptr_t zSrc);
+KESTRO_API uint32_t Zpand_InetFdZero(uintptr_t zSet);
+KESTRO_API uint32_t Zpand_InetFdSet(int32_t iFd, uintptr_t zSet);
+/* 1 when the descriptor is in the set. */
+KESTRO_API uint32_t Zpand_InetFdIsset(int32_t iFd, uintptr_t zSet);
+KESTRO_API uint32_t Zpand_InetFdClr(int32_t iFd, uintptr_t zSet);
+
+/* Threads. Priorities are the layer's levels (1 highest, 4 middle, 8
+ * low). The thread is detached; both outputs receive its identity. */
+KESTRO_API uint32_t Zpand_TaskSpawn(const char *pcName, uint32_t uiPriority, uint32_t uiStackSize,
+                                    PFN_ZPAND_TASK_ENTRY pfnEntry, uintptr_t zArg,
+                                    uintptr_t *pzThread, uintptr_t *pzHandle);
+/* With the forced flag clear it does nothing; a thread cannot be killed
+ * from outside on this platform, so a forced delete fails. */
+KESTRO_API uint32_t Zpand_TaskDelete(uintptr_t zHandle, uint32_t uiForced);
+/* Sleeps ms, but 15 ms less for 16 ms or more (scheduling allowance). */
+KESTRO_API uint32_t Zpand_TaskDelay(uint32_t uiMs);
+/* Thread-exit hook: releases what the platform attached to the thread. */
+KESTRO_API void Zpand_TaskExit(uintptr_t zHandle, uintptr_t zWord);
+/* 1 when the caller is that thread. */
+KESTRO_API uint32_t Zpand_TaskIsCurrent(uintptr_t zThread);
+/* 1 when the caller is the host's main thread (the one that attached the
+ * environment on a host without a looper). */
+KESTRO_API uint32_t Zpand_TaskIsMainThread(void);
+/* The scheduling priority a layer level maps to, given the policy's
+ * minimum and maximum (exported for tests). */
+KESTRO_API int32_t Zpand_TaskMapPriority(uint32_t uiPriority, int32_t iMin, int32_t iMax);
+
+ZOS_END_DECLS
+
+#endif /* ZPAND_H */

@@ -1,0 +1,86 @@
+// The environment record of component 0: every subsystem's init counter
+// and manager state. Found through the platform holder, never a global.
+#pragma once
+
+#include "zos_cfg.h"
+#include "zos_dlist.h"
+#include "zos_sys.h"
+
+// Log manager; starts with its init counter.
+struct ZosLogMgr {
+    uint8_t ucInit;
+    uint8_t ucTimerArmed;
+    uint8_t ucAlertArmed;
+    uint8_t ucSpare;
+    ZMUTEX zMutex;
+    ST_ZOS_DLIST stLogList;
+    ZLOGID zZosLogId;
+    uint32_t uiTaskId;
+    uint32_t uiTimerId;
+};
+
+// Module, timer and OS-timer managers; each starts with its init flag.
+// The runtime subsystems extend these records.
+struct ZosModMgr {
+    uint8_t ucInit;
+};
+struct ZosTmrMgr {
+    uint8_t ucInit;
+};
+struct ZosOsTmrMgr {
+    uint8_t ucInit;
+};
+
+struct ZosEnv {
+    uint8_t ucSysInit;
+    uint8_t ucDbufInit;
+    uint8_t ucDumpInit;
+    uint8_t ucReserved1;
+    uint8_t ucMemInit;
+    uint8_t ucPMemInit;
+    uint8_t ucReserved2;
+    uint8_t ucPrintInit;
+    uint8_t ucPrintOpen;
+    uint8_t ucTraceInit;
+    uint8_t ucHttpInit;
+    ZMUTEX zDbufMutex;
+    ZMUTEX zDumpMutex;
+    ZMUTEX zTraceMutex;
+    uint64_t ullStartHrTime;
+    ZMUTEX zPrintMutex;
+    ZPOOL zDbufPool;
+    ZPOOL zMemPool;
+    ZPOOL zPMemPool;
+    ZPOOL zPrintPool;
+    ZosLogMgr stLogMgr;
+    ZosModMgr stModMgr;
+    ZosTmrMgr stTmrMgr;
+    ZosOsTmrMgr stOsTmrMgr;
+    ST_ZOS_DLIST stDumpList;
+    ST_ZOS_DLIST stTraceList;
+    ZOS_TRACE_EVNT pfnTraceEvnt;
+    ZMUTEX zHttpMutex;
+    void *pHttpMap;
+    // Recently freed system strings, released only when pushed out, so a
+    // second free or length query of one of them reads live memory.
+    void *apSysStrFreed[32];
+    uint32_t uiSysStrFreedPos;
+};
+
+namespace zos {
+
+// The record, created with the platform holder on first use.
+inline ZosEnv *Env() {
+    return static_cast<ZosEnv *>(Zos_EnvLocate());
+}
+
+// The record only if it already exists.
+inline ZosEnv *EnvIfAny() {
+    void *p = nullptr;
+    return Zos_SysEnvLocate(ZOS_COMP_ZOS, &p) == ZOK ? static_cast<ZosEnv *>(p) : nullptr;
+}
+
+// Releases the system strings still held back after their free.
+void MemReleaseFreedStrings(ZosEnv *env);
+
+}  // namespace zos

@@ -1,0 +1,214 @@
+// Memory entry points and system strings.
+#include <atomic>
+#include <cstring>
+
+#include "zos_cfg_rec.h"
+#include "zos_env.h"
+#include "zos_fmt.h"
+#include "zos_mem.h"
+#include "zos_osdep.h"
+#include "zos_print.h"
+#include "zos_util.h"
+
+namespace {
+
+constexpr uint32_t kSysStrMagic = 0x0123DEEAu;
+constexpr uint32_t kSysStrHeader = 8;  // magic, length
+
+struct SysStrHeader {
+    uint32_t magic;
+    uint32_t len;
+};
+
+// Platform heap sizes are rounded up to a multiple of 4; 0 for a size the
+// heap does not serve.
+uint32_t HeapSize(uint32_t size) {
+    const uint64_t rounded = (static_cast<uint64_t>(size) + 3u) & ~3ull;
+    return rounded == 0 || rounded >= 0x7FFFFFFFu ? 0 : static_cast<uint32_t>(rounded);
+}
+
+SysStrHeader *HeaderOf(const char *text) {
+    return reinterpret_cast<SysStrHeader *>(const_cast<char *>(text) - kSysStrHeader);
+}
+
+}  // namespace
+
+extern "C" {
+
+KESTRO_API uint32_t Zos_MemInit(void) {
+    ZosEnv *env = zos::Env();
+    ST_ZOS_CFG *cfg = Zos_CfgLocate();
+    if (env == nullptr || cfg == nullptr) return ZFAILED;
+    if (env->ucMemInit != 0) return ZOK;
+    // The pool back end is not part of this build: only heap mode starts.
+    if (cfg->UseOsMalloc == 0) return ZFAILED;
+    env->ucMemInit = 1;
+    return ZOK;
+}
+
+}  // extern "C"
+
+void zos::MemReleaseFreedStrings(ZosEnv *env) {
+    if (env == nullptr) return;
+    for (void *&slot : env->apSysStrFreed) {
+        Zos_Free(std::atomic_ref<void *>(slot).exchange(nullptr));
+    }
+}
+
+extern "C" {
+
+KESTRO_API void Zos_MemDestroy(void) {
+    ZosEnv *env = zos::EnvIfAny();
+    if (env == nullptr) return;
+    zos::MemReleaseFreedStrings(env);
+    if (env->ucMemInit == 0) return;
+    env->ucMemInit = 0;
+}
+
+KESTRO_API void *Zos_HeapAlloc(uint32_t uiSize) {
+    const uint32_t size = HeapSize(uiSize);
+    auto alloc = zos::Osdep<zos::kSlotMalloc>();
+    return size != 0 && alloc != nullptr ? alloc(size) : nullptr;
+}
+
+KESTRO_API void *Zos_HeapRealloc(void *pMem, uint32_t uiSize) {
+    const uint32_t size = HeapSize(uiSize);
+    auto realloc = zos::Osdep<zos::kSlotRealloc>();
+    return size != 0 && realloc != nullptr ? realloc(pMem, size) : nullptr;
+}
+
+KESTRO_API void Zos_HeapFree(void *pMem) {
+    if (pMem == nullptr) return;
+    auto free = zos::Osdep<zos::kSlotFree>();
+    if (free != nullptr) free(pMem);
+}
+
+KESTRO_API void *Zos_Malloc(uint32_t uiSize) {
+    if (uiSize == 0 || uiSize > 0x7FFFFFFEu || zos::Env() == nullptr) return nullptr;
+    return Zos_HeapAlloc(uiSize);
+}
+
+KESTRO_API void *Zos_MallocClrd(int32_t iSize) {
+    if (iSize < 1 || iSize == 0x7FFFFFFF) return nullptr;
+    void *p = Zos_Malloc(static_cast<uint32_t>(iSize));
+    if (p != nullptr) std::memset(p, 0, static_cast<size_t>(iSize));
+    return p;
+}
+
+KESTRO_API void *Zos_Calloc(uint32_t uiCount, uint32_t uiSize) {
+    const uint64_t total = static_cast<uint64_t>(uiCount) * uiSize;
+    if (total == 0 || total >= 0x7FFFFFFFu) return nullptr;
+    void *p = Zos_Malloc(static_cast<uint32_t>(total));
+    if (p != nullptr) std::memset(p, 0, static_cast<size_t>(total));
+    return p;
+}
+
+KESTRO_API void *Zos_Realloc(void *pMem, uint32_t uiSize) {
+    if (zos::Env() == nullptr) return nullptr;
+    return Zos_HeapRealloc(pMem, uiSize);
+}
+
+KESTRO_API void Zos_Free(void *pMem) {
+    if (pMem == nullptr || zos::Env() == nullptr) return;
+    Zos_HeapFree(pMem);
+}
+
+KESTRO_API uint32_t Zos_MemChkMem(void * /*pMem*/) {
+    // The platform heap keeps no block headers of the layer's to check.
+    return zos::Env() != nullptr ? ZOK : ZFAILED;
+}
+
+KESTRO_API uint32_t Zos_MemChkPool(void) {
+    ZosEnv *env = zos::Env();
+    if (env == nullptr) return ZFAILED;
+    Zos_Printf("pstEnv->zMemPoolId=%x \r\n",
+               static_cast<uint32_t>(reinterpret_cast<uintptr_t>(env->zMemPool)));
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_MemDbgShow(void) {
+    ZosEnv *env = zos::Env();
+    if (env == nullptr || env->zMemPool == nullptr) return ZFAILED;
+    return ZFAILED;
+}
+
+// ---------------------------------------------------------------------
+// System strings
+
+KESTRO_API char *Zos_SysStrAllocN(uint32_t uiLen) {
+    if (uiLen == 0 || uiLen > 0x7FFFFFF5u) return nullptr;
+    auto *h = static_cast<SysStrHeader *>(Zos_Malloc(uiLen + kSysStrHeader + 1));
+    if (h == nullptr) return nullptr;
+    h->magic = kSysStrMagic;
+    h->len = uiLen;
+    char *text = reinterpret_cast<char *>(h) + kSysStrHeader;
+    text[uiLen] = '\0';
+    return text;
+}
+
+KESTRO_API char *Zos_SysStrNAlloc(const char *pcData, uint32_t uiLen) {
+    if (pcData == nullptr || uiLen == 0) return nullptr;
+    char *text = Zos_SysStrAllocN(uiLen);
+    if (text != nullptr) std::memcpy(text, pcData, uiLen);
+    return text;
+}
+
+KESTRO_API char *Zos_SysStrAlloc(const char *pcText) {
+    if (pcText == nullptr || pcText[0] == '\0') return nullptr;
+    const size_t len = std::strlen(pcText);
+    if (len > 0x7FFFFFF5u) return nullptr;
+    return Zos_SysStrNAlloc(pcText, static_cast<uint32_t>(len));
+}
+
+KESTRO_API char *Zos_SysStrXAlloc(const ST_ZOS_SSTR *pstStr) {
+    if (pstStr == nullptr) return nullptr;
+    return Zos_SysStrNAlloc(pstStr->pcStr, pstStr->uiLen);
+}
+
+KESTRO_API char *Zos_SysStrFAlloc(const char *pcFormat, ...) {
+    va_list ap;
+    va_start(ap, pcFormat);
+    const uint32_t len = Zos_Kvprintf(pcFormat, Zos_SPrintfNull, 0, 10, ap);
+    va_end(ap);
+    char *text = Zos_SysStrAllocN(len);
+    if (text == nullptr) {
+        ZOS_LOG_ERR("SysStrFAlloc alloc mem.");
+        return nullptr;
+    }
+    va_start(ap, pcFormat);
+    Zos_VSPrintf(text, pcFormat, ap);
+    va_end(ap);
+    return text;
+}
+
+KESTRO_API void Zos_SysStrFree(char *pcText) {
+    if (pcText == nullptr) return;
+    SysStrHeader *h = HeaderOf(pcText);
+    if (h->magic != kSysStrMagic) {
+        ZOS_LOG_ERR("SysStrFree invalid magic.");
+        return;
+    }
+    // A freed string is held back in a small ring and released only when a
+    // later free pushes it out: a repeated free or length query of a string
+    // freed shortly before then reads live memory whose magic is cleared,
+    // and is refused with its log line instead of touching freed memory.
+    h->magic = 0;
+    ZosEnv *env = zos::Env();
+    if (env == nullptr) return;
+    constexpr uint32_t kSlots = sizeof(env->apSysStrFreed) / sizeof(env->apSysStrFreed[0]);
+    const uint32_t pos = std::atomic_ref<uint32_t>(env->uiSysStrFreedPos).fetch_add(1) % kSlots;
+    void *old = std::atomic_ref<void *>(env->apSysStrFreed[pos]).exchange(h);
+    Zos_Free(old);
+}
+
+KESTRO_API uint32_t Zos_SysStrLen(const char *pcText) {
+    if (pcText == nullptr) return 0;
+    const SysStrHeader *h = HeaderOf(pcText);
+    if (h->magic != kSysStrMagic) {
+        ZOS_LOG_ERR("SysStrLen invalid magic id.");
+        return 0;
+    }
+    return h->len;
+}
+
+}  // extern "C"

@@ -1,0 +1,120 @@
+// Configuration store: defaults, fallbacks and the setters with rules.
+#include <string>
+
+#include "zos_test.h"
+
+namespace {
+
+// Each test starts without a holder so the record is made with defaults.
+class Cfg : public ::testing::Test {
+  protected:
+    void SetUp() override { Zos_OsenvDetach(); }
+    void TearDown() override { Zos_OsenvDetach(); }
+};
+
+}  // namespace
+
+TEST_F(Cfg, GettersBeforeStartCreateTheRecordWithDefaults) {
+    ASSERT_EQ(Zos_OsenvLocate(), nullptr);
+    EXPECT_EQ(Zos_CfgGetLogLevel(), 0xBu);
+    EXPECT_NE(Zos_OsenvLocate(), nullptr);
+#define CHECK_DEFAULT(name, type, def, fb) EXPECT_EQ(Zos_CfgGet##name(), (type)(def)) << #name;
+    ZOS_CFG_FLAGS(CHECK_DEFAULT)
+    ZOS_CFG_VALUES_A(CHECK_DEFAULT)
+    ZOS_CFG_VALUES_B(CHECK_DEFAULT)
+    ZOS_CFG_RULED_A(CHECK_DEFAULT)
+    ZOS_CFG_VALUES_C(CHECK_DEFAULT)
+    ZOS_CFG_RULED_B(CHECK_DEFAULT)
+    ZOS_CFG_VALUES_D(CHECK_DEFAULT)
+#undef CHECK_DEFAULT
+    EXPECT_STREQ(Zos_CfgGetLogDir(), "");
+    EXPECT_STREQ(Zos_CfgGetLogFile(), "zos.log");
+    EXPECT_EQ(Zos_CfgGetOsTimerDrvMode(), 0u);
+
+    const ST_ZOS_POOL_CFG *mem = Zos_CfgGetMemPool();
+    EXPECT_STREQ(mem->pcName, "zos memory");
+    EXPECT_EQ(mem->pstBktInfo, m_astZosCfgMemBktInfoGrp);
+    EXPECT_EQ(mem->ucBktCnt, 13);
+    EXPECT_EQ(mem->pfnAlloc, nullptr);
+    EXPECT_EQ(Zos_CfgGetDbufPool()->ucBktCnt, 12);
+    EXPECT_EQ(Zos_CfgGetDbufPool()->pstBktInfo[0].uiInitCnt, 10u);
+    const ST_ZOS_POOL_CFG *pmem = Zos_CfgGetPMemPool();
+    EXPECT_STREQ(pmem->pcName, "zos power memory");
+    EXPECT_EQ(pmem->pfnAlloc, Zos_Malloc);
+    EXPECT_EQ(pmem->ucLocked + pmem->ucShrink + pmem->ucLogErr, 3);
+    EXPECT_EQ(m_astZosCfgMemBktInfoGrp[8].uiSize, 5120u);
+    EXPECT_EQ(m_astZosPrintBktInfoGrp[6].uiSize, 8192u);
+}
+
+TEST_F(Cfg, SettersStoreAndStartUpBeginsFromDefaultsAgain) {
+    EXPECT_EQ(Zos_CfgSetOsSemSupt(7), ZOK);
+    EXPECT_EQ(Zos_CfgGetOsSemSupt(), 1);  // any non-zero is 1
+    EXPECT_EQ(Zos_CfgSetOsSemSupt(0), ZOK);
+    EXPECT_EQ(Zos_CfgGetOsSemSupt(), 0);
+    EXPECT_EQ(Zos_CfgSetTimerTaskPriority(-3), ZOK);
+    EXPECT_EQ(Zos_CfgGetTimerTaskPriority(), -3);
+    int ctx = 0;
+    EXPECT_EQ(Zos_CfgSetAppCtx(&ctx), ZOK);
+    EXPECT_EQ(Zos_CfgGetAppCtx(), &ctx);
+
+    ST_ZOS_POOL_CFG pool = *Zos_CfgGetMemPool();
+    pool.ucShrink = 0;
+    EXPECT_EQ(Zos_CfgSetMemPool(&pool), ZOK);
+    EXPECT_EQ(Zos_CfgGetMemPool()->ucShrink, 0);
+    EXPECT_EQ(Zos_CfgSetMemPool(nullptr), ZFAILED);
+
+    // Values set before start-up are the ones start-up sees; shut-down
+    // releases the record and the next one has the defaults.
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    EXPECT_EQ(Zos_CfgGetTimerTaskPriority(), -3);
+    Zos_SysDestroy();
+    EXPECT_EQ(Zos_CfgGetTimerTaskPriority(), 4);
+    EXPECT_EQ(Zos_CfgGetOsSemSupt(), 1);
+}
+
+TEST_F(Cfg, RuledSetters) {
+    EXPECT_EQ(Zos_CfgSetLogFileCount(1), ZFAILED);
+    EXPECT_EQ(Zos_CfgGetLogFileCount(), 10u);
+    EXPECT_EQ(Zos_CfgSetLogFileCount(2), ZOK);
+    EXPECT_EQ(Zos_CfgGetLogFileCount(), 2u);
+
+    EXPECT_EQ(Zos_CfgSetLogTaskCycleTimeLen(0), ZOK);
+    EXPECT_EQ(Zos_CfgGetLogTaskCycleTimeLen(), 60000u);
+    EXPECT_EQ(Zos_CfgSetLogTaskAlertTimeLen(0), ZOK);
+    EXPECT_EQ(Zos_CfgGetLogTaskAlertTimeLen(), 500u);
+    EXPECT_EQ(Zos_CfgSetLogTaskAlertTimeLen(20), ZOK);
+    EXPECT_EQ(Zos_CfgGetLogTaskAlertTimeLen(), 20u);
+
+    EXPECT_EQ(Zos_CfgSetLogLevel(0x1FF), ZOK);
+    EXPECT_EQ(Zos_CfgGetLogLevel(), 0x1FFu);
+}
+
+TEST_F(Cfg, LogDirectoryRebuildsTheLogFile) {
+    EXPECT_EQ(Zos_CfgSetLogDir("/data/logs"), ZOK);
+    EXPECT_STREQ(Zos_CfgGetLogFile(), "/data/logs/zos.log");
+    EXPECT_STREQ(Zos_CfgGetLogDir(), "/data/logs");
+    EXPECT_EQ(Zos_CfgSetLogDir("/data/logs/"), ZOK);
+    EXPECT_STREQ(Zos_CfgGetLogFile(), "/data/logs/zos.log");
+    EXPECT_EQ(Zos_CfgSetLogDir(""), ZOK);
+    EXPECT_STREQ(Zos_CfgGetLogFile(), "zos.log");
+
+    // An empty base name becomes "zos.log".
+    EXPECT_EQ(Zos_CfgSetLogFile("/tmp/"), ZOK);
+    EXPECT_EQ(Zos_CfgSetLogDir("/x"), ZOK);
+    EXPECT_STREQ(Zos_CfgGetLogFile(), "/x/zos.log");
+
+    // Too long together: refused, both texts unchanged.
+    EXPECT_EQ(Zos_CfgSetLogFile("/a/b/app.log"), ZOK);
+    const std::string tooLong(510 - 7 + 1, 'd');  // + "app.log" = 511
+    EXPECT_EQ(Zos_CfgSetLogDir(tooLong.c_str()), ZFAILED);
+    EXPECT_STREQ(Zos_CfgGetLogFile(), "/a/b/app.log");
+    EXPECT_STREQ(Zos_CfgGetLogDir(), "/x");
+    const std::string fits(510 - 7, 'd');
+    EXPECT_EQ(Zos_CfgSetLogDir(fits.c_str()), ZOK);
+    EXPECT_EQ(std::string(Zos_CfgGetLogFile()), fits + "/app.log");
+
+    // The file path is cut at 511 characters.
+    const std::string huge(700, 'f');
+    EXPECT_EQ(Zos_CfgSetLogFile(huge.c_str()), ZOK);
+    EXPECT_EQ(std::string(Zos_CfgGetLogFile()), huge.substr(0, 511));
+}

@@ -1,0 +1,84 @@
+// kestro: the command-line face of kestro_lite. Without arguments it starts
+// the layer (the start-up progress lines appear), shows the version and the
+// configuration in force, and stops the layer again.
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "kestro_cmd.h"
+#include "kestro_lite.h"
+
+namespace kestro {
+namespace {
+
+void ShowConfig() {
+    std::printf("configuration:\n");
+#define KESTRO_SHOW_FLAG(name, type, def, fb) \
+    std::printf("  %-20s %u\n", #name, static_cast<unsigned>(Zos_CfgGet##name()));
+#define KESTRO_SHOW_U32(name, type, def, fb) \
+    std::printf("  %-20s %lu\n", #name, static_cast<unsigned long>(Zos_CfgGet##name()));
+    ZOS_CFG_FLAGS(KESTRO_SHOW_FLAG)
+    std::printf("  %-20s %lu\n", "ImsbrdEnable",
+                static_cast<unsigned long>(Zos_CfgGetImsbrdEnable()));
+    std::printf("  %-20s %lu\n", "CPVoiceEnable",
+                static_cast<unsigned long>(Zos_CfgGetCPVoiceEnable()));
+    ZOS_CFG_VALUES_B(KESTRO_SHOW_U32)
+    ZOS_CFG_RULED_A(KESTRO_SHOW_U32)
+    ZOS_CFG_VALUES_C(KESTRO_SHOW_U32)
+    ZOS_CFG_RULED_B(KESTRO_SHOW_U32)
+    std::printf("  %-20s \"%s\"\n", "LogDir", Zos_CfgGetLogDir());
+    std::printf("  %-20s \"%s\"\n", "LogFile", Zos_CfgGetLogFile());
+    ZOS_CFG_VALUES_D(KESTRO_SHOW_U32)
+#undef KESTRO_SHOW_FLAG
+#undef KESTRO_SHOW_U32
+    const ST_ZOS_POOL_CFG *pools[] = {Zos_CfgGetMemPool(), Zos_CfgGetDbufPool(),
+                                      Zos_CfgGetPMemPool()};
+    for (const ST_ZOS_POOL_CFG *p : pools) {
+        std::printf("  pool %-15s rows %u, locked %u, shrink %u, log %u\n", p->pcName, p->ucBktCnt,
+                    p->ucLocked, p->ucShrink, p->ucLogErr);
+    }
+}
+
+}  // namespace
+
+int RunStatus(int /*argc*/, char ** /*argv*/) {
+    if (Zos_SysInit() != ZOK) {
+        std::fprintf(stderr, "kestro: the layer did not start\n");
+        return 1;
+    }
+    std::printf("kestro_lite version %s\n", Kestro_GetVersion());
+    ShowConfig();
+    Zos_SysDestroy();
+    return 0;
+}
+
+namespace {
+
+const Command kCommands[] = {
+    {"status", "start the layer, show version and configuration, stop it", RunStatus},
+};
+
+void Usage(FILE *out) {
+    std::fprintf(out, "usage: kestro [command [arguments]]\n\ncommands:\n");
+    for (const Command &c : kCommands) std::fprintf(out, "  %-10s %s\n", c.name, c.usage);
+    std::fprintf(out, "  %-10s %s\n", "help", "show this text");
+    std::fprintf(out, "\nWithout a command, kestro runs \"status\".\n");
+}
+
+}  // namespace
+}  // namespace kestro
+
+int main(int argc, char **argv) {
+    if (argc < 2) return kestro::RunStatus(argc, argv);
+    if (std::strcmp(argv[1], "help") == 0 || std::strcmp(argv[1], "--help") == 0 ||
+        std::strcmp(argv[1], "-h") == 0) {
+        kestro::Usage(stdout);
+        return 0;
+    }
+    for (const kestro::Command &c : kestro::kCommands) {
+        if (std::strcmp(argv[1], c.name) == 0) return c.run(argc - 1, argv + 1);
+    }
+    std::fprintf(stderr, "kestro: unknown command \"%s\"\n\n", argv[1]);
+    kestro::Usage(stderr);
+    return 2;
+}

@@ -1,0 +1,15 @@
+// Subcommands of the kestro program. Each returns the process exit code.
+#pragma once
+
+namespace kestro {
+
+struct Command {
+    const char *name;
+    const char *usage;                  // one line: arguments and what it does
+    int (*run)(int argc, char **argv);  // argv[0] is the subcommand name
+};
+
+// Starts the layer, shows the version and the configuration, stops it.
+int RunStatus(int argc, char **argv);
+
+}  // namespace kestro
