@@ -38,6 +38,17 @@ typedef struct tagZOS_SLIST {
     ST_ZOS_SLIST_NODE *pstTail;
 } ST_ZOS_SLIST;
 
+/* Doubly linked list. Create sets the capacity and makes the list's mutex;
+ * insert links node after `after` (null: at the head); dequeue unlinks the
+ * head; find by index walks from the head without a lock. */
+KESTRO_API uint32_t Zos_DlistCreate(ST_ZOS_DLIST *pstList, uint32_t uiMax);
+KESTRO_API void Zos_DlistDelete(ST_ZOS_DLIST *pstList);
+KESTRO_API uint32_t Zos_DlistInsert(ST_ZOS_DLIST *pstList, ST_ZOS_DLIST_NODE *pstAfter,
+                                    ST_ZOS_DLIST_NODE *pstNode);
+KESTRO_API ST_ZOS_DLIST_NODE *Zos_DlistDequeue(ST_ZOS_DLIST *pstList);
+KESTRO_API uint32_t Zos_DlistRemove(ST_ZOS_DLIST *pstList, ST_ZOS_DLIST_NODE *pstNode);
+KESTRO_API ST_ZOS_DLIST_NODE *Zos_DlistFindByIndex(ST_ZOS_DLIST *pstList, uint32_t uiIndex);
+
 ZOS_END_DECLS
 
 #endif /* ZOS_DLIST_H */
