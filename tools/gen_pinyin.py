@@ -156,21 +156,22 @@ def main():
     tone_off = emit_pool("kTonePool", tone_lists, out)
     out.append("}  // namespace")
     out.append("")
+    out.append("// Exported through their declarations in zucs.h.")
     out.append("extern \"C\" {")
     out.append("")
-    out.append("KESTRO_API const uint8_t m_acpinyin_count[ZUCS_PINYIN_ENTRIES] = {")
+    out.append("const uint8_t m_acpinyin_count[ZUCS_PINYIN_ENTRIES] = {")
     for i in range(0, ENTRIES, 32):
         out.append("    " + c_bytes(counts[i:i + 32]) + ",")
     out.append("};")
     out.append("")
     for name, pool, offs in (("ppinyin_index", "kIndexPool", index_off),
                              ("ppinyin_tones", "kTonePool", tone_off)):
-        out.append("KESTRO_API const uint8_t *const %s[ZUCS_PINYIN_ENTRIES] = {" % name)
+        out.append("const uint8_t *const %s[ZUCS_PINYIN_ENTRIES] = {" % name)
         for i in range(0, ENTRIES, 4):
             out.append("    " + " ".join("%s + %d," % (pool, o) for o in offs[i:i + 4]))
         out.append("};")
         out.append("")
-    out.append("KESTRO_API const char *const ppinyin_all_pinyin[ZUCS_PINYIN_READINGS] = {")
+    out.append("const char *const ppinyin_all_pinyin[ZUCS_PINYIN_READINGS] = {")
     for i in range(0, len(names), 8):
         out.append("    " + " ".join("\"%s\"," % n for n in names[i:i + 8]))
     out.append("};")

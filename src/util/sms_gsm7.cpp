@@ -142,7 +142,8 @@ uint32_t sms::HexToBytes(const char *hex, uint32_t digits, uint8_t *out) {
 extern "C" {
 
 // clang-format off
-KESTRO_API const int32_t lookup_ascii7to8[128] = {
+// Exported through their declarations in sms_pdu.h.
+const int32_t lookup_ascii7to8[128] = {
     '@',  0xA3, '$',  0xA5, 0xE8, 0xE9, 0xF9, 0xEC, 0xF2, 0xC7, '\n', 0xD8, 0xF8, '\r', 0xC5, 0xE5,
     '?',  '_',  '?',  '?',  '?',  '?',  '?',  '?',  '?',  '?',  '?',  27,   0xC6, 0xE6, 0xDF, 0xC9,
     ' ',  '!',  '"',  '#',  0xA4, '%',  '&',  '\'', '(',  ')',  '*',  '+',  ',',  '-',  '.',  '/',
@@ -157,7 +158,7 @@ KESTRO_API const int32_t lookup_ascii7to8[128] = {
 // escape then n.
 #define X 63
 #define E(n) (256 + (n))
-KESTRO_API const int32_t lookup_ascii8to7[256] = {
+const int32_t lookup_ascii8to7[256] = {
     /* 0x00 */ X,  X,  X,  X,  X,  X,  X,  X,  X,  X,  10, X,  E(10), 13, X,  X,
     /* 0x10 */ X,  X,  X,  X,  X,  X,  X,  X,  X,  X,  X,  X,  X,  X,  X,  X,
     /* 0x20 */ 32, 33, 34, 35, 2,  37, 38, 39, 40, 41, 42, 43, 44, 45, 46, 47,

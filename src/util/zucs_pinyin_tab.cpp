@@ -1474,9 +1474,10 @@ const uint8_t kTonePool[1362] = {
 
 }  // namespace
 
+// Exported through their declarations in zucs.h.
 extern "C" {
 
-KESTRO_API const uint8_t m_acpinyin_count[ZUCS_PINYIN_ENTRIES] = {
+const uint8_t m_acpinyin_count[ZUCS_PINYIN_ENTRIES] = {
     1, 2, 3, 1, 1, 1, 1, 2, 1, 1, 1, 1, 2, 3, 1, 1, 1, 1, 1, 1, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 3, 1,
     1, 1, 1, 1, 1, 1, 3, 1, 1, 1, 2, 1, 1, 1, 1, 1, 1, 2, 3, 2, 1, 1, 1, 1, 1, 1, 1, 1, 2, 1, 1, 2,
     1, 2, 2, 2, 1, 1, 1, 2, 4, 1, 1, 2, 1, 2, 1, 1, 2, 3, 1, 1, 1, 1, 1, 1, 2, 2, 1, 1, 2, 1, 1, 2,
@@ -2133,7 +2134,7 @@ KESTRO_API const uint8_t m_acpinyin_count[ZUCS_PINYIN_ENTRIES] = {
     1, 1, 1, 1, 1, 1, 0,
 };
 
-KESTRO_API const uint8_t *const ppinyin_index[ZUCS_PINYIN_ENTRIES] = {
+const uint8_t *const ppinyin_index[ZUCS_PINYIN_ENTRIES] = {
     kIndexPool + 0, kIndexPool + 3, kIndexPool + 8, kIndexPool + 15,
     kIndexPool + 18, kIndexPool + 21, kIndexPool + 24, kIndexPool + 27,
     kIndexPool + 32, kIndexPool + 35, kIndexPool + 18, kIndexPool + 21,
@@ -7362,7 +7363,7 @@ KESTRO_API const uint8_t *const ppinyin_index[ZUCS_PINYIN_ENTRIES] = {
     kIndexPool + 504, kIndexPool + 50, kIndexPool + 2001,
 };
 
-KESTRO_API const uint8_t *const ppinyin_tones[ZUCS_PINYIN_ENTRIES] = {
+const uint8_t *const ppinyin_tones[ZUCS_PINYIN_ENTRIES] = {
     kTonePool + 0, kTonePool + 2, kTonePool + 5, kTonePool + 0,
     kTonePool + 9, kTonePool + 9, kTonePool + 11, kTonePool + 13,
     kTonePool + 9, kTonePool + 0, kTonePool + 9, kTonePool + 9,
@@ -12591,7 +12592,7 @@ KESTRO_API const uint8_t *const ppinyin_tones[ZUCS_PINYIN_ENTRIES] = {
     kTonePool + 27, kTonePool + 9, kTonePool + 259,
 };
 
-KESTRO_API const char *const ppinyin_all_pinyin[ZUCS_PINYIN_READINGS] = {
+const char *const ppinyin_all_pinyin[ZUCS_PINYIN_READINGS] = {
     "None", "yi", "ding", "zheng", "kao", "qiao", "yu", "qi",
     "shang", "xia", "han", "wan", "mo", "zhang", "san", "ji",
     "bu", "fou", "fu", "mian", "gai", "chou", "zhuan", "qie",
