@@ -61,10 +61,11 @@ void PutText(Writer *w, const char *text, uint8_t dcs, const uint8_t *dcsForUcs2
     int32_t unrep = 0;
     const uint32_t septets = sms::ScanText(text, &unrep);
     if (unrep != 0) {
-        const uint32_t textLen = static_cast<uint32_t>(std::strlen(text));
         // Each input byte gives at most one unit, so twice the byte length
         // bounds the UCS-2 size.
-        if (_PDU_pduCheckLength(&w->buf, 2u * textLen) < 0 || 2u * textLen > PDU_BUF_SIZE) {
+        const size_t textLen = std::strlen(text);
+        if (textLen > PDU_BUF_SIZE / 2u ||
+            _PDU_pduCheckLength(&w->buf, 2u * static_cast<uint32_t>(textLen)) < 0) {
             w->ok = false;
             return;
         }
