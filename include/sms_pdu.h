@@ -94,7 +94,9 @@ KESTRO_API int32_t PDU_3gppDecodeSms(const void *rpdu, uint32_t length, char *tp
                                      int32_t *extra);
 /* Parses a hexadecimal SMS-DELIVER with a leading service centre field:
  * originator (PDU_ADDR_SIZE bytes), text and the service centre time stamp
- * (time may be null). Returns 0 or -1. */
+ * (time may be null): year 2000 + two digits, and iTzOffset = the zone's
+ * quarter hours x 900, positive whatever the zone's sign bit says; the
+ * weekday and milliseconds are left as they were. Returns 0 or -1. */
 KESTRO_API int32_t PDU_3gppGetSubmitPduMessageAndAddress(const char *hex, char *originator,
                                                          char *text, uint32_t text_size,
                                                          ST_ZOS_SYS_TIME *time);
