@@ -378,12 +378,13 @@ void Zos_BktDelete(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
     pool->pfnFree(blk);
 }
 
-// Shrink step after a free: the block's free count grows; a block that is
-// wholly free goes back unless that would take the bucket below its
-// initial node count.
+// Shrink step after a free: a block that is now wholly free goes back,
+// except the bucket's first block made with its initial count (it stays
+// at the head of the block list), so a bucket never shrinks below it.
 void Zos_BktFree(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
     if (blk->wFree != blk->wCount) return;
-    if (bkt->wTotal - blk->wCount < bkt->wInitCnt) return;
+    if (bkt->wTotal == bkt->wInitCnt) return;
+    if (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink) return;
     Zos_BktDelete(pool, bkt, blk);
 }
 
