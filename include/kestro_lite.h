@@ -15,6 +15,9 @@
 #include "zos_print.h"
 #include "zos_log.h"
 #include "zos_dlist.h"
+#include "zos_dbkt.h"
+#include "zos_queue.h"
+#include "zos_pqueue.h"
 #include "zpand.h"
 
 #endif /* KESTRO_LITE_H */
