@@ -263,7 +263,7 @@ TEST_F(ZosTest, PQueueServesLevelsInOrder) {
 
 TEST_F(ZosTest, PQueueRemoveRescanSkipsTheHighestLevel) {
     ZPQUEUE q = nullptr;
-    ASSERT_EQ(Zos_PQueueCreate(1, 0, 8, 8, 3, &q), ZOK);
+    ASSERT_EQ(Zos_PQueueCreate(0, 0, 8, 8, 3, &q), ZOK);  // unlocked: lists lock themselves
     ASSERT_EQ(Zos_PQueueAdd(q, 1, 0x100), ZOK);
     ASSERT_EQ(Zos_PQueueAdd(q, 3, 0x300), ZOK);
     EXPECT_EQ(Zos_PQueueFind(q, 1, 0x100), 1u);

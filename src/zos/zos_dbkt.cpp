@@ -8,7 +8,9 @@
 #include <cstddef>
 
 #include "zos_dbkt.h"
+#include "zos_dbkt_core.h"
 #include "zos_dlist.h"
+#include "zos_dlist_link.h"
 #include "zos_mem.h"
 #include "zos_util.h"
 
@@ -84,8 +86,9 @@ Block *BlockOfLink(Link *link) {
     return reinterpret_cast<Block *>(reinterpret_cast<char *>(link) - offsetof(Block, stLink));
 }
 
-// One more block of `count` nodes, all put on the free list.
-bool DblkCreate(Bucket *b, uint32_t count) {
+// One more block of `count` nodes, all put on the free list. `covered`:
+// a lock held by the caller serialises the bucket's lists.
+bool DblkCreate(Bucket *b, uint32_t count, bool covered) {
     const uint64_t bytes = sizeof(Block) + static_cast<uint64_t>(count) * b->uiStride;
     if (count == 0 || bytes > 0x7FFFFFFEu) return false;
     auto *blk = static_cast<Block *>(Zos_Malloc(static_cast<uint32_t>(bytes)));
@@ -105,24 +108,23 @@ bool DblkCreate(Bucket *b, uint32_t count) {
         auto *head = reinterpret_cast<NodeHead *>(at);
         head->uiTag = kFreeTag;
         head->uiOffset = static_cast<uint32_t>(at - reinterpret_cast<char *>(blk));
-        auto *link = reinterpret_cast<Link *>(at + sizeof(NodeHead));
-        Zos_DlistInsert(&b->stFree, b->stFree.pstTail, link);
+        zos::DlistAppend(&b->stFree, reinterpret_cast<Link *>(at + sizeof(NodeHead)), covered);
     }
     b->usTotal = static_cast<uint16_t>(b->usTotal + count);
     b->usFree = static_cast<uint16_t>(b->usFree + count);
     return true;
 }
 
-void *DblkGetNode(Bucket *b) {
+void *DblkGetNode(Bucket *b, bool covered) {
     if (b->stFree.pstHead == nullptr) {
         const uint32_t room = static_cast<uint32_t>(b->usMax) - b->usTotal;
         const uint32_t count = room < b->usGrow ? room : b->usGrow;
-        if (!DblkCreate(b, count)) {
+        if (!DblkCreate(b, count, covered)) {
             ZOS_LOG_ERR("DblkGetNode create new block.");
             return nullptr;
         }
     }
-    Link *link = Zos_DlistDequeue(&b->stFree);
+    Link *link = zos::DlistTakeHead(&b->stFree, covered);
     if (link == nullptr) return nullptr;
     NodeHead *head = HeadOf(link);
     if (head->uiTag != kFreeTag) {
@@ -141,6 +143,23 @@ void *DblkGetNode(Bucket *b) {
     const uint32_t used = static_cast<uint32_t>(b->usTotal) - b->usFree;
     if (used > b->uiPeak) b->uiPeak = used;
     return link;
+}
+
+uint32_t DblkPutNode(Bucket *b, void *pNode, bool covered) {
+    NodeHead *head = HeadOf(pNode);
+    if (head->uiTag != kUsedTag || (b->ucCheck && BlockOf(head)->uiMark != kBlockMark)) {
+        ZOS_LOG_ERR("DbktPutBkt invalid node.");
+        return ZFAILED;
+    }
+    head->uiTag = kFreeTag;
+    if (zos::DlistAppend(&b->stFree, static_cast<Link *>(pNode), covered) != ZOK) {
+        head->uiTag = kUsedTag;
+        return ZFAILED;
+    }
+    BlockOf(head)->uiFree++;
+    b->usFree++;
+    b->uiPuts++;
+    return ZOK;
 }
 
 void ReleaseAll(Bucket *b) {
@@ -199,7 +218,7 @@ KESTRO_API ZDBKT Zos_DbktCreate(uint32_t bLocked, uint32_t bCheck, uint32_t uiNo
         ReleaseAll(b);
         return nullptr;
     }
-    if (usInitCount != 0 && !DblkCreate(b, usInitCount)) {
+    if (usInitCount != 0 && !DblkCreate(b, usInitCount, false)) {
         ZOS_LOG_ERR("BktCreate create the first block.");
         ReleaseAll(b);
         return nullptr;
@@ -225,7 +244,7 @@ KESTRO_API void *Zos_DbktGetBkt(ZDBKT zBkt) {
         return nullptr;
     }
     zos::MutexGuard lock(&b->zMutex, b->ucLocked);
-    return DblkGetNode(b);
+    return DblkGetNode(b, b->ucLocked);
 }
 
 KESTRO_API uint32_t Zos_DbktPutBkt(ZDBKT zBkt, void *pNode) {
@@ -239,21 +258,7 @@ KESTRO_API uint32_t Zos_DbktPutBkt(ZDBKT zBkt, void *pNode) {
         return ZFAILED;
     }
     zos::MutexGuard lock(&b->zMutex, b->ucLocked);
-    NodeHead *head = HeadOf(pNode);
-    if (head->uiTag != kUsedTag || (b->ucCheck && BlockOf(head)->uiMark != kBlockMark)) {
-        ZOS_LOG_ERR("DbktPutBkt invalid node.");
-        return ZFAILED;
-    }
-    auto *link = static_cast<Link *>(pNode);
-    head->uiTag = kFreeTag;
-    if (Zos_DlistInsert(&b->stFree, b->stFree.pstTail, link) != ZOK) {
-        head->uiTag = kUsedTag;
-        return ZFAILED;
-    }
-    BlockOf(head)->uiFree++;
-    b->usFree++;
-    b->uiPuts++;
-    return ZOK;
+    return DblkPutNode(b, pNode, b->ucLocked);
 }
 
 KESTRO_API uint32_t Zos_DbktGetCount(ZDBKT zBkt, uint32_t *puiFree, uint32_t *puiUsed,
@@ -277,3 +282,27 @@ KESTRO_API uint32_t Zos_DbktGetCount(ZDBKT zBkt, uint32_t *puiFree, uint32_t *pu
 }
 
 }  // extern "C"
+
+namespace zos {
+
+void *DbktGet(ZDBKT zBkt, bool covered) {
+    if (!covered) return Zos_DbktGetBkt(zBkt);
+    Bucket *b = Valid(zBkt);
+    if (b == nullptr) {
+        ZOS_LOG_ERR("DbktGetBkt invalid id.");
+        return nullptr;
+    }
+    return DblkGetNode(b, true);
+}
+
+uint32_t DbktPut(ZDBKT zBkt, void *pNode, bool covered) {
+    if (!covered || pNode == nullptr) return Zos_DbktPutBkt(zBkt, pNode);
+    Bucket *b = Valid(zBkt);
+    if (b == nullptr) {
+        ZOS_LOG_ERR("DbktPutBkt invalid id.");
+        return ZFAILED;
+    }
+    return DblkPutNode(b, pNode, true);
+}
+
+}  // namespace zos

@@ -1,5 +1,6 @@
 // Intrusive doubly linked list with a capacity and its own mutex.
 #include "zos_dlist.h"
+#include "zos_dlist_link.h"
 #include "zos_sys.h"
 #include "zos_util.h"
 
@@ -54,13 +55,7 @@ KESTRO_API uint32_t Zos_DlistInsert(ST_ZOS_DLIST *pstList, Node *pstAfter, Node 
     {
         zos::MutexGuard lock(&pstList->zMutex);
         if (pstList->uiCount < pstList->uiMax) {
-            Node *&link = pstAfter != nullptr ? pstAfter->pstNext : pstList->pstHead;
-            pstNode->pstNext = link;
-            pstNode->pstPrev = pstAfter;
-            link = pstNode;
-            if (pstNode->pstNext != nullptr) pstNode->pstNext->pstPrev = pstNode;
-            if (pstList->pstTail == pstAfter) pstList->pstTail = pstNode;
-            pstList->uiCount++;
+            zos::DlistLink(pstList, pstAfter, pstNode);
             return ZOK;
         }
     }
@@ -73,15 +68,7 @@ KESTRO_API Node *Zos_DlistDequeue(ST_ZOS_DLIST *pstList) {
     Node *node = nullptr;
     {
         zos::MutexGuard lock(&pstList->zMutex);
-        node = pstList->pstHead;
-        if (node != nullptr) {
-            pstList->pstHead = node->pstNext;
-            if (pstList->pstHead != nullptr) pstList->pstHead->pstPrev = nullptr;
-            if (pstList->pstTail == node) pstList->pstTail = nullptr;
-            node->pstNext = nullptr;
-            node->pstPrev = nullptr;
-            pstList->uiCount--;
-        }
+        node = zos::DlistUnlinkHead(pstList);
     }
     if (node == nullptr) ZOS_LOG_WARN("DlistDequeue empty list.");
     return node;
@@ -102,13 +89,7 @@ KESTRO_API uint32_t Zos_DlistRemove(ST_ZOS_DLIST *pstList, Node *pstNode) {
             // Both links null and not the head: not linked anywhere. No
             // deeper membership test is made.
         } else {
-            if (pstNode->pstNext != nullptr) pstNode->pstNext->pstPrev = pstNode->pstPrev;
-            if (pstNode->pstPrev != nullptr) pstNode->pstPrev->pstNext = pstNode->pstNext;
-            if (pstList->pstHead == pstNode) pstList->pstHead = pstNode->pstNext;
-            if (pstList->pstTail == pstNode) pstList->pstTail = pstNode->pstPrev;
-            pstList->uiCount--;
-            pstNode->pstNext = nullptr;
-            pstNode->pstPrev = nullptr;
+            zos::DlistUnlink(pstList, pstNode);
             return ZOK;
         }
     }

@@ -1,9 +1,13 @@
 // Priority queue: one doubly linked list per level, nodes from a node
 // bucket, and the index of the most urgent non-empty level kept in `top` so
 // a poll scans levels only after a level empties. Lock order: queue mutex,
-// then a level list's, then the bucket's (created unlocked here).
+// then a level list's, then the bucket's (created unlocked here). A locked
+// queue's mutex already serialises every use of its lists and bucket, so it
+// does not take their mutexes as well.
 #include "zos_dbkt.h"
+#include "zos_dbkt_core.h"
 #include "zos_dlist.h"
+#include "zos_dlist_link.h"
 #include "zos_mem.h"
 #include "zos_pqueue.h"
 #include "zos_util.h"
@@ -161,21 +165,26 @@ KESTRO_API uint32_t Zos_PQueueAdd(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
         ZOS_LOG_ERR("PQueueAdd invalid element.");
         return ZFAILED;
     }
-    zos::MutexGuard lock(&q->zMutex, q->ucLocked);
-    auto *node = static_cast<PNode *>(Zos_DbktGetBkt(q->zBkt));
-    if (node == nullptr) {
-        ZOS_LOG_ERR("PQueueAdd no free elem.");
-        return ZFAILED;
+    const bool covered = q->ucLocked != 0;
+    bool wasEmpty = false;
+    {
+        zos::MutexGuard lock(&q->zMutex, covered);
+        auto *node = static_cast<PNode *>(zos::DbktGet(q->zBkt, covered));
+        if (node == nullptr) {
+            ZOS_LOG_ERR("PQueueAdd no free elem.");
+            return ZFAILED;
+        }
+        node->zItem = zItem;
+        if (zos::DlistAppend(&q->pstLevels[uiLevel], &node->stLink, covered) != ZOK) {
+            zos::DbktPut(q->zBkt, node, covered);
+            return ZFAILED;
+        }
+        if (uiLevel < q->uiTop) q->uiTop = uiLevel;
+        wasEmpty = q->uiItemCount++ == 0;
     }
-    node->zItem = zItem;
-    ST_ZOS_DLIST *level = &q->pstLevels[uiLevel];
-    if (Zos_DlistInsert(level, level->pstTail, &node->stLink) != ZOK) {
-        Zos_DbktPutBkt(q->zBkt, node);
-        return ZFAILED;
-    }
-    if (uiLevel < q->uiTop) q->uiTop = uiLevel;
-    // Only the empty-to-non-empty step wakes a poller.
-    if (q->uiItemCount++ == 0 && q->ucBlocking) Zos_SemPost(&q->zSem);
+    // Only the empty-to-non-empty step wakes a poller, after the unlock so
+    // the woken poller does not block on the mutex.
+    if (wasEmpty && q->ucBlocking) Zos_SemPost(&q->zSem);
     return ZOK;
 }
 
@@ -197,12 +206,13 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
         if (!bWait) return ZFAILED;
         if (q->ucBlocking) Zos_SemWait(&q->zSem, waitMs);
     }
+    const bool covered = q->ucLocked != 0;
     const uint32_t top = q->uiTop;
     ST_ZOS_DLIST *level = &q->pstLevels[top];
-    auto *node = reinterpret_cast<PNode *>(Zos_DlistDequeue(level));
+    auto *node = reinterpret_cast<PNode *>(zos::DlistTakeHead(level, covered));
     if (puiLevel != nullptr) *puiLevel = top;
     if (pzItem != nullptr) *pzItem = node->zItem;
-    Zos_DbktPutBkt(q->zBkt, node);
+    zos::DbktPut(q->zBkt, node, covered);
     q->uiItemCount--;
     if (level->pstHead == nullptr) {
         // Scans up to the highest level inclusive (unlike Rmv's rescan).
@@ -222,12 +232,17 @@ KESTRO_API uint32_t Zos_PQueueRmv(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
         ZOS_LOG_ERR("PQueueRmv invalid element.");
         return ZFAILED;
     }
-    zos::MutexGuard lock(&q->zMutex, q->ucLocked);
+    const bool covered = q->ucLocked != 0;
+    zos::MutexGuard lock(&q->zMutex, covered);
     ST_ZOS_DLIST *level = &q->pstLevels[uiLevel];
     PNode *node = FindAt(level, zItem);
     if (node == nullptr) return ZFAILED;
-    Zos_DlistRemove(level, &node->stLink);
-    Zos_DbktPutBkt(q->zBkt, node);
+    if (covered) {
+        zos::DlistUnlink(level, &node->stLink);
+    } else {
+        Zos_DlistRemove(level, &node->stLink);
+    }
+    zos::DbktPut(q->zBkt, node, covered);
     q->uiItemCount--;
     if (level->pstHead == nullptr && q->uiTop == uiLevel) {
         // This rescan stops short of the highest level: items left only

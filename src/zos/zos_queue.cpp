@@ -1,8 +1,12 @@
 // First-in-first-out queue of pointer-sized values on a doubly linked list,
 // its nodes drawn from a node bucket. Lock order: queue mutex, then the
-// list's, then the bucket's (created unlocked here).
+// list's, then the bucket's (created unlocked here). A locked queue's mutex
+// already serialises every use of its list and bucket, so it does not take
+// their mutexes as well; an unlocked queue leaves them to guard the links.
 #include "zos_dbkt.h"
+#include "zos_dbkt_core.h"
 #include "zos_dlist.h"
+#include "zos_dlist_link.h"
 #include "zos_mem.h"
 #include "zos_queue.h"
 #include "zos_util.h"
@@ -130,17 +134,22 @@ KESTRO_API uint32_t Zos_QueueAdd(ZQUEUE zQueue, uintptr_t zValue) {
         ZOS_LOG_ERR("QueueAdd invalid id.");
         return ZFAILED;
     }
-    zos::MutexGuard lock(&q->zMutex, q->ucLocked);
-    auto *node = static_cast<QNode *>(Zos_DbktGetBkt(q->zBkt));
-    if (node == nullptr) return ZFAILED;  // the bucket has logged
-    node->zValue = zValue;
-    const bool wasEmpty = q->stItems.pstHead == nullptr;
-    if (Zos_DlistInsert(&q->stItems, q->stItems.pstTail, &node->stLink) != ZOK) {
-        Zos_DbktPutBkt(q->zBkt, node);
-        return ZFAILED;
+    const bool covered = q->ucLocked != 0;
+    bool wasEmpty = false;
+    {
+        zos::MutexGuard lock(&q->zMutex, covered);
+        auto *node = static_cast<QNode *>(zos::DbktGet(q->zBkt, covered));
+        if (node == nullptr) return ZFAILED;  // the bucket has logged
+        node->zValue = zValue;
+        wasEmpty = q->stItems.pstHead == nullptr;
+        if (zos::DlistAppend(&q->stItems, &node->stLink, covered) != ZOK) {
+            zos::DbktPut(q->zBkt, node, covered);
+            return ZFAILED;
+        }
     }
     // Only the empty-to-non-empty step wakes a poller; a woken poller
-    // re-checks under the mutex and sleeps again if another one won.
+    // re-checks under the mutex and sleeps again if another one won. The
+    // post follows the unlock so the woken poller does not block on it.
     if (wasEmpty && q->ucBlocking) Zos_SemPost(&q->zSem);
     return ZOK;
 }
@@ -153,9 +162,10 @@ KESTRO_API uint32_t Zos_QueuePoll(ZQUEUE zQueue, uint32_t bWait, uintptr_t *pzVa
         return ZFAILED;
     }
     if (!LockNonEmpty(q, bWait)) return ZFAILED;
-    auto *node = reinterpret_cast<QNode *>(Zos_DlistDequeue(&q->stItems));
+    const bool covered = q->ucLocked != 0;
+    auto *node = reinterpret_cast<QNode *>(zos::DlistTakeHead(&q->stItems, covered));
     if (pzValue != nullptr) *pzValue = node->zValue;
-    Zos_DbktPutBkt(q->zBkt, node);
+    zos::DbktPut(q->zBkt, node, covered);
     Unlock(q);
     return ZOK;
 }
