@@ -11,6 +11,7 @@
 #include "zos_mem.h"
 #include "zos_lock.h"
 #include "zos_fmt.h"
+#include "zos_str.h"
 #include "zos_time.h"
 #include "zos_print.h"
 #include "zos_log.h"
