@@ -71,7 +71,9 @@ TEST_F(ZosTest, BucketGrowsToItsMaximumAndChecksTags) {
         ASSERT_NE(n, nullptr) << i;
         std::memset(n, 0xA5, 24);  // the whole area is the caller's
         nodes.push_back(n);
-        if (i == 2) EXPECT_EQ(BktCounts(b).free, 3u);  // 2 + one block of 4
+        if (i == 2) {
+            EXPECT_EQ(BktCounts(b).free, 3u);  // 2 + one block of 4
+        }
     }
     EXPECT_EQ(Zos_DbktGetBkt(b), nullptr);  // 2 + 4 + 4: at the maximum
     for (int i = 0; i < 4; ++i) EXPECT_EQ(Zos_DbktPutBkt(b, nodes[i]), ZOK);
