@@ -15,12 +15,12 @@
 // Faults found while the pool's lock is held are collected and logged
 // after it is released, so nothing done under the lock can come back into
 // the same pool (the log may allocate through the memory entry points).
-#include <atomic>
 #include <cstddef>
 #include <cstring>
 
 #include "zos_dlist.h"
 #include "zos_fmt.h"
+#include "zos_lite_lock.h"
 #include "zos_mem.h"
 #include "zos_osdep.h"
 #include "zos_pool_int.h"
@@ -57,8 +57,6 @@ constexpr uint16_t kFlagLog = 0x4;
 constexpr uint32_t kAlign = sizeof(void *) > 4 ? static_cast<uint32_t>(sizeof(void *)) : 4u;
 
 using Link = ST_ZOS_DLIST_NODE;
-using SemWaitFn = zos::SlotType<zos::kSlotSemWait>::type;
-using SemPostFn = zos::SlotType<zos::kSlotSemPost>::type;
 
 // A block of nodes, as obtained from the backing allocator.
 struct ZosBlk {
@@ -118,7 +116,6 @@ struct ZosPool {
     uint8_t ucBktCnt;
     uint8_t ucAlign;
     uint16_t wFlags;
-    ZMUTEX zMutex;
     uint32_t uiMinSize;
     uint32_t uiMaxSize;
     const char *pcName;
@@ -126,12 +123,7 @@ struct ZosPool {
     PFN_ZOS_POOL_ALLOC pfnAlloc;
     PFN_ZOS_POOL_FREE pfnFree;
     uint32_t uiHeapSize;
-    // The mutex behind zMutex: a lock word (0 free, 1 held, 2 held with
-    // waiters) and the platform semaphore that waiters sleep on.
-    uint32_t uiLockWord;
-    ZSEM zLockSem;
-    SemWaitFn pfnSemWait;
-    SemPostFn pfnSemPost;
+    zos::LiteLock stLock;  // off for a pool made without the lock flag
     // Address index, sorted by start address, and the entry last found.
     AddrRef *pstRefs;
     uint32_t uiRefCnt;
@@ -249,84 +241,6 @@ __attribute__((noinline, cold)) void Report(const ZosPool *pool, uint32_t faults
             PoolLogErr(pool, kFaultTexts[i].text);
         }
     }
-}
-
-// ---------------------------------------------------------------------
-// The pool's mutex
-
-void CpuRelax() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__arm__) || defined(__aarch64__)
-    __asm__ __volatile__("yield");
-#endif
-}
-
-// An uncontended lock is one atomic exchange each way; a contended one
-// spins briefly, then sleeps on the semaphore. A waiter always leaves the
-// word at 2, so the holder's release wakes the next sleeper.
-__attribute__((noinline)) void LockSlow(ZosPool *pool) {
-    std::atomic_ref<uint32_t> word(pool->uiLockWord);
-    for (int i = 0; i < 64; ++i) {
-        CpuRelax();
-        uint32_t expected = 0;
-        if (word.load(std::memory_order_relaxed) == 0 &&
-            word.compare_exchange_weak(expected, 1, std::memory_order_acquire,
-                                       std::memory_order_relaxed)) {
-            return;
-        }
-    }
-    while (word.exchange(2, std::memory_order_acquire) != 0) {
-        pool->pfnSemWait(&pool->zLockSem, ZOS_WAIT_FOREVER);
-    }
-}
-
-class PoolLock {
-  public:
-    explicit PoolLock(ZosPool *pool) : pool_(pool->zMutex != 0 ? pool : nullptr) {
-        if (pool_ == nullptr) return;
-        uint32_t expected = 0;
-        if (!std::atomic_ref<uint32_t>(pool_->uiLockWord)
-                 .compare_exchange_strong(expected, 1, std::memory_order_acquire,
-                                          std::memory_order_relaxed)) {
-            LockSlow(pool_);
-        }
-    }
-    ~PoolLock() {
-        if (pool_ == nullptr) return;
-        if (std::atomic_ref<uint32_t>(pool_->uiLockWord).exchange(0, std::memory_order_release) ==
-            2) {
-            pool_->pfnSemPost(&pool_->zLockSem);
-        }
-    }
-    PoolLock(const PoolLock &) = delete;
-    PoolLock &operator=(const PoolLock &) = delete;
-
-  private:
-    ZosPool *pool_;
-};
-
-// Makes the mutex unless mutexes are switched off (then the pool runs
-// without a lock, as every mutex of the layer does). False on failure.
-bool MutexCreate(ZosPool *pool) {
-    if (Zos_CfgLocate() != nullptr && Zos_CfgGetOsMutexSupt() == 0) return true;
-    auto create = zos::Osdep<zos::kSlotSemCreate>();
-    pool->pfnSemWait = zos::Osdep<zos::kSlotSemWait>();
-    pool->pfnSemPost = zos::Osdep<zos::kSlotSemPost>();
-    if (create == nullptr || pool->pfnSemWait == nullptr || pool->pfnSemPost == nullptr ||
-        create(&pool->zLockSem, 0) != ZOK) {
-        return false;
-    }
-    pool->uiLockWord = 0;
-    pool->zMutex = reinterpret_cast<ZMUTEX>(&pool->uiLockWord);
-    return true;
-}
-
-void MutexDelete(ZosPool *pool) {
-    if (pool->zMutex == 0) return;
-    auto del = zos::Osdep<zos::kSlotSemDelete>();
-    if (del != nullptr) del(&pool->zLockSem);
-    pool->zMutex = 0;
 }
 
 // The pool's lists are covered by the pool lock, so they are linked in
@@ -625,7 +539,7 @@ void *Zos_PoolHeapAlloc(ZosPool *pool, uint32_t size) {
         Store32(mem, rounded | kLargeBit);
         Store32(mem + 4, kLargeMagic);
         Store32(mem + kNodeHead + rounded, kRedZone);
-        PoolLock lock(pool);
+        zos::LiteGuard lock(&pool->stLock);
         const uintptr_t start = reinterpret_cast<uintptr_t>(mem);
         indexed = RefAdd(pool, AddrRef{start, start + total, nullptr, kLargeRef});
         if (indexed) pool->uiHeapSize += total;
@@ -674,7 +588,7 @@ __attribute__((noinline)) void Zos_PoolHeapFree(ZosPool *pool, const Where &w, v
 // Takes a node of the first bucket that fits and has (or can grow) a free
 // node; null when none can.
 uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults) {
-    PoolLock lock(pool);
+    zos::LiteGuard lock(&pool->stLock);
     for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
         ZosBkt *bkt = &pool->pstBkts[i];
         if (bkt->uiDataSize < size) continue;
@@ -707,7 +621,7 @@ uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults
 // Returns one node to its bucket; *release gets a large block to give
 // back after the lock.
 void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
-    PoolLock lock(pool);
+    zos::LiteGuard lock(&pool->stLock);
     const Where w = Locate(pool, mem);
     if (__builtin_expect(w.kind != Kind::kNode, 0)) {
         if (w.kind == Kind::kLarge) {
@@ -823,7 +737,7 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
         ListInit(&bkt->stFreeList, bkt->wIncCnt != 0 ? kNoLimit : bkt->wInitCnt);
     }
 
-    if (pstCfg->ucLocked != 0 && !MutexCreate(pool)) {
+    if (pstCfg->ucLocked != 0 && !zos::LiteLockCreate(&pool->stLock)) {
         Zos_OsdepTrace("PoolCreate create mutex.", "src/zos/zos_pool", 663);
         release(pool->pstBkts);
         release(pool);
@@ -863,7 +777,7 @@ KESTRO_API void Zos_PoolDelete(ZPOOL zPool) {
         }
     }
     if (pool->pstRefs != nullptr) pool->pfnFree(pool->pstRefs);
-    MutexDelete(pool);
+    zos::LiteLockDelete(&pool->stLock);
     PFN_ZOS_POOL_FREE release = pool->pfnFree;
     release(pool->pstBkts);
     release(pool);
@@ -925,7 +839,7 @@ KESTRO_API uint32_t Zos_PoolGetSize(ZPOOL zPool, void *pMem, uint32_t *puiSize) 
     }
     uint32_t size = 0;
     {
-        PoolLock lock(pool);
+        zos::LiteGuard lock(&pool->stLock);
         const Where w = Locate(pool, pMem);
         if (w.kind == Kind::kLarge) {
             size = Load32(w.node) & ~kLargeBit;
@@ -951,7 +865,7 @@ KESTRO_API uint32_t Zos_PoolFillPoison(ZPOOL zPool, void *pMem) {
     }
     bool ok = false;
     {
-        PoolLock lock(pool);
+        zos::LiteGuard lock(&pool->stLock);
         const Where w = Locate(pool, pMem);
         if (w.kind == Kind::kLarge) {
             ok = true;
@@ -981,7 +895,7 @@ KESTRO_API uint32_t Zos_PoolIsValid(ZPOOL zPool, void *pMem) {
     }
     Kind kind = Kind::kForeign;
     {
-        PoolLock lock(pool);
+        zos::LiteGuard lock(&pool->stLock);
         kind = Locate(pool, pMem).kind;
     }
     if (kind == Kind::kForeign) {
@@ -1001,7 +915,7 @@ KESTRO_API uint32_t Zos_PoolChkMem(ZPOOL zPool, void *pMem) {
     enum { kSound, kBadId, kBadRedZone } result = kSound;
     bool countError = false;
     {
-        PoolLock lock(pool);
+        zos::LiteGuard lock(&pool->stLock);
         const Where w = Locate(pool, pMem);
         if (w.kind == Kind::kForeign) {
             result = kBadId;
@@ -1033,7 +947,7 @@ KESTRO_API uint32_t Zos_PoolChkBkt(ZPOOL zPool, uint32_t uiBktIdx) {
     uint32_t faults = 0;
     bool sound = false;
     {
-        PoolLock lock(pool);
+        zos::LiteGuard lock(&pool->stLock);
         sound = CheckBucket(pool, uiBktIdx, &faults);
     }
     Report(pool, faults);
@@ -1050,7 +964,7 @@ KESTRO_API uint32_t Zos_PoolChkPool(ZPOOL zPool) {
     uint32_t faults = 0;
     bool sound = true;
     {
-        PoolLock lock(pool);
+        zos::LiteGuard lock(&pool->stLock);
         for (uint32_t i = 0; i < pool->ucBktCnt; ++i)
             sound = CheckBucket(pool, i, &faults) && sound;
     }
@@ -1073,7 +987,7 @@ KESTRO_API uint32_t Zos_PoolGetBktStat(ZPOOL zPool, uint32_t uiBktIdx,
                                        ST_ZOS_POOL_BKT_STAT *pstStat) {
     ZosPool *pool = PoolOf(zPool);
     if (!ValidPool(pool) || uiBktIdx >= pool->ucBktCnt || pstStat == nullptr) return ZFAILED;
-    PoolLock lock(pool);
+    zos::LiteGuard lock(&pool->stLock);
     const ZosBkt *bkt = &pool->pstBkts[uiBktIdx];
     pstStat->uiSize = bkt->uiDataSize;
     pstStat->uiTotal = bkt->wTotal;
@@ -1088,7 +1002,7 @@ KESTRO_API uint32_t Zos_PoolGetBktStat(ZPOOL zPool, uint32_t uiBktIdx,
 KESTRO_API uint32_t Zos_PoolGetHeapSize(ZPOOL zPool) {
     ZosPool *pool = PoolOf(zPool);
     if (!ValidPool(pool)) return 0;
-    PoolLock lock(pool);
+    zos::LiteGuard lock(&pool->stLock);
     return pool->uiHeapSize;
 }
 
@@ -1102,7 +1016,7 @@ uint32_t zos::PoolPrintStats(ZPOOL zPool) {
     uint32_t count = 0;
     uint32_t heap = 0;
     {
-        PoolLock lock(pool);
+        zos::LiteGuard lock(&pool->stLock);
         count = pool->ucBktCnt;
         heap = pool->uiHeapSize;
         for (uint32_t i = 0; i < count; ++i) {
