@@ -111,3 +111,87 @@ TEST_F(ZosTest, WaitingPollersWakeWhenAnItemArrives) {
     EXPECT_EQ(Zos_QueueGetBusyCount(spin), 1u);  // peek left it queued
     EXPECT_EQ(Zos_QueueDelete(q) + Zos_QueueDelete(spin) + Zos_PQueueDelete(pq), ZOK);
 }
+
+namespace {
+
+constexpr uintptr_t kRelayRounds = 20000;
+constexpr uintptr_t kRescue = ~static_cast<uintptr_t>(1);
+
+// Two queues in a ring: A adds to queue 1 then waits on queue 0, B waits on
+// queue 1 and hands the item back on queue 0. Every add thus meets a poller
+// on its way to sleep on an empty queue, the race in which a wake-up could
+// be lost. A lost one stalls the ring for good: the watchdog notices,
+// empties both queues and adds rescue items (each add then finds its queue
+// empty and posts) so the threads can be joined, and fails.
+void Relay(const std::function<bool(int, uintptr_t)> &add,
+           const std::function<bool(int, uint32_t, uintptr_t *)> &poll) {
+    std::atomic<uintptr_t> turns{0};
+    std::atomic<int> done{0};
+    std::atomic<bool> wrong{false};
+    std::thread a([&] {
+        for (uintptr_t i = 1; i <= kRelayRounds; ++i) {
+            uintptr_t v = 0;
+            add(1, i);
+            while (!poll(0, 1, &v)) {
+            }
+            if (v == kRescue) break;
+            if (v != i) wrong = true;
+            ++turns;
+        }
+        ++done;
+    });
+    std::thread b([&] {
+        for (uintptr_t i = 1; i <= kRelayRounds; ++i) {
+            uintptr_t v = 0;
+            while (!poll(1, 1, &v)) {
+            }
+            if (v == kRescue) break;
+            add(0, v);
+        }
+        ++done;
+    });
+    bool stalled = false;
+    uintptr_t seen = 0;
+    for (auto last = std::chrono::steady_clock::now(); done < 2; Nap()) {
+        const auto now = std::chrono::steady_clock::now();
+        if (turns != seen) {
+            seen = turns;
+            last = now;
+        } else if (now - last > std::chrono::seconds(5)) {
+            stalled = true;
+            for (int i = 0; i < 2; ++i) {
+                for (uintptr_t v = 0; poll(i, 0, &v);) {
+                }
+                add(i, kRescue);
+            }
+            last = now;
+        }
+    }
+    a.join();
+    b.join();
+    EXPECT_FALSE(stalled) << "a waiting poller was not woken after " << seen << " turns";
+    EXPECT_FALSE(wrong);
+    EXPECT_EQ(turns, kRelayRounds);
+}
+
+}  // namespace
+
+TEST_F(ZosTest, NoWakeUpIsLostWhenAnAddMeetsAPollerGoingToSleep) {
+    ZQUEUE q[2] = {};
+    ZPQUEUE pq[2] = {};
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(Zos_QueueCreate(1, 1, 4, 8, &q[i]) + Zos_PQueueCreate(1, 1, 4, 8, 7, &pq[i]),
+                  ZOK);
+    }
+    Relay([&](int i, uintptr_t v) { return Zos_QueueAdd(q[i], v) == ZOK; },
+          [&](int i, uint32_t wait, uintptr_t *v) { return Zos_QueuePoll(q[i], wait, v) == ZOK; });
+    // Levels vary with the item; the poller accepts every level.
+    Relay([&](int i, uintptr_t v) { return Zos_PQueueAdd(pq[i], v % 8, v) == ZOK; },
+          [&](int i, uint32_t wait, uintptr_t *v) {
+              return Zos_PQueuePoll(pq[i], wait, nullptr, v) == ZOK;
+          });
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(Zos_QueueGetBusyCount(q[i]) + Zos_PQueueGetBusyCount(pq[i]), 0u);
+        EXPECT_EQ(Zos_QueueDelete(q[i]) + Zos_PQueueDelete(pq[i]), ZOK);
+    }
+}

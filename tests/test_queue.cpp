@@ -13,7 +13,8 @@ namespace {
 std::atomic<int> g_mallocsLeft{-1};  // < 0: no failure injected
 std::atomic<int> g_posts{0};
 std::atomic<int> g_waits{0};
-std::atomic<uint32_t> g_lastWait{0};
+std::atomic<int> g_timedWaits{0};  // a queue lock's own waits are untimed
+std::atomic<uint32_t> g_timedMs{0};
 
 void *FailingMalloc(uint32_t size) {
     if (g_mallocsLeft >= 0 && g_mallocsLeft-- == 0) return nullptr;
@@ -24,11 +25,17 @@ uint32_t CountingPost(ZSEM *sem) {
     return Zpand_SemPost(sem);
 }
 uint32_t RecordingWait(ZSEM *sem, uint32_t ms) {
-    g_lastWait = ms;
     ++g_waits;
+    if (ms != ZOS_WAIT_FOREVER) {
+        g_timedMs = ms;
+        ++g_timedWaits;
+    }
     return Zpand_SemWait(sem, ms);
 }
 uint32_t FailSem(ZSEM *) {
+    return ZFAILED;
+}
+uint32_t FailSemCreate(ZSEM *, uint32_t) {
     return ZFAILED;
 }
 
@@ -43,6 +50,14 @@ void AwaitWaits(int n) {
 
 uint32_t IsOdd(uintptr_t item, uintptr_t) {
     return item & 1;
+}
+
+// Uses the queue it is asked about from inside the search, which holds
+// the queue's lock: the lock lets its holder take it again.
+uint32_t ReentersQueue(uintptr_t item, uintptr_t queue) {
+    auto q = reinterpret_cast<ZPQUEUE>(queue);
+    return Zos_PQueueFind(q, 1, item) && Zos_PQueueGetBusyCount(q) == 2 &&
+           Zos_PQueueAdd(q, 3, item + 1) == ZOK;
 }
 
 }  // namespace
@@ -79,6 +94,14 @@ TEST_F(ZosTest, BucketGrowsToItsMaximumAndChecksTags) {
         for (int i = 0; i < 3; ++i) EXPECT_NE(Zos_DbktGetBkt(fixed), nullptr);
         EXPECT_EQ(Zos_DbktGetBkt(fixed), nullptr);
         EXPECT_EQ(Zos_DbktDelete(fixed), ZOK);
+    }
+    // A node put back joins the tail of the free list, locked bucket or not.
+    for (uint32_t locked : {0u, 1u}) {
+        ZDBKT two = Zos_DbktCreate(locked, 1, 8, 2, 2, 0);
+        void *x = Zos_DbktGetBkt(two), *y = Zos_DbktGetBkt(two);
+        EXPECT_EQ(Zos_DbktPutBkt(two, x) + Zos_DbktPutBkt(two, y), ZOK);
+        EXPECT_EQ(Zos_DbktGetBkt(two), x);
+        EXPECT_EQ(Zos_DbktDelete(two), ZOK);
     }
     uint64_t fake[8] = {};
     c[0] = 7;
@@ -133,16 +156,18 @@ TEST_F(ZosTest, QueueOrderLimitsAndCounters) {
     EXPECT_EQ(Zos_QueueAdd(q, 3), ZFAILED);
     EXPECT_EQ(Zos_QueueDelete(q), ZOK);
 
-    // Blocking: the semaphore is posted only when the queue stops being empty.
+    // Blocking: with no poller asleep nothing is posted. (A queue takes the
+    // semaphore slots when it is made.)
+    Hook(45, RecordingWait);
     Hook(46, CountingPost);
-    g_posts = 0;
+    g_posts = g_waits = 0;
     ASSERT_EQ(Zos_QueueCreate(1, 1, 2, 10, &q), ZOK);  // grows by 8 to 10
     uintptr_t v = 99;
     EXPECT_TRUE(Zos_QueuePoll(q, 0, &v) == ZFAILED && v == 0);  // empty, no wait
     EXPECT_EQ(Zos_QueueAdd(q, 0), ZFAILED);                     // 0 cannot be queued
     for (uintptr_t i = 1; i <= 10; ++i) ASSERT_EQ(Zos_QueueAdd(q, i * 16), ZOK);
     EXPECT_EQ(Zos_QueueAdd(q, 11 * 16), ZFAILED);  // bucket at its maximum
-    EXPECT_TRUE(Zos_QueueGetBusyCount(q) == 10 && g_posts == 1);
+    EXPECT_TRUE(Zos_QueueGetBusyCount(q) == 10 && g_posts == 0);
     EXPECT_TRUE(Zos_QueuePeek(q, 0, &v) == ZOK && v == 16);
     for (uintptr_t i = 1; i <= 10; ++i) {
         ASSERT_EQ(Zos_QueuePoll(q, 1, &v), ZOK);
@@ -151,7 +176,17 @@ TEST_F(ZosTest, QueueOrderLimitsAndCounters) {
     uint32_t c[5];
     ASSERT_EQ(Zos_QueueGetCount(q, &c[0], &c[1], &c[2], &c[3], &c[4]), ZOK);
     EXPECT_EQ(std::vector<uint32_t>(c, c + 5), (std::vector<uint32_t>{10, 0, 10, 10, 10}));
-    EXPECT_TRUE(Zos_QueueAdd(q, 1) == ZOK && g_posts == 2);
+    // A poller asleep: the add that ends the emptiness posts once; with the
+    // poller gone the next one does not. (The main thread stays idle while
+    // the poller runs, so the queue's lock posts nothing of its own.)
+    std::thread poller([q] {
+        uintptr_t got = 0;
+        EXPECT_TRUE(Zos_QueuePoll(q, 1, &got) == ZOK && got == 0x30);
+    });
+    AwaitWaits(1);
+    EXPECT_EQ(Zos_QueueAdd(q, 0x30), ZOK);
+    poller.join();
+    EXPECT_TRUE(g_posts == 1 && Zos_QueueAdd(q, 0x40) == ZOK && g_posts == 1);
     EXPECT_EQ(Zos_QueueDelete(q), ZOK);
 
     uint64_t fake[16] = {};
@@ -256,23 +291,22 @@ TEST_F(ZosTest, PQueueFindIfReportsTheLastVisitedLevel) {
 
 TEST_F(ZosTest, PQueueWaitsPerAcceptedLevel) {
     Hook(45, RecordingWait);
-    g_waits = 0;
+    g_waits = g_timedWaits = 0;
     ZPQUEUE q = nullptr;
     ASSERT_EQ(Zos_PQueueCreate(1, 1, 8, 8, 3, &q), ZOK);
     ASSERT_EQ(Zos_PQueueAdd(q, 2, 0x200), ZOK);
     // Accepting 0..1 while only level 2 is queued: adding at level 1 does
-    // not post (the queue was not empty), so the poller sleeps on. Its first
-    // wait takes the post of the first add, the second one blocks.
+    // not post (the queue was not empty), so the poller sleeps on.
     std::atomic<uintptr_t> got{0};
     auto poll = [&](uint32_t level) {
         uintptr_t item = 0;
         if (Zos_PQueuePoll(q, 1, &level, &item) == ZOK) got = item;
     };
     std::thread poller(poll, 1);
-    AwaitWaits(2);
+    AwaitWaits(1);
     EXPECT_EQ(Zos_PQueueAdd(q, 1, 0x100), ZOK);
     std::this_thread::sleep_for(std::chrono::milliseconds(60));
-    EXPECT_TRUE(got == 0 && g_lastWait == ZOS_WAIT_FOREVER);
+    EXPECT_TRUE(got == 0 && g_timedWaits == 0);  // sleeps without limit
     // Emptying and refilling posts; now the poller wakes.
     uintptr_t item = 0;
     while (Zos_PQueuePoll(q, 0, nullptr, &item) == ZOK) {
@@ -289,6 +323,64 @@ TEST_F(ZosTest, PQueueWaitsPerAcceptedLevel) {
     AwaitWaits(before + 2);
     EXPECT_EQ(Zos_PQueueAdd(q, 0, 0x20), ZOK);
     urgent.join();
-    EXPECT_TRUE(got == 0x20 && g_lastWait == 100);
+    EXPECT_TRUE(got == 0x20 && g_timedWaits >= 1 && g_timedMs == 100);
+    EXPECT_EQ(Zos_PQueueDelete(q), ZOK);
+}
+
+TEST_F(ZosTest, QueueLockAndSemaphoreFollowTheirSwitches) {
+    // The lock sleeps its waiters on a semaphore of its own: when that
+    // cannot be made the locked queues fail as for their mutex.
+    Hook(42, FailSemCreate);
+    ZQUEUE q = &q;
+    ZPQUEUE pq = &pq;
+    EXPECT_EQ(Zos_QueueCreate(1, 0, 4, 8, &q) + Zos_PQueueCreate(1, 0, 4, 8, 3, &pq), 2 * ZFAILED);
+    EXPECT_TRUE(q == nullptr && pq == nullptr);
+    ASSERT_EQ(Zos_QueueCreate(0, 1, 4, 8, &q), ZOK);  // no lock wanted
+    EXPECT_EQ(Zos_QueueDelete(q), ZOK);
+
+    // Mutexes switched off: no lock is made and the queue still serves.
+    Zos_CfgSetOsMutexSupt(0);
+    ASSERT_EQ(Zos_PQueueCreate(1, 1, 4, 8, 3, &pq), ZOK);
+    uintptr_t item = 0;
+    EXPECT_EQ(Zos_PQueueAdd(pq, 2, 0x20) + Zos_PQueuePoll(pq, 1, nullptr, &item), ZOK);
+    EXPECT_EQ(item, 0x20u);
+    EXPECT_EQ(Zos_PQueueDelete(pq), ZOK);
+    Zos_CfgSetOsMutexSupt(1);
+    Hook(42, Zpand_SemCreate);
+
+    // Semaphores switched off when the queue is made: a poll waiting for
+    // level 0 looks again at once instead of sleeping its 100 ms turns on
+    // the semaphore, and an add still reaches it.
+    Hook(45, RecordingWait);
+    g_timedWaits = 0;
+    Zos_CfgSetOsSemSupt(0);
+    ASSERT_EQ(Zos_PQueueCreate(1, 1, 4, 8, 3, &pq), ZOK);
+    Zos_CfgSetOsSemSupt(1);
+    std::atomic<uintptr_t> got{0};
+    std::thread poller([&] {
+        uint32_t accept = 0;
+        uintptr_t v = 0;
+        if (Zos_PQueuePoll(pq, 1, &accept, &v) == ZOK) got = v;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(Zos_PQueueAdd(pq, 0, 0x30), ZOK);
+    poller.join();
+    EXPECT_TRUE(got == 0x30 && g_timedWaits == 0);
+    EXPECT_EQ(Zos_PQueueDelete(pq), ZOK);
+}
+
+TEST_F(ZosTest, PQueueSearchMayUseTheQueueItSearches) {
+    ZPQUEUE q = nullptr;
+    ASSERT_EQ(Zos_PQueueCreate(1, 0, 8, 8, 3, &q), ZOK);
+    ASSERT_EQ(Zos_PQueueAdd(q, 1, 0x10) + Zos_PQueueAdd(q, 2, 0x20), ZOK);
+    uint32_t level = 0;
+    uintptr_t item = 0;
+    // Matches at level 1 (adding 0x11 at level 3); level 2 holds no level-1
+    // item, so the result is 0 with the outs from level 1.
+    EXPECT_EQ(Zos_PQueueFindIf(q, ReentersQueue, reinterpret_cast<uintptr_t>(q), &level, &item),
+              0u);
+    EXPECT_TRUE(level == 1 && item == 0x10);
+    EXPECT_EQ(Zos_PQueueGetBusyCount(q), 3u);
+    EXPECT_EQ(Zos_PQueueFind(q, 3, 0x11), 1u);
     EXPECT_EQ(Zos_PQueueDelete(q), ZOK);
 }

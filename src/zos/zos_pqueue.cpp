@@ -1,15 +1,16 @@
 // Priority queue: one doubly linked list per level, nodes from a node
 // bucket, and the index of the most urgent non-empty level kept in `top` so
-// a poll scans levels only after a level empties. Lock order: queue mutex,
-// then a level list's, then the bucket's (created unlocked here). A locked
-// queue's mutex already serialises every use of its lists and bucket, so it
-// does not take their mutexes as well.
+// a poll scans levels only after a level empties. Lock order: queue lock,
+// then a level list's mutex, then the bucket's (created unlocked here). A
+// locked queue's lock already serialises every use of its lists and
+// bucket, so it does not take their mutexes as well.
 #include "zos_dbkt.h"
 #include "zos_dbkt_core.h"
 #include "zos_dlist.h"
 #include "zos_dlist_link.h"
 #include "zos_mem.h"
 #include "zos_pqueue.h"
+#include "zos_queue_gate.h"
 #include "zos_util.h"
 
 namespace {
@@ -29,17 +30,14 @@ struct PNode {
 // Allocated as one block: this header, then uiHighest + 1 level lists.
 struct PQueue {
     uint32_t uiMagic;
-    uint8_t ucLocked;
-    uint8_t ucBlocking;
-    uint32_t uiInitCount;
-    uint32_t uiMaxCount;
     uint32_t uiHighest;
     uint32_t uiTop;
     uint32_t uiItemCount;
-    ZMUTEX zMutex;
-    ZSEM zSem;
+    zos::QueueGate stGate;
     ZDBKT zBkt;
     ST_ZOS_DLIST *pstLevels;
+    uint32_t uiInitCount;
+    uint32_t uiMaxCount;
 };
 
 static_assert(sizeof(PQueue) % alignof(ST_ZOS_DLIST) == 0);
@@ -47,14 +45,6 @@ static_assert(sizeof(PQueue) % alignof(ST_ZOS_DLIST) == 0);
 PQueue *Valid(ZPQUEUE zQueue) {
     auto *q = static_cast<PQueue *>(zQueue);
     return q != nullptr && q->uiMagic == kPQueueMagic ? q : nullptr;
-}
-
-void Lock(PQueue *q) {
-    if (q->ucLocked) Zos_MutexLock(&q->zMutex);
-}
-
-void Unlock(PQueue *q) {
-    if (q->ucLocked) Zos_MutexUnlock(&q->zMutex);
 }
 
 // First node of a level holding the item, or null.
@@ -75,8 +65,7 @@ uint32_t FirstBusy(const PQueue *q, uint32_t from, uint32_t to) {
 }
 
 void Destroy(PQueue *q, uint32_t levelsMade) {
-    if (q->ucBlocking && q->zSem != 0) Zos_SemDelete(&q->zSem);
-    if (q->ucLocked && q->zMutex != 0) Zos_MutexDelete(&q->zMutex);
+    zos::GateDelete(&q->stGate);
     for (uint32_t i = 0; i < levelsMade; ++i) Zos_DlistDelete(&q->pstLevels[i]);
     if (q->zBkt != nullptr) Zos_DbktDelete(q->zBkt);
     q->uiMagic = 0;
@@ -123,16 +112,8 @@ KESTRO_API uint32_t Zos_PQueueCreate(uint32_t bLocked, uint32_t bBlocking, uint3
             return ZFAILED;
         }
     }
-    // Shares the queue's failure texts.
-    q->ucLocked = bLocked != 0;
-    if (q->ucLocked && Zos_MutexCreate(&q->zMutex) != ZOK) {
-        ZOS_LOG_ERR("QueueCreate create mutex.");
-        Destroy(q, levels);
-        return ZFAILED;
-    }
-    q->ucBlocking = bBlocking != 0;
-    if (q->ucBlocking && Zos_SemCreateOne(&q->zSem) != ZOK) {
-        ZOS_LOG_ERR("QueueCreate create semaphore.");
+    // Logs the queue's own failure texts: the two share them.
+    if (!zos::GateCreate(&q->stGate, bLocked != 0, bBlocking != 0)) {
         Destroy(q, levels);
         return ZFAILED;
     }
@@ -165,10 +146,10 @@ KESTRO_API uint32_t Zos_PQueueAdd(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
         ZOS_LOG_ERR("PQueueAdd invalid element.");
         return ZFAILED;
     }
-    const bool covered = q->ucLocked != 0;
-    bool wasEmpty = false;
+    const bool covered = q->stGate.ucLocked != 0;
+    bool post = false;
     {
-        zos::MutexGuard lock(&q->zMutex, covered);
+        zos::LiteGuard lock(&q->stGate.stLock);
         auto *node = static_cast<PNode *>(zos::DbktGet(q->zBkt, covered));
         if (node == nullptr) {
             ZOS_LOG_ERR("PQueueAdd no free elem.");
@@ -180,11 +161,10 @@ KESTRO_API uint32_t Zos_PQueueAdd(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
             return ZFAILED;
         }
         if (uiLevel < q->uiTop) q->uiTop = uiLevel;
-        wasEmpty = q->uiItemCount++ == 0;
+        // Only the empty-to-non-empty step wakes a poller.
+        post = q->uiItemCount++ == 0 && zos::GateMustPost(&q->stGate);
     }
-    // Only the empty-to-non-empty step wakes a poller, after the unlock so
-    // the woken poller does not block on the mutex.
-    if (wasEmpty && q->ucBlocking) Zos_SemPost(&q->zSem);
+    if (post) zos::GatePost(&q->stGate);
     return ZOK;
 }
 
@@ -199,14 +179,11 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
         return ZFAILED;
     }
     const uint32_t waitMs = !bWait ? 0 : accept == 0 ? kLevel0Wait : ZOS_WAIT_FOREVER;
-    for (;;) {
-        Lock(q);
-        if (q->uiItemCount > 0 && q->uiTop <= accept) break;
-        Unlock(q);
-        if (!bWait) return ZFAILED;
-        if (q->ucBlocking) Zos_SemWait(&q->zSem, waitMs);
+    zos::GateLock(&q->stGate);
+    while (q->uiItemCount == 0 || q->uiTop > accept) {
+        if (!zos::GateAwait(&q->stGate, bWait, waitMs)) return ZFAILED;
     }
-    const bool covered = q->ucLocked != 0;
+    const bool covered = q->stGate.ucLocked != 0;
     const uint32_t top = q->uiTop;
     ST_ZOS_DLIST *level = &q->pstLevels[top];
     auto *node = reinterpret_cast<PNode *>(zos::DlistTakeHead(level, covered));
@@ -220,7 +197,7 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
         // Scans up to the highest level inclusive (unlike Rmv's rescan).
         q->uiTop = q->uiItemCount == 0 ? kNoLevel : FirstBusy(q, top, q->uiHighest + 1);
     }
-    Unlock(q);
+    zos::GateUnlock(&q->stGate);
     return ZOK;
 }
 
@@ -234,8 +211,8 @@ KESTRO_API uint32_t Zos_PQueueRmv(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
         ZOS_LOG_ERR("PQueueRmv invalid element.");
         return ZFAILED;
     }
-    const bool covered = q->ucLocked != 0;
-    zos::MutexGuard lock(&q->zMutex, covered);
+    const bool covered = q->stGate.ucLocked != 0;
+    zos::LiteGuard lock(&q->stGate.stLock);
     ST_ZOS_DLIST *level = &q->pstLevels[uiLevel];
     PNode *node = FindAt(level, zItem);
     if (node == nullptr) return ZFAILED;
@@ -265,7 +242,7 @@ KESTRO_API uint32_t Zos_PQueueFind(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t z
         ZOS_LOG_ERR("PQueueFind invalid element.");
         return 0;
     }
-    zos::MutexGuard lock(&q->zMutex, q->ucLocked);
+    zos::LiteGuard lock(&q->stGate.stLock);
     return FindAt(&q->pstLevels[uiLevel], zItem) != nullptr ? 1 : 0;
 }
 
@@ -277,7 +254,7 @@ KESTRO_API uint32_t Zos_PQueueFindIf(ZPQUEUE zQueue, PFN_ZOS_PQUEUE_MATCH pfnMat
         return 0;
     }
     if (pfnMatch == nullptr) return 0;
-    zos::MutexGuard lock(&q->zMutex, q->ucLocked);
+    zos::LiteGuard lock(&q->stGate.stLock);
     // Levels 0 .. highest - 1; each level's first match overwrites the outs
     // and the result tells only whether the last visited level matched.
     uint32_t found = 0;
@@ -302,7 +279,7 @@ KESTRO_API uint32_t Zos_PQueueGetBusyCount(ZPQUEUE zQueue) {
         ZOS_LOG_ERR("PQueueGetBusyCount invalid id.");
         return 0;
     }
-    zos::MutexGuard lock(&q->zMutex, q->ucLocked);
+    zos::LiteGuard lock(&q->stGate.stLock);
     return q->uiItemCount;
 }
 
@@ -318,7 +295,7 @@ KESTRO_API uint32_t Zos_PQueueGetCount(ZPQUEUE zQueue, uint32_t *puiFree, uint32
         ZOS_LOG_ERR("PQueueGetCount invalid id.");
         return ZFAILED;
     }
-    zos::MutexGuard lock(&q->zMutex, q->ucLocked);
+    zos::LiteGuard lock(&q->stGate.stLock);
     return Zos_DbktGetCount(q->zBkt, puiFree, puiUsed, puiGets, puiPuts, puiPeak);
 }
 

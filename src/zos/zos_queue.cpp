@@ -1,14 +1,16 @@
 // First-in-first-out queue of pointer-sized values on a doubly linked list,
-// its nodes drawn from a node bucket. Lock order: queue mutex, then the
-// list's, then the bucket's (created unlocked here). A locked queue's mutex
-// already serialises every use of its list and bucket, so it does not take
-// their mutexes as well; an unlocked queue leaves them to guard the links.
+// its nodes drawn from a node bucket. Lock order: queue lock, then the
+// list's mutex, then the bucket's (created unlocked here). A locked queue's
+// lock already serialises every use of its list and bucket, so it does not
+// take their mutexes as well; an unlocked queue leaves them to guard the
+// links.
 #include "zos_dbkt.h"
 #include "zos_dbkt_core.h"
 #include "zos_dlist.h"
 #include "zos_dlist_link.h"
 #include "zos_mem.h"
 #include "zos_queue.h"
+#include "zos_queue_gate.h"
 #include "zos_util.h"
 
 namespace {
@@ -23,12 +25,9 @@ struct QNode {
 
 struct Queue {
     uint32_t uiMagic;
-    uint8_t ucLocked;
-    uint8_t ucBlocking;
-    ZMUTEX zMutex;
-    ZSEM zSem;
-    ZDBKT zBkt;
     ST_ZOS_DLIST stItems;
+    zos::QueueGate stGate;
+    ZDBKT zBkt;
 };
 
 Queue *Valid(ZQUEUE zQueue) {
@@ -36,31 +35,20 @@ Queue *Valid(ZQUEUE zQueue) {
     return q != nullptr && q->uiMagic == kQueueMagic ? q : nullptr;
 }
 
-void Lock(Queue *q) {
-    if (q->ucLocked) Zos_MutexLock(&q->zMutex);
-}
-
-void Unlock(Queue *q) {
-    if (q->ucLocked) Zos_MutexUnlock(&q->zMutex);
-}
-
 // Takes the lock once the queue holds a value and returns true holding it;
 // false (unlocked) when empty and not told to wait. A blocking queue sleeps
 // on its semaphore between tries; a non-blocking one tries again at once.
 bool LockNonEmpty(Queue *q, uint32_t bWait) {
-    for (;;) {
-        Lock(q);
-        if (q->stItems.pstHead != nullptr) return true;
-        Unlock(q);
-        if (!bWait) return false;
-        if (q->ucBlocking) Zos_SemWait(&q->zSem, ZOS_WAIT_FOREVER);
+    zos::GateLock(&q->stGate);
+    while (q->stItems.pstHead == nullptr) {
+        if (!zos::GateAwait(&q->stGate, bWait, ZOS_WAIT_FOREVER)) return false;
     }
+    return true;
 }
 
 // Undoes a create from the last step made back to the record.
 void Destroy(Queue *q) {
-    if (q->ucBlocking && q->zSem != 0) Zos_SemDelete(&q->zSem);
-    if (q->ucLocked && q->zMutex != 0) Zos_MutexDelete(&q->zMutex);
+    zos::GateDelete(&q->stGate);
     if (q->zBkt != nullptr) Zos_DbktDelete(q->zBkt);
     Zos_DlistDelete(&q->stItems);
     q->uiMagic = 0;
@@ -68,6 +56,41 @@ void Destroy(Queue *q) {
 }
 
 }  // namespace
+
+namespace zos {
+
+bool GateCreate(QueueGate *gate, bool locked, bool blocking) {
+    gate->ucLocked = locked;
+    if (locked && !LiteLockCreate(&gate->stLock)) {
+        ZOS_LOG_ERR("QueueCreate create mutex.");
+        return false;
+    }
+    if (blocking) {
+        if (Zos_SemCreateOne(&gate->zSem) != ZOK) {
+            ZOS_LOG_ERR("QueueCreate create semaphore.");
+            return false;
+        }
+        // Semaphores switched off: nothing was made, and a waiting poll
+        // looks again at once.
+        if (SemsOn()) {
+            gate->ucSem = 1;
+            gate->pfnWait = Osdep<kSlotSemWait>();
+            gate->pfnPost = Osdep<kSlotSemPost>();
+        }
+    }
+    return true;
+}
+
+void GateDelete(QueueGate *gate) {
+    if (gate->ucSem) {
+        auto del = Osdep<kSlotSemDelete>();
+        if (del != nullptr) del(&gate->zSem);
+    }
+    LiteLockDelete(&gate->stLock);
+    *gate = QueueGate{};
+}
+
+}  // namespace zos
 
 extern "C" {
 
@@ -92,15 +115,7 @@ KESTRO_API uint32_t Zos_QueueCreate(uint32_t bLocked, uint32_t bBlocking, uint32
         Destroy(q);
         return ZFAILED;
     }
-    q->ucLocked = bLocked != 0;
-    if (q->ucLocked && Zos_MutexCreate(&q->zMutex) != ZOK) {
-        ZOS_LOG_ERR("QueueCreate create mutex.");
-        Destroy(q);
-        return ZFAILED;
-    }
-    q->ucBlocking = bBlocking != 0;
-    if (q->ucBlocking && Zos_SemCreateOne(&q->zSem) != ZOK) {
-        ZOS_LOG_ERR("QueueCreate create semaphore.");
+    if (!zos::GateCreate(&q->stGate, bLocked != 0, bBlocking != 0)) {
         Destroy(q);
         return ZFAILED;
     }
@@ -134,23 +149,23 @@ KESTRO_API uint32_t Zos_QueueAdd(ZQUEUE zQueue, uintptr_t zValue) {
         ZOS_LOG_ERR("QueueAdd invalid id.");
         return ZFAILED;
     }
-    const bool covered = q->ucLocked != 0;
-    bool wasEmpty = false;
+    const bool covered = q->stGate.ucLocked != 0;
+    bool post = false;
     {
-        zos::MutexGuard lock(&q->zMutex, covered);
+        zos::LiteGuard lock(&q->stGate.stLock);
         auto *node = static_cast<QNode *>(zos::DbktGet(q->zBkt, covered));
         if (node == nullptr) return ZFAILED;  // the bucket has logged
         node->zValue = zValue;
-        wasEmpty = q->stItems.pstHead == nullptr;
+        const bool wasEmpty = q->stItems.pstHead == nullptr;
         if (zos::DlistAppend(&q->stItems, &node->stLink, covered) != ZOK) {
             zos::DbktPut(q->zBkt, node, covered);
             return ZFAILED;
         }
+        // Only the empty-to-non-empty step wakes a poller; a woken poller
+        // looks again under the lock and sleeps again if another one won.
+        post = wasEmpty && zos::GateMustPost(&q->stGate);
     }
-    // Only the empty-to-non-empty step wakes a poller; a woken poller
-    // re-checks under the mutex and sleeps again if another one won. The
-    // post follows the unlock so the woken poller does not block on it.
-    if (wasEmpty && q->ucBlocking) Zos_SemPost(&q->zSem);
+    if (post) zos::GatePost(&q->stGate);
     return ZOK;
 }
 
@@ -162,13 +177,13 @@ KESTRO_API uint32_t Zos_QueuePoll(ZQUEUE zQueue, uint32_t bWait, uintptr_t *pzVa
         return ZFAILED;
     }
     if (!LockNonEmpty(q, bWait)) return ZFAILED;
-    const bool covered = q->ucLocked != 0;
+    const bool covered = q->stGate.ucLocked != 0;
     auto *node = reinterpret_cast<QNode *>(zos::DlistTakeHead(&q->stItems, covered));
     // Only an unlocked queue can be emptied by another poller meanwhile.
     if (node == nullptr) return ZFAILED;
     if (pzValue != nullptr) *pzValue = node->zValue;
     zos::DbktPut(q->zBkt, node, covered);
-    Unlock(q);
+    zos::GateUnlock(&q->stGate);
     return ZOK;
 }
 
@@ -181,7 +196,7 @@ KESTRO_API uint32_t Zos_QueuePeek(ZQUEUE zQueue, uint32_t bWait, uintptr_t *pzVa
     }
     if (!LockNonEmpty(q, bWait)) return ZFAILED;
     if (pzValue != nullptr) *pzValue = reinterpret_cast<QNode *>(q->stItems.pstHead)->zValue;
-    Unlock(q);
+    zos::GateUnlock(&q->stGate);
     return ZOK;
 }
 
@@ -196,7 +211,7 @@ KESTRO_API uint32_t Zos_QueueGetCount(ZQUEUE zQueue, uint32_t *puiFree, uint32_t
         ZOS_LOG_ERR("QueueGetCount invalid id.");
         return ZFAILED;
     }
-    zos::MutexGuard lock(&q->zMutex, q->ucLocked);
+    zos::LiteGuard lock(&q->stGate.stLock);
     return Zos_DbktGetCount(q->zBkt, puiFree, puiUsed, puiGets, puiPuts, puiPeak);
 }
 
@@ -206,7 +221,7 @@ KESTRO_API uint32_t Zos_QueueGetBusyCount(ZQUEUE zQueue) {
         ZOS_LOG_ERR("QueueGetBusyCount invalid id.");
         return 0;
     }
-    zos::MutexGuard lock(&q->zMutex, q->ucLocked);
+    zos::LiteGuard lock(&q->stGate.stLock);
     return q->stItems.uiCount;
 }
 
