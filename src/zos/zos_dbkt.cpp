@@ -1,10 +1,6 @@
 // Dynamic node bucket: fixed-size nodes carved from blocks, handed out from
-// a free list and grown block by block up to a maximum.
-//
-// Block layout: a header (marker "ZZZZ", free count, node count, link in
-// the bucket's block list), then the nodes. Each node is a tag word, the
-// node's distance from its block, and the caller's area; while the node is
-// free its area holds the links of the bucket's free list.
+// a free list and grown block by block up to a maximum. The layout and the
+// node hand-out are in zos_dbkt_core.h.
 #include <cstddef>
 
 #include "zos_dbkt.h"
@@ -14,80 +10,12 @@
 #include "zos_mem.h"
 #include "zos_util.h"
 
-namespace {
+namespace zos::dbkt {
 
-using Link = ST_ZOS_DLIST_NODE;
-
-constexpr uint32_t kBucketMagic = 0x0E1E2E3Eu;
-constexpr uint32_t kUsedTag = 0xAC1D2D3Du;
-// Nodes are small records; the cap keeps the size arithmetic in range.
-constexpr uint32_t kLargestNode = 0xFFFFFFu;
-
-// Four characters as a word that reads as those characters in memory on a
-// little-endian machine.
-constexpr uint32_t Chars(const char (&s)[5]) {
-    return static_cast<uint32_t>(static_cast<unsigned char>(s[0])) |
-           static_cast<uint32_t>(static_cast<unsigned char>(s[1])) << 8 |
-           static_cast<uint32_t>(static_cast<unsigned char>(s[2])) << 16 |
-           static_cast<uint32_t>(static_cast<unsigned char>(s[3])) << 24;
+void Fault(const char *text) {
+    ZOS_LOG_ERR("%s", text);
 }
 
-constexpr uint32_t kBlockMark = Chars("ZZZZ");
-constexpr uint32_t kFreeTag = Chars("}{Zn");
-
-struct Block {
-    uint32_t uiMark;  // "ZZZZ"
-    uint32_t uiFree;  // free nodes of this block
-    uint32_t uiNodes;
-    uint32_t uiRsv;
-    Link stLink;  // in the bucket's block list
-};
-
-struct NodeHead {
-    uint32_t uiTag;
-    uint32_t uiOffset;  // bytes from the block's start to this head
-};
-
-struct Bucket {
-    uint32_t uiMagic;
-    uint8_t ucLocked;
-    uint8_t ucCheck;
-    uint16_t usInit;
-    uint16_t usMax;
-    uint16_t usGrow;
-    uint16_t usTotal;
-    uint16_t usFree;
-    uint32_t uiNodeSize;  // caller's area plus the tag
-    uint32_t uiStride;    // bytes per node inside a block
-    uint32_t uiGets;
-    uint32_t uiPuts;
-    uint32_t uiPeak;
-    ZMUTEX zMutex;
-    ST_ZOS_DLIST stBlocks;
-    ST_ZOS_DLIST stFree;
-};
-
-static_assert(sizeof(Block) % sizeof(void *) == 0 && sizeof(NodeHead) % 4 == 0);
-
-Bucket *Valid(ZDBKT zBkt) {
-    auto *b = static_cast<Bucket *>(zBkt);
-    return b != nullptr && b->uiMagic == kBucketMagic ? b : nullptr;
-}
-
-NodeHead *HeadOf(void *area) {
-    return reinterpret_cast<NodeHead *>(static_cast<char *>(area) - sizeof(NodeHead));
-}
-
-Block *BlockOf(NodeHead *head) {
-    return reinterpret_cast<Block *>(reinterpret_cast<char *>(head) - head->uiOffset);
-}
-
-Block *BlockOfLink(Link *link) {
-    return reinterpret_cast<Block *>(reinterpret_cast<char *>(link) - offsetof(Block, stLink));
-}
-
-// One more block of `count` nodes, all put on the free list. `covered`:
-// a lock held by the caller serialises the bucket's lists.
 bool DblkCreate(Bucket *b, uint32_t count, bool covered) {
     const uint64_t bytes = sizeof(Block) + static_cast<uint64_t>(count) * b->uiStride;
     if (count == 0 || bytes > 0x7FFFFFFEu) return false;
@@ -115,51 +43,17 @@ bool DblkCreate(Bucket *b, uint32_t count, bool covered) {
     return true;
 }
 
-void *DblkGetNode(Bucket *b, bool covered) {
-    if (b->stFree.pstHead == nullptr) {
-        const uint32_t room = static_cast<uint32_t>(b->usMax) - b->usTotal;
-        const uint32_t count = room < b->usGrow ? room : b->usGrow;
-        if (!DblkCreate(b, count, covered)) {
-            ZOS_LOG_ERR("DblkGetNode create new block.");
-            return nullptr;
-        }
-    }
-    Link *link = zos::DlistTakeHead(&b->stFree, covered);
-    if (link == nullptr) return nullptr;
-    NodeHead *head = HeadOf(link);
-    if (head->uiTag != kFreeTag) {
-        ZOS_LOG_ERR("DblkGetNode invalid node address.");
-        return nullptr;
-    }
-    Block *blk = BlockOf(head);
-    if (b->ucCheck && blk->uiMark != kBlockMark) {
-        ZOS_LOG_ERR("DblkGetNode invalid block address.");
-        return nullptr;
-    }
-    head->uiTag = kUsedTag;
-    blk->uiFree--;
-    b->usFree--;
-    b->uiGets++;
-    const uint32_t used = static_cast<uint32_t>(b->usTotal) - b->usFree;
-    if (used > b->uiPeak) b->uiPeak = used;
-    return link;
-}
+}  // namespace zos::dbkt
 
-uint32_t DblkPutNode(Bucket *b, void *pNode, bool covered) {
-    NodeHead *head = HeadOf(pNode);
-    if (head->uiTag != kUsedTag || (b->ucCheck && BlockOf(head)->uiMark != kBlockMark)) {
-        ZOS_LOG_ERR("DbktPutBkt invalid node.");
-        return ZFAILED;
-    }
-    head->uiTag = kFreeTag;
-    if (zos::DlistAppend(&b->stFree, static_cast<Link *>(pNode), covered) != ZOK) {
-        head->uiTag = kUsedTag;
-        return ZFAILED;
-    }
-    BlockOf(head)->uiFree++;
-    b->usFree++;
-    b->uiPuts++;
-    return ZOK;
+namespace {
+
+using namespace zos::dbkt;
+
+// Nodes are small records; the cap keeps the size arithmetic in range.
+constexpr uint32_t kLargestNode = 0xFFFFFFu;
+
+Block *BlockOfLink(Link *link) {
+    return reinterpret_cast<Block *>(reinterpret_cast<char *>(link) - offsetof(Block, stLink));
 }
 
 void ReleaseAll(Bucket *b) {
@@ -244,7 +138,7 @@ KESTRO_API void *Zos_DbktGetBkt(ZDBKT zBkt) {
         return nullptr;
     }
     zos::MutexGuard lock(&b->zMutex, b->ucLocked);
-    return DblkGetNode(b, b->ucLocked);
+    return DblkGetNode(b, b->ucLocked, false);
 }
 
 KESTRO_API uint32_t Zos_DbktPutBkt(ZDBKT zBkt, void *pNode) {
@@ -258,7 +152,7 @@ KESTRO_API uint32_t Zos_DbktPutBkt(ZDBKT zBkt, void *pNode) {
         return ZFAILED;
     }
     zos::MutexGuard lock(&b->zMutex, b->ucLocked);
-    return DblkPutNode(b, pNode, b->ucLocked);
+    return DblkPutNode(b, pNode, b->ucLocked, false);
 }
 
 KESTRO_API uint32_t Zos_DbktGetCount(ZDBKT zBkt, uint32_t *puiFree, uint32_t *puiUsed,
@@ -282,27 +176,3 @@ KESTRO_API uint32_t Zos_DbktGetCount(ZDBKT zBkt, uint32_t *puiFree, uint32_t *pu
 }
 
 }  // extern "C"
-
-namespace zos {
-
-void *DbktGet(ZDBKT zBkt, bool covered) {
-    if (!covered) return Zos_DbktGetBkt(zBkt);
-    Bucket *b = Valid(zBkt);
-    if (b == nullptr) {
-        ZOS_LOG_ERR("DbktGetBkt invalid id.");
-        return nullptr;
-    }
-    return DblkGetNode(b, true);
-}
-
-uint32_t DbktPut(ZDBKT zBkt, void *pNode, bool covered) {
-    if (!covered || pNode == nullptr) return Zos_DbktPutBkt(zBkt, pNode);
-    Bucket *b = Valid(zBkt);
-    if (b == nullptr) {
-        ZOS_LOG_ERR("DbktPutBkt invalid id.");
-        return ZFAILED;
-    }
-    return DblkPutNode(b, pNode, true);
-}
-
-}  // namespace zos

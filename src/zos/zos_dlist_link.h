@@ -29,10 +29,36 @@ inline void DlistUnlink(ST_ZOS_DLIST *list, ST_ZOS_DLIST_NODE *node) {
     node->pstPrev = nullptr;
 }
 
-// Unlinks and returns the head, or null for an empty list.
+// DlistLink at the tail and at the head, the two ends the containers use.
+inline void DlistLinkTail(ST_ZOS_DLIST *list, ST_ZOS_DLIST_NODE *node) {
+    ST_ZOS_DLIST_NODE *tail = list->pstTail;
+    node->pstNext = nullptr;
+    node->pstPrev = tail;
+    (tail != nullptr ? tail->pstNext : list->pstHead) = node;
+    list->pstTail = node;
+    list->uiCount++;
+}
+
+inline void DlistLinkHead(ST_ZOS_DLIST *list, ST_ZOS_DLIST_NODE *node) {
+    ST_ZOS_DLIST_NODE *head = list->pstHead;
+    node->pstNext = head;
+    node->pstPrev = nullptr;
+    (head != nullptr ? head->pstPrev : list->pstTail) = node;
+    list->pstHead = node;
+    list->uiCount++;
+}
+
+// Unlinks and returns the head (its links cleared), or null for an empty
+// list.
 inline ST_ZOS_DLIST_NODE *DlistUnlinkHead(ST_ZOS_DLIST *list) {
     ST_ZOS_DLIST_NODE *node = list->pstHead;
-    if (node != nullptr) DlistUnlink(list, node);
+    if (node == nullptr) return nullptr;
+    ST_ZOS_DLIST_NODE *next = node->pstNext;
+    list->pstHead = next;
+    (next != nullptr ? next->pstPrev : list->pstTail) = nullptr;
+    list->uiCount--;
+    node->pstNext = nullptr;
+    node->pstPrev = nullptr;
     return node;
 }
 
@@ -42,12 +68,17 @@ inline ST_ZOS_DLIST_NODE *DlistUnlinkHead(ST_ZOS_DLIST *list) {
 // skips the capacity test: callers use it on lists that cannot fill.
 inline uint32_t DlistAppend(ST_ZOS_DLIST *list, ST_ZOS_DLIST_NODE *node, bool covered) {
     if (!covered) return Zos_DlistInsert(list, list->pstTail, node);
-    DlistLink(list, list->pstTail, node);
+    DlistLinkTail(list, node);
     return ZOK;
 }
 
 inline ST_ZOS_DLIST_NODE *DlistTakeHead(ST_ZOS_DLIST *list, bool covered) {
-    return covered ? DlistUnlinkHead(list) : Zos_DlistDequeue(list);
+    if (!covered) return Zos_DlistDequeue(list);
+    ST_ZOS_DLIST_NODE *node = DlistUnlinkHead(list);
+    // The next take reads the new head: start fetching it now, as a list
+    // walk cannot be foreseen by the hardware.
+    __builtin_prefetch(list->pstHead, 1);
+    return node;
 }
 
 }  // namespace zos
