@@ -16,6 +16,9 @@
 #include "zos_print.h"
 #include "zos_log.h"
 #include "zos_dlist.h"
+#include "zos_hash.h"
+#include "zos_rbt.h"
+#include "zos_omap.h"
 #include "zpand.h"
 
 #endif /* KESTRO_LITE_H */
