@@ -36,6 +36,8 @@ KESTRO_API uint32_t Zos_LogError(ZLOGID zLogId, const char *pcFormat, ...);
 KESTRO_API uint32_t Zos_LogWarn(ZLOGID zLogId, const char *pcFormat, ...);
 KESTRO_API uint32_t Zos_LogInfo(ZLOGID zLogId, const char *pcFormat, ...);
 KESTRO_API uint32_t Zos_LogDbg(ZLOGID zLogId, const char *pcFormat, ...);
+/* A plain text at the given level, written as it is (no formatting). */
+KESTRO_API uint32_t Zos_LogStr(ZLOGID zLogId, uint32_t uiLevel, const char *pcStr);
 
 ZOS_END_DECLS
 

@@ -22,6 +22,10 @@ ZOS_LOG_WRITER(Info)
 ZOS_LOG_WRITER(Dbg)
 #undef ZOS_LOG_WRITER
 
+KESTRO_API uint32_t Zos_LogStr(ZLOGID /*zLogId*/, uint32_t /*uiLevel*/, const char * /*pcStr*/) {
+    return ZFAILED;
+}
+
 KESTRO_API uint32_t Zos_LogOpen(ZLOGID /*zLogId*/, uint32_t /*uiLevel*/) {
     return ZFAILED;
 }

@@ -7,6 +7,7 @@
 #include "zos_fmt.h"
 #include "zos_mem.h"
 #include "zos_osdep.h"
+#include "zos_pmem.h"
 #include "zos_print.h"
 #include "zos_time.h"
 #include "zos_util.h"
@@ -48,6 +49,7 @@ struct InitStep {
 constexpr InitStep kInitSteps[] = {
     {Zos_TimeInit, "time init ok.", "init time fail!\r\n"},
     {Zos_MemInit, "memory init ok.", "init memory fail!\r\n"},
+    {Zos_PMemInit, "pmem init ok.", "init pmem fail!\r\n"},
 };
 
 // One shut-down step; a null destroy only prints its line.
@@ -58,6 +60,7 @@ struct DestroyStep {
 
 constexpr DestroyStep kDestroySteps[] = {
     {Zos_TimeDestroy, "time destroy ok."},
+    {Zos_PMemDestroy, "pmem destroy ok."},
     {Zos_MemDestroy, "memory destroy ok."},
     {nullptr, "system destroy ok."},
 };
