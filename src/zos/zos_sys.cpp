@@ -3,12 +3,14 @@
 #include <cstring>
 
 #include "zos_cfg_rec.h"
+#include "zos_dump.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
 #include "zos_mem.h"
 #include "zos_osdep.h"
 #include "zos_print.h"
 #include "zos_time.h"
+#include "zos_trace.h"
 #include "zos_util.h"
 
 namespace {
@@ -47,7 +49,11 @@ struct InitStep {
 
 constexpr InitStep kInitSteps[] = {
     {Zos_TimeInit, "time init ok.", "init time fail!\r\n"},
+    {Zos_PrintInit, "print init ok.", "init print fail!\r\n"},
+    {Zos_LogInit, "log init ok.", "init log fail!\r\n"},
     {Zos_MemInit, "memory init ok.", "init memory fail!\r\n"},
+    {Zos_DumpInit, "dump init ok.", "init dump fail!\r\n"},
+    {Zos_TraceInit, "trace init ok.", "init trace fail!\r\n"},
 };
 
 // One shut-down step; a null destroy only prints its line.
@@ -57,8 +63,9 @@ struct DestroyStep {
 };
 
 constexpr DestroyStep kDestroySteps[] = {
-    {Zos_TimeDestroy, "time destroy ok."},
-    {Zos_MemDestroy, "memory destroy ok."},
+    {Zos_TimeDestroy, "time destroy ok."},   {Zos_TraceDestroy, "trace destroy ok."},
+    {Zos_DumpDestroy, "dump destroy ok."},   {Zos_LogDestroy, "log destroy ok."},
+    {Zos_PrintDestroy, "print destroy ok."}, {Zos_MemDestroy, "memory destroy ok."},
     {nullptr, "system destroy ok."},
 };
 
