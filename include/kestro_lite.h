@@ -9,6 +9,8 @@
 #include "zos_sys.h"
 #include "zos_cfg.h"
 #include "zos_mem.h"
+#include "zos_pool.h"
+#include "zos_pmem.h"
 #include "zos_lock.h"
 #include "zos_fmt.h"
 #include "zos_str.h"

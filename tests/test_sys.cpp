@@ -47,7 +47,8 @@ TEST(SysFrame, StartAndStopPrintTheirProgressInOrder) {
     EXPECT_TRUE(std::regex_search(
         started, std::regex(R"(^\d\d:\d\d:\d\d\.\d\d\d ZOS: INFO: time init ok\.\n)")))
         << started;
-    EXPECT_EQ(Messages(started), (std::vector<std::string>{"time init ok.", "memory init ok."}));
+    EXPECT_EQ(Messages(started),
+              (std::vector<std::string>{"time init ok.", "memory init ok.", "pmem init ok."}));
 
     // A second start is a no-op and prints nothing.
     ktest::ClearPrinted();
@@ -55,9 +56,9 @@ TEST(SysFrame, StartAndStopPrintTheirProgressInOrder) {
     EXPECT_EQ(ktest::Printed(), "");
 
     Zos_SysDestroy();
-    EXPECT_EQ(
-        Messages(ktest::Printed()),
-        (std::vector<std::string>{"time destroy ok.", "memory destroy ok.", "system destroy ok."}));
+    EXPECT_EQ(Messages(ktest::Printed()),
+              (std::vector<std::string>{"time destroy ok.", "pmem destroy ok.",
+                                        "memory destroy ok.", "system destroy ok."}));
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
 
     // Shut-down without start-up does nothing at all.
@@ -76,8 +77,9 @@ TEST(SysFrame, FailedStepPrintsItsTextAndUndoesEverything) {
     EXPECT_NE(out.find("init time fail!\r\n"), std::string::npos) << out;
     EXPECT_EQ(out.find("time init ok."), std::string::npos);
     // The whole shut-down runs, then the holder is gone.
-    EXPECT_EQ(Messages(out), (std::vector<std::string>{"time destroy ok.", "memory destroy ok.",
-                                                       "system destroy ok."}));
+    EXPECT_EQ(Messages(out),
+              (std::vector<std::string>{"time destroy ok.", "pmem destroy ok.",
+                                        "memory destroy ok.", "system destroy ok."}));
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
     // The next start-up begins from a fresh table and succeeds.
     EXPECT_EQ(Zos_SysInit(), ZOK);
