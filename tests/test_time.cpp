@@ -205,15 +205,18 @@ TEST_F(TimeTest, RecordToSecondsHonoursTheRecordZoneAndItsLimits) {
     rec.wYear = 1899;
     EXPECT_EQ(Zos_SysTime2Time(&rec, &t), ZFAILED);
     EXPECT_EQ(t, 0);
+    EXPECT_TRUE(ktest::LoggedContains("SysTime2Time less than 1900."));
     EXPECT_EQ(Zos_SysTime2Time(nullptr, &t), ZFAILED);
     EXPECT_EQ(Zos_SysTime2Time(&rec, nullptr), ZFAILED);
 
     // 2100 is out of reach of a 32-bit platform clock.
     ASSERT_EQ(Zos_Str2SysTime("2100-01-01T00:00:00Z", &rec), ZOK);
     EXPECT_EQ(rec.ucWeekDay, 5u);
+    ktest::ClearLogged();
     const uint32_t r = Zos_SysTime2Time(&rec, &t);
     EXPECT_EQ(r, sizeof(time_t) == 8 ? ZOK : ZFAILED);
     EXPECT_EQ(t, sizeof(time_t) == 8 ? 4102444800 : 0);
+    EXPECT_EQ(ktest::LoggedContains("SysTime2Time mktime."), sizeof(time_t) != 8);
 
     ZOS_OSDEP_FUNC saved = ktest::Slot(11);
     ktest::Slot(11) = nullptr;
@@ -234,8 +237,14 @@ TEST_F(TimeTest, ParserRejectsBadTextAndKeepsTheRecord) {
         EXPECT_EQ(Zos_Str2SysTime(bad, &rec), ZFAILED) << bad;
         ExpectSameFields(rec, before);
     }
+    // Each refusal names its reason in the system log.
+    EXPECT_TRUE(ktest::LoggedContains("Str2SysTime incompleted format."));
+    EXPECT_TRUE(ktest::LoggedContains("Str2SysTime tail exist."));
+    EXPECT_TRUE(ktest::LoggedContains("Str2SysTime invalid field."));
+    EXPECT_FALSE(ktest::LoggedContains("Str2SysTime null parameter."));
     EXPECT_EQ(Zos_Str2SysTime(nullptr, &rec), ZFAILED);
     EXPECT_EQ(Zos_Str2SysTime("2016-01-01T00:00:00Z", nullptr), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("Str2SysTime null parameter."));
 
     ASSERT_EQ(Zos_Str2SysTime("2016-02-29T23:59:59.5-00:30", &rec), ZOK);
     EXPECT_EQ(rec.uiMillisecond, 500u);
@@ -270,7 +279,9 @@ TEST_F(TimeTest, FormatterFieldsLimitsAndSharedBuffer) {
     EXPECT_EQ(Zos_Str2SysTime(Zos_SysTime2Str(nullptr, &rec), &parsed), ZFAILED);
 
     EXPECT_NE(Zos_SysTime2Str(std::string(127, 'x').c_str(), &rec), nullptr);
+    EXPECT_FALSE(ktest::LoggedContains("SysTime2Str too large format."));
     EXPECT_EQ(Zos_SysTime2Str(std::string(128, 'x').c_str(), &rec), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("SysTime2Str too large format."));
     const char *now = Zos_SysTime2Str(nullptr, nullptr);
     ASSERT_NE(now, nullptr);
     EXPECT_TRUE(
