@@ -5,7 +5,10 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <mutex>
+#include <regex>
+#include <sstream>
 
 namespace ktest {
 namespace {
@@ -82,6 +85,18 @@ std::string FreshDir(const std::string &name) {
     return dir;
 }
 
+std::string Golden(const std::string &name) {
+    const std::filesystem::path here(__FILE__);
+    std::ifstream in(here.parent_path() / "golden" / name, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+std::string Mask(const std::string &text, const std::string &pattern, const std::string &with) {
+    return std::regex_replace(text, std::regex(pattern), with);
+}
+
 void UseTestLogDir() {
     const std::string dir = TempDir() + "/logs";
     ::mkdir(dir.c_str(), 0755);
@@ -97,6 +112,7 @@ void ZosTest::SetUp() {
     ktest::UseTestLogDir();
     ASSERT_EQ(Zos_SysInit(), ZOK);
     ktest::WatchSystemLog();
+    ktest::ClearPrinted();  // the start-up lines
 }
 
 void ZosTest::TearDown() {

@@ -40,6 +40,12 @@ ZOS_OSDEP_FUNC &Slot(uint32_t n);
 std::string TempDir();
 // A fresh, empty directory under TempDir for one test.
 std::string FreshDir(const std::string &name);
+// The content of tests/golden/<name>, byte for byte ("" if missing).
+std::string Golden(const std::string &name);
+// Text with every match of the pattern replaced (for masking times and
+// addresses before a golden comparison).
+std::string Mask(const std::string &text, const std::string &pattern, const std::string &with);
+
 // Points the configuration's log directory at TempDir()/logs, so the
 // system log's files stay out of the working directory. Call before
 // Zos_SysInit.
