@@ -87,12 +87,17 @@ bool Marked(const LogRec *r) {
     return std::memcmp(r->acMark, kMark, sizeof(kMark)) == 0;
 }
 
-// The record of a handle that may be written to, else null.
+// The record of a handle that may be written to, else null. The mark is
+// read through bytes first: a foreign pointer is never taken for a record.
 LogRec *Usable(ZLOGID h) {
     if (Mgr() == nullptr || h == nullptr) return nullptr;
+    const auto at = reinterpret_cast<uintptr_t>(h) - offsetof(LogRec, uiLevel);
+    if (at % alignof(LogRec) != 0) return nullptr;
+    if (std::memcmp(static_cast<const char *>(h) - sizeof(kMark), kMark, sizeof(kMark)) != 0) {
+        return nullptr;
+    }
     LogRec *r = RecOf(h);
-    if (!Marked(r) || r->ucOpen == 0) return nullptr;
-    return r;
+    return r->ucOpen != 0 ? r : nullptr;
 }
 
 uint32_t LoadU32(uint32_t &v) {
