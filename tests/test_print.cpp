@@ -61,6 +61,7 @@ TEST_F(ZosTest, PrintLinesLimitsAndSwitch) {
     EXPECT_EQ(Zos_Printf("to %s", "os"), ZOK);
     EXPECT_EQ(Zos_PrintStrByOs("direct"), ZOK);
     ktest::Slot(3) = saved;
+    Zos_CfgSetPrintDisp(ktest::PrintHook);
     EXPECT_EQ(g_platform, "to osdirect");
 }
 
