@@ -11,6 +11,11 @@
 // (a sorted array of its blocks and large allocations) before any header
 // in front of it is read, so a foreign or wild pointer is refused without
 // touching memory the pool does not own.
+//
+// Faults found while the pool's lock is held are collected and logged
+// after it is released, so nothing done under the lock can come back into
+// the same pool (the log may allocate through the memory entry points).
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 
@@ -52,7 +57,8 @@ constexpr uint16_t kFlagLog = 0x4;
 constexpr uint32_t kAlign = sizeof(void *) > 4 ? static_cast<uint32_t>(sizeof(void *)) : 4u;
 
 using Link = ST_ZOS_DLIST_NODE;
-using LockFn = uint32_t (*)(ZMUTEX *);
+using SemWaitFn = zos::SlotType<zos::kSlotSemWait>::type;
+using SemPostFn = zos::SlotType<zos::kSlotSemPost>::type;
 
 // A block of nodes, as obtained from the backing allocator.
 struct ZosBlk {
@@ -91,6 +97,11 @@ struct ZosBkt {
     uint32_t uiPeak;
     uint32_t uiAllocs;
     uint32_t uiFrees;
+    // Node-boundary test without a division: an offset x is a multiple of
+    // the stride when rotr(x * uiDivInv, ucDivShift) <= uiDivLimit.
+    uint32_t uiDivInv;
+    uint32_t uiDivLimit;
+    uint8_t ucDivShift;
 };
 
 // One entry of the address index: a block's node range, or a large
@@ -115,14 +126,17 @@ struct ZosPool {
     PFN_ZOS_POOL_ALLOC pfnAlloc;
     PFN_ZOS_POOL_FREE pfnFree;
     uint32_t uiHeapSize;
-    // The platform's lock functions, taken once when the mutex is made
-    // (null when the pool is unlocked or mutexes are switched off).
-    LockFn pfnLock;
-    LockFn pfnUnlock;
-    // Address index, sorted by start address.
+    // The mutex behind zMutex: a lock word (0 free, 1 held, 2 held with
+    // waiters) and the platform semaphore that waiters sleep on.
+    uint32_t uiLockWord;
+    ZSEM zLockSem;
+    SemWaitFn pfnSemWait;
+    SemPostFn pfnSemPost;
+    // Address index, sorted by start address, and the entry last found.
     AddrRef *pstRefs;
     uint32_t uiRefCnt;
     uint32_t uiRefCap;
+    uint32_t uiRefHint;
 };
 
 // ---------------------------------------------------------------------
@@ -150,26 +164,140 @@ ZosPool *PoolOf(ZPOOL zPool) {
     return static_cast<ZosPool *>(zPool);
 }
 
+bool ValidPool(const ZosPool *pool) {
+    return pool != nullptr && pool->uiMagic == kPoolMagic;
+}
+
+uint32_t BktIndex(uint32_t header) {
+    return (header >> kBktShift) & kBktMask;
+}
+
+// ---------------------------------------------------------------------
+// Fault texts, collected as bits while the lock is held
+
+enum Fault : uint32_t {
+    kBktInvalidSize,
+    kBktInvalidId,
+    kBktIncZero,
+    kBktHeapAlloc,
+    kAllocFatal,
+    kAllocEmpty,
+    kAllocBusy,
+    kAllocBadId,
+    kFreeTwice,
+    kFreeBadId,
+    kFreeRedZone,
+    kHeapFreeMagic,
+    kHeapFreeBadId,
+    kHeapFreeRedZone,
+    kChkBktNodeMagic,
+    kChkBktRedZone,
+    kChkBktFreeMagic,
+    kChkBktFreeMask,
+    kChkBktFreeCount,
+    kFaultCount
+};
+
+struct FaultText {
+    const char *text;
+    bool plain;  // a plain log string, without the pool name
+};
+
+constexpr FaultText kFaultTexts[kFaultCount] = {
+    {"BktCreate <%s> invalid size.", false},
+    {"BktCreate <%s> invalid bucket id.", false},
+    {"BktCreate <%s> increase zero size.", false},
+    {"BktCreate <%s> heap alloc.", false},
+    {"PoolAlloc <%s> fatal error, bad memory.", false},
+    {"PoolAlloc <%s> bucket node is empty.", false},
+    {"PoolAlloc <%s> alloc busy node.", false},
+    {"PoolAlloc <%s> invalid id(ex.magic id).", false},
+    {"PoolFree <%s> free twice.", false},
+    {"PoolFree <%s> invalid id(ex.magic id).", false},
+    {"PoolFree <%s> invalid redzone.", false},
+    {"PoolHeapFree invalid magic value.", true},
+    {"PoolHeapFree invalid bucket id.", true},
+    {"PoolHeapFree invalid redzone.", true},
+    {"PoolChkBkt <%s> bad node magic.", false},
+    {"PoolChkBkt <%s> bad redzone.", false},
+    {"PoolChkBkt <%s> bad free magic.", false},
+    {"PoolChkBkt <%s> bad free mask.", false},
+    {"PoolChkBkt <%s> free count error.", false},
+};
+
 bool LogOn(const ZosPool *pool) {
     return (pool->wFlags & kFlagLog) != 0;
 }
 
 // "<name>" messages go through the error log with the pool name.
-#define POOL_ERR(pool, text) \
-    (LogOn(pool) ? (void)Zos_LogError(Zos_LogGetZosId(), text, (pool)->pcName) : (void)0)
+void PoolLogErr(const ZosPool *pool, const char *format) {
+    if (LogOn(pool)) Zos_LogError(Zos_LogGetZosId(), format, pool->pcName);
+}
 
 // Plain log strings at the error level.
 void PoolLogStr(const ZosPool *pool, const char *text) {
     if (LogOn(pool)) Zos_LogStr(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ERROR, text);
 }
 
+__attribute__((noinline, cold)) void Report(const ZosPool *pool, uint32_t faults) {
+    if (faults == 0 || !LogOn(pool)) return;
+    for (uint32_t i = 0; i < kFaultCount; ++i) {
+        if ((faults & (1u << i)) == 0) continue;
+        if (kFaultTexts[i].plain) {
+            PoolLogStr(pool, kFaultTexts[i].text);
+        } else {
+            PoolLogErr(pool, kFaultTexts[i].text);
+        }
+    }
+}
+
+// ---------------------------------------------------------------------
+// The pool's mutex
+
+void CpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__arm__) || defined(__aarch64__)
+    __asm__ __volatile__("yield");
+#endif
+}
+
+// An uncontended lock is one atomic exchange each way; a contended one
+// spins briefly, then sleeps on the semaphore. A waiter always leaves the
+// word at 2, so the holder's release wakes the next sleeper.
+__attribute__((noinline)) void LockSlow(ZosPool *pool) {
+    std::atomic_ref<uint32_t> word(pool->uiLockWord);
+    for (int i = 0; i < 64; ++i) {
+        CpuRelax();
+        uint32_t expected = 0;
+        if (word.load(std::memory_order_relaxed) == 0 &&
+            word.compare_exchange_weak(expected, 1, std::memory_order_acquire,
+                                       std::memory_order_relaxed)) {
+            return;
+        }
+    }
+    while (word.exchange(2, std::memory_order_acquire) != 0) {
+        pool->pfnSemWait(&pool->zLockSem, ZOS_WAIT_FOREVER);
+    }
+}
+
 class PoolLock {
   public:
-    explicit PoolLock(ZosPool *pool) : pool_(pool->pfnLock != nullptr ? pool : nullptr) {
-        if (pool_ != nullptr) pool_->pfnLock(&pool_->zMutex);
+    explicit PoolLock(ZosPool *pool) : pool_(pool->zMutex != 0 ? pool : nullptr) {
+        if (pool_ == nullptr) return;
+        uint32_t expected = 0;
+        if (!std::atomic_ref<uint32_t>(pool_->uiLockWord)
+                 .compare_exchange_strong(expected, 1, std::memory_order_acquire,
+                                          std::memory_order_relaxed)) {
+            LockSlow(pool_);
+        }
     }
     ~PoolLock() {
-        if (pool_ != nullptr) pool_->pfnUnlock(&pool_->zMutex);
+        if (pool_ == nullptr) return;
+        if (std::atomic_ref<uint32_t>(pool_->uiLockWord).exchange(0, std::memory_order_release) ==
+            2) {
+            pool_->pfnSemPost(&pool_->zLockSem);
+        }
     }
     PoolLock(const PoolLock &) = delete;
     PoolLock &operator=(const PoolLock &) = delete;
@@ -177,6 +305,30 @@ class PoolLock {
   private:
     ZosPool *pool_;
 };
+
+// Makes the mutex unless mutexes are switched off (then the pool runs
+// without a lock, as every mutex of the layer does). False on failure.
+bool MutexCreate(ZosPool *pool) {
+    const ST_ZOS_CFG *cfg = Zos_CfgLocate();
+    if (cfg != nullptr && Zos_CfgGetOsMutexSupt() == 0) return true;
+    auto create = zos::Osdep<zos::kSlotSemCreate>();
+    pool->pfnSemWait = zos::Osdep<zos::kSlotSemWait>();
+    pool->pfnSemPost = zos::Osdep<zos::kSlotSemPost>();
+    if (create == nullptr || pool->pfnSemWait == nullptr || pool->pfnSemPost == nullptr ||
+        create(&pool->zLockSem, 0) != ZOK) {
+        return false;
+    }
+    pool->uiLockWord = 0;
+    pool->zMutex = reinterpret_cast<ZMUTEX>(&pool->uiLockWord);
+    return true;
+}
+
+void MutexDelete(ZosPool *pool) {
+    if (pool->zMutex == 0) return;
+    auto del = zos::Osdep<zos::kSlotSemDelete>();
+    if (del != nullptr) del(&pool->zLockSem);
+    pool->zMutex = 0;
+}
 
 // The pool's lists are covered by the pool lock, so they are linked in
 // place here rather than through the list family's own per-list mutex.
@@ -198,6 +350,20 @@ void ListAppend(ST_ZOS_DLIST *list, Link *node) {
     }
     list->pstTail = node;
     list->uiCount++;
+}
+
+// Unlinks the head; the list is not empty.
+Link *ListPopHead(ST_ZOS_DLIST *list) {
+    Link *node = list->pstHead;
+    Link *next = node->pstNext;
+    list->pstHead = next;
+    if (next != nullptr) {
+        next->pstPrev = nullptr;
+    } else {
+        list->pstTail = nullptr;
+    }
+    list->uiCount--;
+    return node;
 }
 
 void ListUnlink(ST_ZOS_DLIST *list, Link *node) {
@@ -253,6 +419,7 @@ bool RefAdd(ZosPool *pool, const AddrRef &ref) {
                  (pool->uiRefCnt - at) * sizeof(AddrRef));
     pool->pstRefs[at] = ref;
     pool->uiRefCnt++;
+    pool->uiRefHint = at;
     return true;
 }
 
@@ -262,6 +429,25 @@ void RefRemove(ZosPool *pool, uintptr_t start) {
     std::memmove(&pool->pstRefs[at - 1], &pool->pstRefs[at],
                  (pool->uiRefCnt - at) * sizeof(AddrRef));
     pool->uiRefCnt--;
+    pool->uiRefHint = 0;
+}
+
+bool OnNodeBoundary(const ZosBkt *bkt, uint32_t offset) {
+    const uint32_t x = offset * bkt->uiDivInv;
+    const uint32_t k = bkt->ucDivShift;
+    const uint32_t rotated = k == 0 ? x : (x >> k) | (x << (32 - k));
+    return rotated <= bkt->uiDivLimit;
+}
+
+void SetDivisor(ZosBkt *bkt) {
+    const uint32_t d = bkt->uiStride;
+    const uint32_t k = static_cast<uint32_t>(__builtin_ctz(d));
+    const uint32_t odd = d >> k;
+    uint32_t inv = odd;  // Newton's iteration for the inverse modulo 2^32
+    for (int i = 0; i < 5; ++i) inv *= 2u - odd * inv;
+    bkt->uiDivInv = inv;
+    bkt->ucDivShift = static_cast<uint8_t>(k);
+    bkt->uiDivLimit = 0xFFFFFFFFu / d;
 }
 
 // Where a pointer handed in lies. A node is found only at a node's data
@@ -275,49 +461,55 @@ struct Where {
     const AddrRef *ref;
 };
 
-Where Locate(const ZosPool *pool, const void *mem) {
+inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *mem) {
     const uintptr_t addr = reinterpret_cast<uintptr_t>(mem);
-    if (addr < kNodeHead) return {Kind::kForeign, nullptr, nullptr};
+    const Where foreign{Kind::kForeign, nullptr, nullptr};
+    if (addr < kNodeHead || pool->uiRefCnt == 0) return foreign;
     const uintptr_t node = addr - kNodeHead;
-    const uint32_t at = UpperBound(pool, node);
-    if (at == 0) return {Kind::kForeign, nullptr, nullptr};
-    const AddrRef *ref = &pool->pstRefs[at - 1];
-    if (node >= ref->uEnd) return {Kind::kForeign, nullptr, nullptr};
+    const AddrRef *ref = &pool->pstRefs[pool->uiRefHint];
+    if (node < ref->uStart || node >= ref->uEnd) {
+        const uint32_t at = UpperBound(pool, node);
+        if (at == 0) return foreign;
+        ref = &pool->pstRefs[at - 1];
+        if (node >= ref->uEnd) return foreign;
+        pool->uiRefHint = at - 1;
+    }
     if (ref->pstBlk == nullptr) {
-        if (node != ref->uStart) return {Kind::kForeign, nullptr, nullptr};
+        if (node != ref->uStart) return foreign;
         return {Kind::kLarge, reinterpret_cast<uint8_t *>(node), ref};
     }
-    const uint32_t offset = static_cast<uint32_t>(node - ref->uStart);
-    if (offset % pool->pstBkts[ref->uiBkt].uiStride != 0) return {Kind::kForeign, nullptr, nullptr};
+    if (!OnNodeBoundary(&pool->pstBkts[ref->uiBkt], static_cast<uint32_t>(node - ref->uStart))) {
+        return foreign;
+    }
     return {Kind::kNode, reinterpret_cast<uint8_t *>(node), ref};
 }
 
 // ---------------------------------------------------------------------
 // Buckets and blocks
 
-uint32_t BktIndex(uint32_t header) {
-    return (header >> kBktShift) & kBktMask;
-}
-
-uint32_t Zos_BktCreate(ZosPool *pool, uint32_t idx, bool first) {
+// Adds a block to bucket idx: the first (initial count) or a later one
+// (increment). Faults are added to *faults.
+__attribute__((noinline)) uint32_t Zos_BktCreate(ZosPool *pool, uint32_t idx, bool first,
+                                                 uint32_t *faults) {
     ZosBkt *bkt = &pool->pstBkts[idx];
     if (bkt->uiDataSize == 0 || (bkt->wInitCnt == 0 && bkt->wIncCnt == 0)) {
-        POOL_ERR(pool, "BktCreate <%s> invalid size.");
+        *faults |= 1u << kBktInvalidSize;
         return ZFAILED;
     }
     if (idx >= kMaxBktIdx) {
-        POOL_ERR(pool, "BktCreate <%s> invalid bucket id.");
+        *faults |= 1u << kBktInvalidId;
         return ZFAILED;
     }
     uint32_t count = 0;
     if (first) {
         bkt->uiStride = RoundUp(bkt->uiDataSize + kNodeExtra, pool->ucAlign);
+        SetDivisor(bkt);
         count = bkt->wInitCnt;
         if (count == 0) return ZOK;
     } else {
         count = bkt->wIncCnt;
         if (count == 0) {
-            POOL_ERR(pool, "BktCreate <%s> increase zero size.");
+            *faults |= 1u << kBktIncZero;
             return ZFAILED;
         }
     }
@@ -326,12 +518,12 @@ uint32_t Zos_BktCreate(ZosPool *pool, uint32_t idx, bool first) {
     const uint64_t bytes =
         pool->ucAlign + static_cast<uint64_t>(bkt->uiStride) * count + sizeof(ZosBlk);
     if (bkt->wTotal + count > kMaxNodes || bytes >= 0x7FFFFFFFu) {
-        POOL_ERR(pool, "BktCreate <%s> invalid size.");
+        *faults |= 1u << kBktInvalidSize;
         return ZFAILED;
     }
     auto *mem = static_cast<uint8_t *>(pool->pfnAlloc(static_cast<uint32_t>(bytes)));
     if (mem == nullptr) {
-        POOL_ERR(pool, "BktCreate <%s> heap alloc.");
+        *faults |= 1u << kBktHeapAlloc;
         return ZFAILED;
     }
     auto *blk = reinterpret_cast<ZosBlk *>(mem);
@@ -346,7 +538,7 @@ uint32_t Zos_BktCreate(ZosPool *pool, uint32_t idx, bool first) {
                       reinterpret_cast<uintptr_t>(blk->pucEnd), blk, idx};
     if (!RefAdd(pool, ref)) {
         pool->pfnFree(mem);
-        POOL_ERR(pool, "BktCreate <%s> heap alloc.");
+        *faults |= 1u << kBktHeapAlloc;
         return ZFAILED;
     }
     ListAppend(&bkt->stBlkList, &blk->stLink);
@@ -366,22 +558,25 @@ uint32_t Zos_BktCreate(ZosPool *pool, uint32_t idx, bool first) {
     return ZOK;
 }
 
-// Gives one block back: its nodes leave the free list, its entry the index.
+// Gives one wholly free block back: its nodes leave the free list, its
+// entry the index.
 void Zos_BktDelete(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
     for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
-        if ((Load32(node) & kFreeBit) != 0) ListUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
+        ListUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
     }
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal - blk->wCount);
-    bkt->wFree = static_cast<uint16_t>(bkt->wFree - blk->wFree);
+    bkt->wFree = static_cast<uint16_t>(bkt->wFree - blk->wCount);
     ListUnlink(&bkt->stBlkList, &blk->stLink);
     RefRemove(pool, reinterpret_cast<uintptr_t>(blk->pucFirst));
     pool->pfnFree(blk);
 }
 
-// Shrink step after a free: a block that is now wholly free goes back,
-// except the bucket's first block made with its initial count (it stays
-// at the head of the block list), so a bucket never shrinks below it.
+// Shrink step after a free (block free counts are kept only with shrink
+// on): a block that is now wholly free goes back, except the bucket's
+// first block made with its initial count (it stays at the head of the
+// block list), so a bucket never shrinks below it.
 void Zos_BktFree(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
+    blk->wFree++;
     if (blk->wFree != blk->wCount) return;
     if (bkt->wTotal == bkt->wInitCnt) return;
     if (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink) return;
@@ -389,13 +584,14 @@ void Zos_BktFree(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
 }
 
 uint32_t Zos_BktGrpCreate(ZosPool *pool) {
-    for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
-        if (Zos_BktCreate(pool, i, true) != ZOK) {
-            POOL_ERR(pool, "BktGrpCreate <%s> create bucket.");
-            return ZFAILED;
-        }
+    uint32_t faults = 0;
+    uint32_t rc = ZOK;
+    for (uint32_t i = 0; i < pool->ucBktCnt && rc == ZOK; ++i) {
+        rc = Zos_BktCreate(pool, i, true, &faults);
     }
-    return ZOK;
+    Report(pool, faults);
+    if (rc != ZOK) PoolLogErr(pool, "BktGrpCreate <%s> create bucket.");
+    return rc;
 }
 
 void Zos_BktGrpDelete(ZosPool *pool) {
@@ -451,23 +647,22 @@ void *Zos_PoolHeapAlloc(ZosPool *pool, uint32_t size) {
 
 // Called with the lock held for a pointer the index knows as large; the
 // block is returned through *release for freeing after the lock.
-void Zos_PoolHeapFree(ZosPool *pool, const Where &w, void **release) {
+__attribute__((noinline)) void Zos_PoolHeapFree(ZosPool *pool, const Where &w, void **release,
+                                                uint32_t *faults) {
     uint8_t *mem = w.node;
     const uint32_t total = static_cast<uint32_t>(w.ref->uEnd - w.ref->uStart);
     const uint32_t rounded = total - kNodeExtra;
     if (Load32(mem + 4) != kLargeMagic) {
-        PoolLogStr(pool, "PoolHeapFree invalid magic value.");
+        *faults |= 1u << kHeapFreeMagic;
         return;
     }
-    // The size is taken from the index, never from the header alone, so
-    // a damaged header cannot send the red-zone read elsewhere.
+    // The size is taken from the index, never from the header alone, so a
+    // damaged header cannot send the red-zone read elsewhere.
     if (Load32(mem) != (rounded | kLargeBit)) {
-        PoolLogStr(pool, "PoolHeapFree invalid bucket id.");
+        *faults |= 1u << kHeapFreeBadId;
         return;
     }
-    if (Load32(mem + kNodeHead + rounded) != kRedZone) {
-        PoolLogStr(pool, "PoolHeapFree invalid redzone.");
-    }
+    if (Load32(mem + kNodeHead + rounded) != kRedZone) *faults |= 1u << kHeapFreeRedZone;
     Store32(mem + 4, 0);
     RefRemove(pool, w.ref->uStart);
     pool->uiHeapSize -= total;
@@ -475,42 +670,111 @@ void Zos_PoolHeapFree(ZosPool *pool, const Where &w, void **release) {
 }
 
 // ---------------------------------------------------------------------
-// Allocation and free
-
-bool ValidPool(const ZosPool *pool) {
-    return pool != nullptr && pool->uiMagic == kPoolMagic;
-}
+// Allocation, free and checks under the lock
 
 // Takes a node of the first bucket that fits and has (or can grow) a free
 // node; null when none can.
-uint8_t *TakeNode(ZosPool *pool, uint32_t size, bool *busy) {
+uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults) {
     PoolLock lock(pool);
     for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
         ZosBkt *bkt = &pool->pstBkts[i];
         if (bkt->uiDataSize < size) continue;
-        if (bkt->stFreeList.pstHead == nullptr && Zos_BktCreate(pool, i, false) != ZOK) continue;
-        Link *link = bkt->stFreeList.pstHead;
-        if (link == nullptr) {
-            POOL_ERR(pool, "PoolAlloc <%s> fatal error, bad memory.");
-            return nullptr;
+        if (__builtin_expect(bkt->stFreeList.pstHead == nullptr, 0)) {
+            if (Zos_BktCreate(pool, i, false, faults) != ZOK) continue;
+            if (bkt->stFreeList.pstHead == nullptr) {
+                *faults |= 1u << kAllocFatal;
+                return nullptr;
+            }
         }
-        ListUnlink(&bkt->stFreeList, link);
+        Link *link = ListPopHead(&bkt->stFreeList);
         bkt->uiAllocs++;
         bkt->wFree--;
         const uint32_t used = static_cast<uint32_t>(bkt->wTotal - bkt->wFree);
         if (used > bkt->uiPeak) bkt->uiPeak = used;
         uint8_t *node = NodeOf(link);
         const uint32_t header = Load32(node);
-        *busy = (header & kFreeBit) == 0;
+        if ((header & kFreeBit) == 0) *faults |= 1u << kAllocBusy;
         Store32(node, header & ~kFreeBit);
-        reinterpret_cast<FreeRec *>(link)->pstBlk->wFree--;
+        if ((pool->wFlags & kFlagShrink) != 0) {
+            reinterpret_cast<FreeRec *>(link)->pstBlk->wFree--;
+        }
+        *found = bkt;
         return node;
     }
-    POOL_ERR(pool, "PoolAlloc <%s> bucket node is empty.");
+    *faults |= 1u << kAllocEmpty;
     return nullptr;
 }
 
-enum class FreeFault { kNone, kTwice, kBadId, kHeapBadId };
+// Returns one node to its bucket; *release gets a large block to give
+// back after the lock.
+void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
+    PoolLock lock(pool);
+    const Where w = Locate(pool, mem);
+    if (__builtin_expect(w.kind != Kind::kNode, 0)) {
+        if (w.kind == Kind::kLarge) {
+            Zos_PoolHeapFree(pool, w, release, faults);
+        } else {
+            *faults |= 1u << kFreeBadId;
+        }
+        return;
+    }
+    uint8_t *node = w.node;
+    const uint32_t header = Load32(node);
+    const uint32_t magic = Load32(node + 4);
+    const uint32_t idx = BktIndex(header);
+    if (magic == kLargeMagic) {
+        *faults |= 1u << kHeapFreeBadId;  // a node dressed as a large allocation
+        return;
+    }
+    if ((header & kFreeBit) != 0) {
+        *faults |= 1u << kFreeTwice;
+        return;
+    }
+    if (idx >= pool->ucBktCnt || magic != kNodeMagic || idx != w.ref->uiBkt) {
+        *faults |= 1u << kFreeBadId;
+        return;
+    }
+    ZosBkt *bkt = &pool->pstBkts[idx];
+    if (Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone) *faults |= 1u << kFreeRedZone;
+    FreeRec *rec = RecOf(node);
+    std::memcpy(rec->acMark, kFreeMark, 4);
+    rec->pstBlk = w.ref->pstBlk;
+    Store32(node, header | kFreeBit);
+    ListAppend(&bkt->stFreeList, &rec->stLink);
+    bkt->wFree++;
+    bkt->uiFrees++;
+    if ((pool->wFlags & kFlagShrink) != 0) Zos_BktFree(pool, bkt, w.ref->pstBlk);
+}
+
+// Walks one bucket; the caller holds the lock.
+bool CheckBucket(ZosPool *pool, uint32_t idx, uint32_t *faults) {
+    ZosBkt *bkt = &pool->pstBkts[idx];
+    const uint32_t before = *faults;
+    uint32_t freeNodes = 0;
+    for (Link *l = bkt->stBlkList.pstHead; l != nullptr; l = l->pstNext) {
+        const auto *blk = reinterpret_cast<const ZosBlk *>(l);
+        for (const uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
+            const uint32_t header = Load32(node);
+            if (Load32(node + 4) != kNodeMagic || BktIndex(header) != idx) {
+                *faults |= 1u << kChkBktNodeMagic;
+            } else if ((header & kFreeBit) != 0) {
+                freeNodes++;
+            } else if (Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone) {
+                *faults |= 1u << kChkBktRedZone;
+            }
+        }
+    }
+    uint32_t listed = 0;
+    for (Link *l = bkt->stFreeList.pstHead; l != nullptr && listed <= bkt->wTotal;
+         l = l->pstNext, ++listed) {
+        if (std::memcmp(reinterpret_cast<const FreeRec *>(l)->acMark, kFreeMark, 4) != 0) {
+            *faults |= 1u << kChkBktFreeMagic;
+        }
+        if ((Load32(NodeOf(l)) & kFreeBit) == 0) *faults |= 1u << kChkBktFreeMask;
+    }
+    if (listed != bkt->wFree || freeNodes != bkt->wFree) *faults |= 1u << kChkBktFreeCount;
+    return *faults == before;
+}
 
 }  // namespace
 
@@ -553,29 +817,18 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
             bkt->uiDataSize = RoundUp(row.uiSize < kMinData ? kMinData : row.uiSize, 4);
         }
         bkt->uiStride = RoundUp(bkt->uiDataSize + kNodeExtra, kAlign);
+        SetDivisor(bkt);
         bkt->wInitCnt = static_cast<uint16_t>(row.uiInitCnt);
         bkt->wIncCnt = static_cast<uint16_t>(row.uiIncCnt);
         ListInit(&bkt->stBlkList, bkt->wIncCnt != 0 ? kNoLimit : 1);
         ListInit(&bkt->stFreeList, bkt->wIncCnt != 0 ? kNoLimit : bkt->wInitCnt);
     }
 
-    if (pstCfg->ucLocked != 0) {
-        if (Zos_MutexCreate(&pool->zMutex) != ZOK) {
-            Zos_OsdepTrace("PoolCreate create mutex.", "src/zos/zos_pool", 663);
-            release(pool->pstBkts);
-            release(pool);
-            return nullptr;
-        }
-        // With mutexes switched off the create does nothing and the pool
-        // runs without a lock.
-        if (pool->zMutex != 0) {
-            pool->pfnLock = zos::Osdep<zos::kSlotMutexLock>();
-            pool->pfnUnlock = zos::Osdep<zos::kSlotMutexUnlock>();
-            if (pool->pfnLock == nullptr || pool->pfnUnlock == nullptr) {
-                pool->pfnLock = nullptr;
-                pool->pfnUnlock = nullptr;
-            }
-        }
+    if (pstCfg->ucLocked != 0 && !MutexCreate(pool)) {
+        Zos_OsdepTrace("PoolCreate create mutex.", "src/zos/zos_pool", 663);
+        release(pool->pstBkts);
+        release(pool);
+        return nullptr;
     }
 
     pool->ucAlign = static_cast<uint8_t>(kAlign);
@@ -587,12 +840,11 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
         if (size < pool->uiMinSize) pool->uiMinSize = size;
         if (size > pool->uiMaxSize) pool->uiMaxSize = size;
     }
+    pool->uiMagic = kPoolMagic;
     if (Zos_BktGrpCreate(pool) != ZOK) {
-        pool->uiMagic = kPoolMagic;
         Zos_PoolDelete(pool);
         return nullptr;
     }
-    pool->uiMagic = kPoolMagic;
     return pool;
 }
 
@@ -612,10 +864,7 @@ KESTRO_API void Zos_PoolDelete(ZPOOL zPool) {
         }
     }
     if (pool->pstRefs != nullptr) pool->pfnFree(pool->pstRefs);
-    if (pool->zMutex != 0) {
-        auto del = zos::Osdep<zos::kSlotMutexDelete>();
-        if (del != nullptr) del(&pool->zMutex);
-    }
+    MutexDelete(pool);
     PFN_ZOS_POOL_FREE release = pool->pfnFree;
     release(pool->pstBkts);
     release(pool);
@@ -634,18 +883,17 @@ KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
     }
     if (uiSize > pool->uiMaxSize) return Zos_PoolHeapAlloc(pool, uiSize);
 
-    bool busy = false;
-    uint8_t *node = TakeNode(pool, uiSize, &busy);
-    if (node == nullptr) return nullptr;
-    if (busy) POOL_ERR(pool, "PoolAlloc <%s> alloc busy node.");
+    uint32_t faults = 0;
+    ZosBkt *bkt = nullptr;
+    uint8_t *node = TakeNode(pool, uiSize, &bkt, &faults);
     // Diagnostic only: a damaged node is still handed out.
-    const uint32_t dataSize = pool->pstBkts[BktIndex(Load32(node))].uiDataSize;
-    if (Load32(node + 4) != kNodeMagic ||
-        std::memcmp(RecOf(node)->acMark, kFreeMark, sizeof(kFreeMark)) != 0 ||
-        Load32(node + kNodeHead + dataSize) != kRedZone) {
-        POOL_ERR(pool, "PoolAlloc <%s> invalid id(ex.magic id).");
+    if (node != nullptr && (Load32(node + 4) != kNodeMagic ||
+                            std::memcmp(RecOf(node)->acMark, kFreeMark, sizeof(kFreeMark)) != 0 ||
+                            Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone)) {
+        faults |= 1u << kAllocBadId;
     }
-    return node + kNodeHead;
+    if (faults != 0) Report(pool, faults);
+    return node != nullptr ? node + kNodeHead : nullptr;
 }
 
 KESTRO_API void *Zos_PoolAllocClrd(ZPOOL zPool, uint32_t uiSize) {
@@ -658,61 +906,14 @@ KESTRO_API void Zos_PoolFree(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr) return;
     if (pool->uiMagic != kPoolMagic) {
-        POOL_ERR(pool, "PoolFree <%s> invalid magic.");
+        PoolLogErr(pool, "PoolFree <%s> invalid magic.");
         return;
     }
-    FreeFault fault = FreeFault::kNone;
-    bool badRedZone = false;
+    uint32_t faults = 0;
     void *release = nullptr;
-    {
-        PoolLock lock(pool);
-        const Where w = Locate(pool, pMem);
-        if (w.kind == Kind::kLarge) {
-            Zos_PoolHeapFree(pool, w, &release);
-        } else if (w.kind == Kind::kForeign) {
-            fault = FreeFault::kBadId;
-        } else {
-            uint8_t *node = w.node;
-            const uint32_t header = Load32(node);
-            const uint32_t magic = Load32(node + 4);
-            const uint32_t idx = BktIndex(header);
-            if (magic == kLargeMagic) {
-                fault = FreeFault::kHeapBadId;  // a node dressed as large
-            } else if ((header & kFreeBit) != 0) {
-                fault = FreeFault::kTwice;
-            } else if (idx >= pool->ucBktCnt || magic != kNodeMagic || idx != w.ref->uiBkt) {
-                fault = FreeFault::kBadId;
-            } else {
-                ZosBkt *bkt = &pool->pstBkts[idx];
-                ZosBlk *blk = w.ref->pstBlk;
-                badRedZone = Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone;
-                FreeRec *rec = RecOf(node);
-                std::memcpy(rec->acMark, kFreeMark, 4);
-                rec->pstBlk = blk;
-                Store32(node, header | kFreeBit);
-                ListAppend(&bkt->stFreeList, &rec->stLink);
-                bkt->wFree++;
-                bkt->uiFrees++;
-                blk->wFree++;
-                if ((pool->wFlags & kFlagShrink) != 0) Zos_BktFree(pool, bkt, blk);
-            }
-        }
-    }
+    PutNode(pool, pMem, &release, &faults);
     if (release != nullptr) pool->pfnFree(release);
-    switch (fault) {
-        case FreeFault::kTwice:
-            POOL_ERR(pool, "PoolFree <%s> free twice.");
-            break;
-        case FreeFault::kBadId:
-            POOL_ERR(pool, "PoolFree <%s> invalid id(ex.magic id).");
-            break;
-        case FreeFault::kHeapBadId:
-            PoolLogStr(pool, "PoolHeapFree invalid bucket id.");
-            break;
-        case FreeFault::kNone:
-            break;
-    }
-    if (badRedZone) POOL_ERR(pool, "PoolFree <%s> invalid redzone.");
+    if (faults != 0) Report(pool, faults);
 }
 
 KESTRO_API uint32_t Zos_PoolGetSize(ZPOOL zPool, void *pMem, uint32_t *puiSize) {
@@ -720,7 +921,7 @@ KESTRO_API uint32_t Zos_PoolGetSize(ZPOOL zPool, void *pMem, uint32_t *puiSize) 
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr || puiSize == nullptr) return ZFAILED;
     if (pool->uiMagic != kPoolMagic) {
-        POOL_ERR(pool, "PoolGetSize <%s> invalid magic.");
+        PoolLogErr(pool, "PoolGetSize <%s> invalid magic.");
         return ZFAILED;
     }
     uint32_t size = 0;
@@ -735,7 +936,7 @@ KESTRO_API uint32_t Zos_PoolGetSize(ZPOOL zPool, void *pMem, uint32_t *puiSize) 
         }
     }
     if (size == 0) {
-        POOL_ERR(pool, "PoolGetSize <%s> invalid id(ex.magic id).");
+        PoolLogErr(pool, "PoolGetSize <%s> invalid id(ex.magic id).");
         return ZFAILED;
     }
     *puiSize = size;
@@ -746,7 +947,7 @@ KESTRO_API uint32_t Zos_PoolFillPoison(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr) return ZFAILED;
     if (pool->uiMagic != kPoolMagic) {
-        POOL_ERR(pool, "PoolFillPoison <%s> invalid magic.");
+        PoolLogErr(pool, "PoolFillPoison <%s> invalid magic.");
         return ZFAILED;
     }
     bool ok = false;
@@ -766,7 +967,7 @@ KESTRO_API uint32_t Zos_PoolFillPoison(ZPOOL zPool, void *pMem) {
         }
     }
     if (!ok) {
-        POOL_ERR(pool, "PoolFillPoison <%s> invalid id.");
+        PoolLogErr(pool, "PoolFillPoison <%s> invalid id.");
         return ZFAILED;
     }
     return ZOK;
@@ -776,7 +977,7 @@ KESTRO_API uint32_t Zos_PoolIsValid(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr) return 0;
     if (pool->uiMagic != kPoolMagic) {
-        POOL_ERR(pool, "PoolIsValid <%s> invalid magic.");
+        PoolLogErr(pool, "PoolIsValid <%s> invalid magic.");
         return 0;
     }
     Kind kind = Kind::kForeign;
@@ -785,7 +986,7 @@ KESTRO_API uint32_t Zos_PoolIsValid(ZPOOL zPool, void *pMem) {
         kind = Locate(pool, pMem).kind;
     }
     if (kind == Kind::kForeign) {
-        POOL_ERR(pool, "PoolIsValid <%s> invalid bucket id.");
+        PoolLogErr(pool, "PoolIsValid <%s> invalid bucket id.");
         return 0;
     }
     return 1;
@@ -795,7 +996,7 @@ KESTRO_API uint32_t Zos_PoolChkMem(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr) return 0;
     if (pool->uiMagic != kPoolMagic) {
-        POOL_ERR(pool, "PoolChkMem <%s> invalid magic.");
+        PoolLogErr(pool, "PoolChkMem <%s> invalid magic.");
         return 0;
     }
     enum { kSound, kBadId, kBadRedZone } result = kSound;
@@ -815,13 +1016,13 @@ KESTRO_API uint32_t Zos_PoolChkMem(ZPOOL zPool, void *pMem) {
             }
         }
     }
-    if (countError) POOL_ERR(pool, "PoolChkMem <%s> free count error.");
+    if (countError) PoolLogErr(pool, "PoolChkMem <%s> free count error.");
     if (result == kBadId) {
-        POOL_ERR(pool, "PoolChkMem <%s> invalid id(ex.magic id).");
+        PoolLogErr(pool, "PoolChkMem <%s> invalid id(ex.magic id).");
         return 0;
     }
     if (result == kBadRedZone) {
-        POOL_ERR(pool, "PoolChkMem <%s> invalid redzone.");
+        PoolLogErr(pool, "PoolChkMem <%s> invalid redzone.");
         return 0;
     }
     return 1;
@@ -830,60 +1031,32 @@ KESTRO_API uint32_t Zos_PoolChkMem(ZPOOL zPool, void *pMem) {
 KESTRO_API uint32_t Zos_PoolChkBkt(ZPOOL zPool, uint32_t uiBktIdx) {
     ZosPool *pool = PoolOf(zPool);
     if (!ValidPool(pool) || uiBktIdx >= pool->ucBktCnt) return 0;
-    PoolLock lock(pool);
-    ZosBkt *bkt = &pool->pstBkts[uiBktIdx];
-    uint32_t sound = 1;
-    uint32_t freeNodes = 0;
-    for (Link *l = bkt->stBlkList.pstHead; l != nullptr; l = l->pstNext) {
-        const auto *blk = reinterpret_cast<const ZosBlk *>(l);
-        for (const uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
-            const uint32_t header = Load32(node);
-            if (Load32(node + 4) != kNodeMagic || BktIndex(header) != uiBktIdx) {
-                POOL_ERR(pool, "PoolChkBkt <%s> bad node magic.");
-                sound = 0;
-            } else if ((header & kFreeBit) != 0) {
-                freeNodes++;
-            } else if (Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone) {
-                POOL_ERR(pool, "PoolChkBkt <%s> bad redzone.");
-                sound = 0;
-            }
-        }
+    uint32_t faults = 0;
+    bool sound = false;
+    {
+        PoolLock lock(pool);
+        sound = CheckBucket(pool, uiBktIdx, &faults);
     }
-    uint32_t listed = 0;
-    for (Link *l = bkt->stFreeList.pstHead; l != nullptr && listed <= bkt->wTotal;
-         l = l->pstNext, ++listed) {
-        const uint8_t *node = NodeOf(l);
-        if (std::memcmp(reinterpret_cast<const FreeRec *>(l)->acMark, kFreeMark, 4) != 0) {
-            POOL_ERR(pool, "PoolChkBkt <%s> bad free magic.");
-            sound = 0;
-        }
-        if ((Load32(node) & kFreeBit) == 0) {
-            POOL_ERR(pool, "PoolChkBkt <%s> bad free mask.");
-            sound = 0;
-        }
-    }
-    if (listed != bkt->wFree || freeNodes != bkt->wFree) {
-        POOL_ERR(pool, "PoolChkBkt <%s> free count error.");
-        sound = 0;
-    }
-    return sound;
+    Report(pool, faults);
+    return sound ? 1 : 0;
 }
 
 KESTRO_API uint32_t Zos_PoolChkPool(ZPOOL zPool) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr) return 0;
     if (pool->uiMagic != kPoolMagic) {
-        POOL_ERR(pool, "PoolChkPool <%s> invalid magic.");
+        PoolLogErr(pool, "PoolChkPool <%s> invalid magic.");
         return 0;
     }
-    uint32_t sound = 1;
+    uint32_t faults = 0;
+    bool sound = true;
     {
         PoolLock lock(pool);
-        for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
-            if (Zos_PoolChkBkt(pool, i) != 1) sound = 0;
-        }
+        for (uint32_t i = 0; i < pool->ucBktCnt; ++i)
+            sound = CheckBucket(pool, i, &faults) && sound;
     }
-    if (sound == 0) {
+    Report(pool, faults);
+    if (!sound) {
         if (LogOn(pool)) {
             Zos_LogStr(Zos_LogGetZosId(), ZOS_LOG_LEVEL_INFO, "~~~~~~~Bad Memory Pool ---");
         }
@@ -925,21 +1098,33 @@ KESTRO_API uint32_t Zos_PoolGetHeapSize(ZPOOL zPool) {
 uint32_t zos::PoolPrintStats(ZPOOL zPool) {
     ZosPool *pool = PoolOf(zPool);
     if (!ValidPool(pool)) return ZFAILED;
-    PoolLock lock(pool);
+    // The figures are taken together under the lock and printed after it.
+    ST_ZOS_POOL_BKT_STAT rows[255];
+    uint32_t count = 0;
+    uint32_t heap = 0;
+    {
+        PoolLock lock(pool);
+        count = pool->ucBktCnt;
+        heap = pool->uiHeapSize;
+        for (uint32_t i = 0; i < count; ++i) {
+            const ZosBkt *bkt = &pool->pstBkts[i];
+            rows[i] = {bkt->uiDataSize, bkt->wTotal,  bkt->wFree, bkt->uiPeak,
+                       bkt->uiAllocs,   bkt->uiFrees, 0};
+        }
+    }
     Zos_Printf("\r\n    BUCKET      TOTAL       FREE  PEEK ALLOC    REQUEST    RELEASE\r\n");
     Zos_Printf("    ------      -----       ----  ----------    -------    -------\r\n");
     uint32_t total = 0;
     uint32_t free = 0;
-    for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
-        const ZosBkt *bkt = &pool->pstBkts[i];
-        Zos_Printf("%10u %10d %10d %11u %10u %10u\r\n", bkt->uiDataSize,
-                   static_cast<int32_t>(bkt->wTotal), static_cast<int32_t>(bkt->wFree), bkt->uiPeak,
-                   bkt->uiAllocs, bkt->uiFrees);
-        total += bkt->uiDataSize * bkt->wTotal;
-        free += bkt->uiDataSize * bkt->wFree;
+    for (uint32_t i = 0; i < count; ++i) {
+        const ST_ZOS_POOL_BKT_STAT &r = rows[i];
+        Zos_Printf("%10u %10d %10d %11u %10u %10u\r\n", r.uiSize, static_cast<int32_t>(r.uiTotal),
+                   static_cast<int32_t>(r.uiFree), r.uiPeak, r.uiAllocs, r.uiFrees);
+        total += r.uiSize * r.uiTotal;
+        free += r.uiSize * r.uiFree;
     }
     Zos_Printf("\r\n             total       used       free  \r\n");
     Zos_Printf("Mem:    %10u %10u %10u \r\n", total, total - free, free);
-    Zos_Printf("Heap:   %10u\r\n\r\n", pool->uiHeapSize);
+    Zos_Printf("Heap:   %10u\r\n\r\n", heap);
     return ZOK;
 }
