@@ -17,7 +17,10 @@
 #include "zos_time.h"
 #include "zos_print.h"
 #include "zos_log.h"
+#include "zos_dump.h"
+#include "zos_trace.h"
 #include "zos_dlist.h"
 #include "zpand.h"
+#include "zfile.h"
 
 #endif /* KESTRO_LITE_H */
