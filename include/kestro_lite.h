@@ -20,6 +20,9 @@
 #include "zos_dump.h"
 #include "zos_trace.h"
 #include "zos_dlist.h"
+#include "zos_dbkt.h"
+#include "zos_queue.h"
+#include "zos_pqueue.h"
 #include "zpand.h"
 #include "zfile.h"
 
