@@ -37,8 +37,9 @@ uint32_t FailingInit() {
 }
 
 const std::vector<std::string> kDestroyed = {
-    "time destroy ok.", "pmem destroy ok.",  "trace destroy ok.",  "dump destroy ok.",
-    "log destroy ok.",  "print destroy ok.", "memory destroy ok.", "system destroy ok."};
+    "time destroy ok.",  "pmem destroy ok.",   "dbuf destroy ok.",
+    "trace destroy ok.", "dump destroy ok.",   "log destroy ok.",
+    "print destroy ok.", "memory destroy ok.", "system destroy ok."};
 
 }  // namespace
 
@@ -53,15 +54,15 @@ TEST(SysFrame, StartAndStopPrintTheirProgressInOrder) {
         started, std::regex(R"(^\d\d:\d\d:\d\d\.\d\d\d ZOS: INFO: time init ok\.\n)")))
         << started;
     std::vector<std::string> messages = Messages(started);
-    ASSERT_EQ(messages.size(), 8u) << started;
+    ASSERT_EQ(messages.size(), 9u) << started;
     // The last line comes from the system log, echoed to the console.
     EXPECT_TRUE(std::regex_match(messages.back(),
                                  std::regex(R"(kestro_lite system \d{4}-\d\d-\d\dT\S+ init ok\.)")))
         << messages.back();
     messages.pop_back();
-    EXPECT_EQ(messages, (std::vector<std::string>{"time init ok.", "print init ok.", "log init ok.",
-                                                  "memory init ok.", "dump init ok.",
-                                                  "trace init ok.", "pmem init ok."}));
+    EXPECT_EQ(messages, (std::vector<std::string>{
+                            "time init ok.", "print init ok.", "log init ok.", "memory init ok.",
+                            "dump init ok.", "trace init ok.", "dbuf init ok.", "pmem init ok."}));
 
     // A second start is a no-op and prints nothing.
     ktest::ClearPrinted();

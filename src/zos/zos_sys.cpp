@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "zos_cfg_rec.h"
+#include "zos_dbuf.h"
 #include "zos_dump.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
@@ -56,6 +57,7 @@ constexpr InitStep kInitSteps[] = {
     {Zos_MemInit, "memory init ok.", "init memory fail!\r\n"},
     {Zos_DumpInit, "dump init ok.", "init dump fail!\r\n"},
     {Zos_TraceInit, "trace init ok.", "init trace fail!\r\n"},
+    {Zos_DbufInit, "dbuf init ok.", "init dbuf fail!\r\n"},
     {Zos_PMemInit, "pmem init ok.", "init pmem fail!\r\n"},
 };
 // clang-format on
@@ -70,6 +72,7 @@ struct DestroyStep {
 constexpr DestroyStep kDestroySteps[] = {
     {Zos_TimeDestroy, "time destroy ok."},
     {Zos_PMemDestroy, "pmem destroy ok."},
+    {Zos_DbufDestroy, "dbuf destroy ok."},
     {Zos_TraceDestroy, "trace destroy ok."},
     {Zos_DumpDestroy, "dump destroy ok."},
     {Zos_LogDestroy, "log destroy ok."},
