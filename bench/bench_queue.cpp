@@ -167,5 +167,3 @@ BENCHMARK_TEMPLATE(ProducerConsumer, ZPQueueOps)->Name("PQueue/1p1c/kestro")->Us
 BENCHMARK_TEMPLATE(ProducerConsumer, StdPQueueOps)->Name("PQueue/1p1c/std")->UseRealTime();
 
 }  // namespace
-
-BENCHMARK_MAIN();

@@ -28,6 +28,8 @@
 #include "zos_dbkt.h"
 #include "zos_queue.h"
 #include "zos_pqueue.h"
+#include "zucs.h"
+#include "sms_pdu.h"
 #include "zpand.h"
 #include "zfile.h"
 

@@ -210,6 +210,8 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
     const uint32_t top = q->uiTop;
     ST_ZOS_DLIST *level = &q->pstLevels[top];
     auto *node = reinterpret_cast<PNode *>(zos::DlistTakeHead(level, covered));
+    // Only an unlocked queue can be emptied by another poller meanwhile.
+    if (node == nullptr) return ZFAILED;
     if (puiLevel != nullptr) *puiLevel = top;
     if (pzItem != nullptr) *pzItem = node->zItem;
     zos::DbktPut(q->zBkt, node, covered);
