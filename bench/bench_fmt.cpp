@@ -126,5 +126,3 @@ BENCHMARK(LongString_Fmt);
 BENCHMARK(Double_Zos);
 BENCHMARK(Double_Snprintf);
 BENCHMARK(Double_Fmt);
-
-BENCHMARK_MAIN();

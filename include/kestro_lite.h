@@ -20,6 +20,8 @@
 #include "zos_dump.h"
 #include "zos_trace.h"
 #include "zos_dlist.h"
+#include "zucs.h"
+#include "sms_pdu.h"
 #include "zpand.h"
 #include "zfile.h"
 

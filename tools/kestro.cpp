@@ -56,6 +56,9 @@ namespace {
 
 const Command kCommands[] = {
     {"status", "start the layer, show version and configuration, stop it", RunStatus},
+    {"sms", "decode <hex> | submit | deliver | deliver-report: SMS PDUs", RunSms},
+    {"utf8", "<text>: its code points and UTF-16 units", RunUtf8},
+    {"pinyin", "<text>: the text spelled in pinyin", RunPinyin},
 };
 
 void Usage(FILE *out) {

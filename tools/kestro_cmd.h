@@ -12,4 +12,11 @@ struct Command {
 // Starts the layer, shows the version and the configuration, stops it.
 int RunStatus(int argc, char **argv);
 
+// SMS PDUs: "sms decode <hex>", "sms submit", "sms deliver", "sms deliver-report".
+int RunSms(int argc, char **argv);
+// Code points and UTF-16 units of a UTF-8 text.
+int RunUtf8(int argc, char **argv);
+// A UTF-8 text spelled in pinyin.
+int RunPinyin(int argc, char **argv);
+
 }  // namespace kestro
