@@ -131,9 +131,8 @@ uint32_t Stored(uint32_t produced, uint32_t size) {
 // ---------------------------------------------------------------------
 // Prefix
 
-uint32_t AddPrefix(char *buf, uint32_t size, const LogRec *r, const char *name, uint32_t level,
-                   const char *prefix) {
-    const ST_ZOS_CFG *cfg = Zos_CfgLocate();
+uint32_t AddPrefix(const ST_ZOS_CFG *cfg, char *buf, uint32_t size, const LogRec *r,
+                   const char *name, uint32_t level, const char *prefix) {
     const bool date = cfg != nullptr && cfg->LogDispDateSupt != 0;
     const bool time = cfg != nullptr && cfg->LogDispTimeSupt != 0;
     const bool inMs = cfg != nullptr && cfg->LogDispTimeInMs != 0;
@@ -488,11 +487,21 @@ void DispBuff(LogRec *r, const char *text, uint32_t len) {
     r->pcWrite += rest;
 }
 
-void Disp(LogRec *r, const char *text, uint32_t len) {
+// The watcher of a log and its user data, read together.
+struct Watcher {
+    ZOS_LOG_WATCHER fn = nullptr;
+    void *user = nullptr;
+};
+
+// Displays a line. When `watcher` is given, the log's watcher is read in
+// the same locked section (one lock per line on the common path).
+void Disp(const ST_ZOS_CFG *cfg, LogRec *r, const char *text, uint32_t len, Watcher *watcher) {
     const bool echo = (LoadU32(r->uiFlags) & ZOS_LOG_FLAG_PRINT) != 0;
-    const ZOS_LOGDISP_HOOK hook = echo ? Zos_CfgGetLogDisp() : nullptr;
+    const ZOS_LOGDISP_HOOK hook = echo && cfg != nullptr ? cfg->LogDisp : nullptr;
+    const uint32_t limit = cfg != nullptr ? cfg->LogFileSize : 0xFFFFFFFFu;
     {
         zos::MutexGuard lock(&r->zMutex, r->ucLocked != 0);
+        if (watcher != nullptr) *watcher = Watcher{r->pfnWatcher, r->pUser};
         // A failure reported while this log displays (a file error logged
         // to the log itself) must not come back into it.
         if (r->ucBusy != 0) return;
@@ -503,7 +512,7 @@ void Disp(LogRec *r, const char *text, uint32_t len) {
             DispBuff(r, text, len);
         }
         if (echo && hook == nullptr) Zos_PrintNStr(text, len);
-        if (r->zFile != 0 && r->uiFileSize > Zos_CfgGetLogFileSize()) AdjFile(r);
+        if (r->zFile != 0 && r->uiFileSize > limit) AdjFile(r);
         r->ucBusy = 0;
     }
     if (hook != nullptr) hook(text, len);
@@ -524,7 +533,8 @@ uint32_t LogPrint(LogRec *r, const char *name, uint32_t level, const char *prefi
                   const Body &body) {
     auto *buf = static_cast<char *>(Zos_PrintAlloc(kLineBuf));
     if (buf == nullptr) return ZFAILED;
-    const uint32_t pre = AddPrefix(buf, ZOS_LOG_LINE_MAX, r, name, level, prefix);
+    const ST_ZOS_CFG *cfg = Zos_CfgLocate();
+    const uint32_t pre = AddPrefix(cfg, buf, ZOS_LOG_LINE_MAX, r, name, level, prefix);
     const uint32_t room = ZOS_LOG_LINE_MAX - pre;
     uint32_t msg = 0;
     if (body.fmt != nullptr) {
@@ -546,18 +556,17 @@ uint32_t LogPrint(LogRec *r, const char *name, uint32_t level, const char *prefi
         LogRec *t = Usable(redirect);
         if (t != nullptr) target = t;
     }
-    Disp(target, buf, len);
-
-    ZOS_LOG_WATCHER watcher = nullptr;
-    void *user = nullptr;
-    {
+    Watcher watcher;
+    if (target == r) {
+        Disp(cfg, r, buf, len, &watcher);
+    } else {
+        Disp(cfg, target, buf, len, nullptr);
         zos::MutexGuard lock(&r->zMutex, r->ucLocked != 0);
-        watcher = r->pfnWatcher;
-        user = r->pUser;
+        watcher = Watcher{r->pfnWatcher, r->pUser};
     }
-    if (watcher != nullptr) {
+    if (watcher.fn != nullptr) {
         buf[len - 1] = '\0';
-        watcher(user, level, buf + pre);
+        watcher.fn(watcher.user, level, buf + pre);
     }
     Zos_PrintFree(buf);
     return ZOK;
