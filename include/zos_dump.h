@@ -30,9 +30,8 @@ KESTRO_API uint32_t Zos_DumpStack(ZDUMP zDump, const char *pcFile, uint32_t uiLi
                                   const char *pcText, uint32_t uiValue);
 /* Prints the dump to the console. */
 KESTRO_API uint32_t Zos_DumpPrint(ZDUMP zDump);
-/* Prints the dump into a data buffer, or to the console when zDbuf is
- * null. Data-buffer targets fail with 1 until the data-buffer module is
- * part of the build. */
+/* Prints the dump into a data buffer (appended), or to the console when
+ * zDbuf is null. */
 KESTRO_API uint32_t Zos_DumpPrintBuf(ZDUMP zDump, ZDBUF zDbuf);
 /* Prints every non-empty dump. */
 KESTRO_API uint32_t Zos_DumpDbgShow(void);

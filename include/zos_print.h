@@ -57,11 +57,8 @@ KESTRO_API uint32_t Zos_PrintSize(const char *pcFormat, ...);
  * first flushes what the buffer holds (to the data buffer when one is
  * given, else printed with "%s") and empties it; then at most 511
  * characters of the piece are stored. A null buffer or length, or an
- * empty piece, fails with 1.
- *
- * Data-buffer targets need the data-buffer module; until it is part of
- * the build, a non-null zDbuf makes every call fail with 1 and leaves the
- * accumulator untouched.
+ * empty piece, fails with 1. A data-buffer target receives the text with
+ * Zos_DbufPstAddMultD.
  */
 KESTRO_API uint32_t Zos_PrintOutStart(char *pcBuf, char **ppcOut, uint32_t *puiLen);
 KESTRO_API uint32_t Zos_PrintOutPutFmt(ZDBUF zDbuf, char *pcBuf, uint32_t *puiLen,

@@ -63,8 +63,12 @@ TEST_F(ZosTest, DumpDepthLimitAndClear) {
     EXPECT_TRUE(ktest::LoggedContains("DumpClear invalid id."));
     EXPECT_TRUE(ktest::LoggedContains("DumpDelete invalid id."));
     ZDUMP e = Zos_DumpCreate("e", 1);
-    int dbuf = 0;
-    EXPECT_EQ(Zos_DumpPrintBuf(e, &dbuf), ZFAILED);
+    ZDBUF dbuf = Zos_DbufCreate(nullptr, 1, 128);
+    EXPECT_EQ(Zos_DumpPrintBuf(e, dbuf), ZOK);
+    char text[64] = {};
+    EXPECT_EQ(Zos_DbufCopyD(dbuf, 0, Zos_DbufLen(dbuf), text), ZOK);
+    EXPECT_STREQ(text, "Dump <e> stack is empty.\r\n");
+    EXPECT_EQ(Zos_DbufDelete(dbuf), ZOK);
     // A dump left registered is freed by shut-down (the leak checker
     // watches this one).
     EXPECT_EQ(Zos_DumpStack(e, nullptr, 0, "left", 0), ZOK);

@@ -156,20 +156,32 @@ TEST_F(ZosTest, AccumulatorFlushesBeforeItOverflows) {
     EXPECT_EQ(len, 0u);
     EXPECT_EQ(Zos_PrintOutEnd(nullptr, buf, &len), ZFAILED);  // nothing to print
 
-    // Empty pieces and missing arguments fail; so does a data-buffer
-    // target, which leaves the accumulator as it was.
+    // Empty pieces and missing arguments fail.
     EXPECT_EQ(Zos_PrintOutPutStr(nullptr, buf, &len, ""), ZFAILED);
     EXPECT_EQ(Zos_PrintOutPutNStr(nullptr, buf, &len, "x", 0), ZFAILED);
     EXPECT_EQ(Zos_PrintOutPutSStr(nullptr, buf, &len, nullptr), ZFAILED);
     EXPECT_EQ(Zos_PrintOutPutChr(nullptr, nullptr, &len, 'x'), ZFAILED);
     EXPECT_EQ(Zos_PrintOutPutStr(nullptr, buf, nullptr, "x"), ZFAILED);
     EXPECT_EQ(Zos_PrintOutPutStr(nullptr, buf, &len, "kept"), ZOK);
-    int dbuf = 0;
-    EXPECT_EQ(Zos_PrintOutPutStr(&dbuf, buf, &len, "more"), ZFAILED);
-    EXPECT_EQ(Zos_PrintOutPutFmt(&dbuf, buf, &len, "%d", 1), ZFAILED);
-    EXPECT_EQ(Zos_PrintOutEnd(&dbuf, buf, &len), ZFAILED);
     EXPECT_EQ(len, 4u);
     EXPECT_STREQ(buf, "kept");
+
+    // A data-buffer target receives every flush instead of the console.
+    ZDBUF dbuf = Zos_DbufCreate(nullptr, 1, 128);
+    ktest::ClearPrinted();
+    EXPECT_EQ(Zos_PrintOutPutStr(dbuf, buf, &len, "more"), ZOK);
+    EXPECT_EQ(Zos_PrintOutPutFmt(dbuf, buf, &len, "%0510d", 1), ZOK);  // cut to 127
+    EXPECT_EQ(Zos_DbufLen(dbuf), 0u);
+    EXPECT_EQ(Zos_PrintOutPutStr(dbuf, buf, &len, std::string(400, 'z').c_str()), ZOK);
+    EXPECT_EQ(Zos_DbufLen(dbuf), 8u + 127u);  // flushed before the piece that overflows
+    EXPECT_EQ(Zos_PrintOutEnd(dbuf, buf, &len), ZOK);
+    EXPECT_EQ(len, 0u);
+    EXPECT_EQ(Zos_DbufLen(dbuf), 8u + 127u + 400u);
+    char text[16] = {};
+    EXPECT_EQ(Zos_DbufCopyD(dbuf, 0, 9, text), ZOK);
+    EXPECT_STREQ(text, "keptmore0");
+    EXPECT_EQ(ktest::Printed(), "");
+    EXPECT_EQ(Zos_DbufDelete(dbuf), ZOK);
 }
 
 TEST_F(ZosTest, LongTextsGoOutIn511CharacterPieces) {

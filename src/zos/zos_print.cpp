@@ -9,6 +9,7 @@
 #include "zos_mem.h"
 #include "zos_osdep.h"
 #include "zos_pool.h"
+#include "zos_dbuf.h"
 #include "zos_print.h"
 #include "zos_print_int.h"
 #include "zos_util.h"
@@ -50,22 +51,22 @@ void StoreFlag(uint8_t &flag, uint8_t value) {
     std::atomic_ref<uint8_t>(flag).store(value, std::memory_order_relaxed);
 }
 
-// Empties the accumulator into its target. Data-buffer targets are
-// refused at the entry points until the data-buffer module exists, so
-// only the console target is reached here.
-void OutFlush(char *buf, uint32_t *len) {
-    if (*len != 0) Zos_Printf("%s", buf);
+// Empties the accumulator into its target: the data buffer when one is
+// given, else the console.
+uint32_t OutFlush(ZDBUF dbuf, char *buf, uint32_t *len) {
+    uint32_t rc = ZOK;
+    if (*len != 0)
+        rc = dbuf != nullptr ? Zos_DbufPstAddMultD(dbuf, buf, *len) : Zos_Printf("%s", buf);
     buf[0] = '\0';
     *len = 0;
+    return rc;
 }
 
 // Appends n characters with the flushing rule of the accumulator.
 uint32_t OutAppend(ZDBUF dbuf, char *buf, uint32_t *len, const char *piece, uint32_t n) {
-    if (dbuf != nullptr || buf == nullptr || len == nullptr || piece == nullptr || n == 0) {
-        return ZFAILED;
-    }
+    if (buf == nullptr || len == nullptr || piece == nullptr || n == 0) return ZFAILED;
     if (*len > kOutMax) *len = kOutMax;  // a corrupted length never writes past the buffer
-    if (*len + n >= ZOS_PRINT_OUT_SIZE) OutFlush(buf, len);
+    if (*len + n >= ZOS_PRINT_OUT_SIZE) OutFlush(dbuf, buf, len);
     const uint32_t take = n < kOutMax ? n : kOutMax;
     std::memcpy(buf + *len, piece, take);
     *len += take;
@@ -286,9 +287,7 @@ KESTRO_API uint32_t Zos_PrintOutStart(char *pcBuf, char **ppcOut, uint32_t *puiL
 
 KESTRO_API uint32_t Zos_PrintOutPutFmt(ZDBUF zDbuf, char *pcBuf, uint32_t *puiLen,
                                        const char *pcFormat, ...) {
-    if (zDbuf != nullptr || pcBuf == nullptr || puiLen == nullptr || pcFormat == nullptr) {
-        return ZFAILED;
-    }
+    if (pcBuf == nullptr || puiLen == nullptr || pcFormat == nullptr) return ZFAILED;
     char piece[ZOS_PRINT_OUT_FMT_MAX + 1];
     va_list ap;
     va_start(ap, pcFormat);
@@ -320,13 +319,16 @@ KESTRO_API uint32_t Zos_PrintOutPutSStr(ZDBUF zDbuf, char *pcBuf, uint32_t *puiL
 }
 
 KESTRO_API uint32_t Zos_PrintOutEnd(ZDBUF zDbuf, char *pcBuf, uint32_t *puiLen) {
-    if (zDbuf != nullptr || pcBuf == nullptr || puiLen == nullptr) return ZFAILED;
+    if (pcBuf == nullptr || puiLen == nullptr) return ZFAILED;
     if (*puiLen > kOutMax) *puiLen = kOutMax;
     pcBuf[*puiLen] = '\0';
-    const uint32_t rc = Zos_Printf("%s", pcBuf);
-    pcBuf[0] = '\0';
-    *puiLen = 0;
-    return rc;
+    if (zDbuf == nullptr) {
+        const uint32_t rc = Zos_Printf("%s", pcBuf);
+        pcBuf[0] = '\0';
+        *puiLen = 0;
+        return rc;
+    }
+    return OutFlush(zDbuf, pcBuf, puiLen);
 }
 
 // ---------------------------------------------------------------------
