@@ -14,8 +14,9 @@ namespace {
 
 std::string Text(ZDBUF buf) {
     std::string s(Zos_DbufLen(buf), '\0');
-    if (!s.empty())
+    if (!s.empty()) {
         EXPECT_EQ(Zos_DbufCopyD(buf, 0, static_cast<uint32_t>(s.size()), s.data()), ZOK);
+    }
     return s;
 }
 
