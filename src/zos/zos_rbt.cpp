@@ -30,8 +30,9 @@ struct Tree {
     uint32_t uiMagic;
     uint32_t uiSize;
     ZCBUF zCbuf;
-    PFN_ZOS_RBTCMP pfnCmp;
+    PFN_ZOS_RBTCMP pfnCmp; /* caller's order; null: Zos_RbtKeyCmp, inlined */
     Node *pstRoot;
+    Node *pstFree; /* removed nodes, linked through pstLeft */
 };
 
 inline Tree *Valid(ZRBT zTree) {
@@ -74,7 +75,7 @@ Node *FindWith(Node *node, uintptr_t zKey, Order order) {
 }
 
 Node *FindNode(const Tree *tree, uintptr_t zKey) {
-    if (tree->pfnCmp == &Zos_RbtKeyCmp) return FindWith(tree->pstRoot, zKey, DefaultOrder{});
+    if (tree->pfnCmp == nullptr) return FindWith(tree->pstRoot, zKey, DefaultOrder{});
     return FindWith(tree->pstRoot, zKey, CallerOrder{tree->pfnCmp});
 }
 
@@ -297,7 +298,21 @@ void RemoveAt(Tree *tree, Node *node) {
         }
     }
     tree->uiSize--;
-    Zos_CbufFree(tree->zCbuf, node);
+    // Only this tree allocates from its arena, so a removed node is kept
+    // for the next add instead of being handed back (the arena's free
+    // looks the pointer up among all of its pages).
+    *node = Node{};
+    node->pstLeft = tree->pstFree;
+    tree->pstFree = node;
+}
+
+// A cleared node: a removed one if any, else a new one from the arena.
+Node *NewNode(Tree *tree) {
+    Node *node = tree->pstFree;
+    if (node == nullptr) return static_cast<Node *>(Zos_CbufAllocClrd(tree->zCbuf, sizeof(Node)));
+    tree->pstFree = node->pstLeft;
+    node->pstLeft = nullptr;
+    return node;
 }
 
 // Pre-order: node, left, right.
@@ -452,7 +467,7 @@ namespace zos {
 ZRBTNODE RbtCeil(ZRBT zTree, uintptr_t zKey) {
     Tree *tree = Valid(zTree);
     if (tree == nullptr) return nullptr;
-    if (tree->pfnCmp == &Zos_RbtKeyCmp) return CeilWith(tree->pstRoot, zKey, DefaultOrder{});
+    if (tree->pfnCmp == nullptr) return CeilWith(tree->pstRoot, zKey, DefaultOrder{});
     return CeilWith(tree->pstRoot, zKey, CallerOrder{tree->pfnCmp});
 }
 
@@ -475,8 +490,9 @@ KESTRO_API ZRBT Zos_RbtCreate(ZCBUF zParent) {
     tree->uiMagic = kMagic;
     tree->uiSize = 0;
     tree->zCbuf = zCbuf;
-    tree->pfnCmp = &Zos_RbtKeyCmp;
+    tree->pfnCmp = nullptr;
     tree->pstRoot = nullptr;
+    tree->pstFree = nullptr;
     return tree;
 }
 
@@ -501,7 +517,7 @@ KESTRO_API uint32_t Zos_RbtSetCmp(ZRBT zTree, PFN_ZOS_RBTCMP pfnCmp) {
         ZOS_LOG_ERR("RbtSetCmp tree not empty.");
         return ZFAILED;
     }
-    tree->pfnCmp = pfnCmp != nullptr ? pfnCmp : &Zos_RbtKeyCmp;
+    tree->pfnCmp = pfnCmp != &Zos_RbtKeyCmp ? pfnCmp : nullptr;
     return ZOK;
 }
 
@@ -512,7 +528,7 @@ KESTRO_API uint32_t Zos_RbtAdd(ZRBT zTree, uintptr_t zKey, uintptr_t zValue) {
         return ZFAILED;
     }
     if (tree->pstRoot == nullptr) {
-        Node *root = static_cast<Node *>(Zos_CbufAllocClrd(tree->zCbuf, sizeof(Node)));
+        Node *root = NewNode(tree);
         if (root == nullptr) {
             ZOS_LOG_ERR("RbtInsert create root.");
             return ZFAILED;
@@ -526,14 +542,14 @@ KESTRO_API uint32_t Zos_RbtAdd(ZRBT zTree, uintptr_t zKey, uintptr_t zValue) {
     }
     bool left = false;
     Node *found = nullptr;
-    Node *parent = tree->pfnCmp == &Zos_RbtKeyCmp
+    Node *parent = tree->pfnCmp == nullptr
                        ? PlaceWith(tree->pstRoot, zKey, DefaultOrder{}, &left, &found)
                        : PlaceWith(tree->pstRoot, zKey, CallerOrder{tree->pfnCmp}, &left, &found);
     if (found != nullptr) {
         (void)Zos_LogDbg(Zos_LogGetZosId(), "RbtInsert key %zu exist.", LogKey(zKey));
         return ZFAILED;
     }
-    Node *node = static_cast<Node *>(Zos_CbufAllocClrd(tree->zCbuf, sizeof(Node)));
+    Node *node = NewNode(tree);
     if (node == nullptr) {
         ZOS_LOG_ERR("RbtInsert create new node.");
         return ZFAILED;
