@@ -193,7 +193,10 @@ KESTRO_API uint32_t Zos_HashFind(ST_ZOS_HASH *pstHash, uintptr_t zKeyData, uintp
     if (pstHash == nullptr || pstHash->ppstBucket == nullptr) return 0;
     uint32_t uiKey = 0;
     if (pstHash->pfnKey(zKeyData, zArg1, zArg2, &uiKey) != 0) return 0;
-    return Zos_HashFindByKey(pstHash, uiKey, zKeyData, zArg1, zArg2, pzItem);
+    Node *node = FindInChain(pstHash, uiKey, zKeyData, zArg1, zArg2);
+    if (node == nullptr) return 0;
+    if (pzItem != nullptr) *pzItem = node->zItem;
+    return 1;
 }
 
 KESTRO_API uint32_t Zos_HashFindByKey(ST_ZOS_HASH *pstHash, uint32_t uiKey, uintptr_t zKeyData,
