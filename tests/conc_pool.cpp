@@ -14,62 +14,56 @@ constexpr int kThreads = 4;
 constexpr int kRounds = 4000;
 constexpr uint32_t kSizes[] = {8, 32, 60, 200, 1000, 3000};  // 3000 is large
 
-// Allocates a window of blocks, stamps each with its owner, checks the
-// stamps of the oldest before freeing it, and hands every 8th block to the
+// Allocates a window of blocks stamped with the thread's byte, checks the
+// stamp of the oldest before freeing it, and passes every 8th block to the
 // shared bin, from which any thread frees it.
-void Churn(ZPOOL pool, int id, std::mutex *binMutex, std::vector<void *> *bin,
-           std::atomic<int> *bad) {
+struct Shared {
+    explicit Shared(ZPOOL p) : pool(p) {}
+    ZPOOL pool;  // null: the memory entry points
+    std::mutex binMutex;
+    std::vector<void *> bin;
+    std::atomic<int> bad{0};
+    void *Alloc(uint32_t size) {
+        return pool != nullptr ? Zos_PoolAlloc(pool, size) : Zos_Malloc(size);
+    }
+    void Free(void *p) { pool != nullptr ? Zos_PoolFree(pool, p) : Zos_Free(p); }
+};
+
+void Churn(Shared *sh, int id) {
     std::vector<std::pair<uint8_t *, uint32_t>> live;
     for (int i = 0; i < kRounds; ++i) {
         const uint32_t size = kSizes[(i + id) % 6];
-        auto *p =
-            static_cast<uint8_t *>(pool != nullptr ? Zos_PoolAlloc(pool, size) : Zos_Malloc(size));
+        auto *p = static_cast<uint8_t *>(sh->Alloc(size));
         if (p == nullptr) {
-            ++*bad;
+            ++sh->bad;
             continue;
         }
         std::memset(p, id + 1, size);
         live.emplace_back(p, size);
-        if (i % 8 == 0) {
-            std::lock_guard<std::mutex> lock(*binMutex);
-            bin->push_back(p);
-            live.pop_back();
+        void *shared = nullptr;
+        {
+            std::lock_guard<std::mutex> lock(sh->binMutex);
+            if (i % 8 == 0) sh->bin.push_back(p);
+            if (i % 8 == 0) live.pop_back();
+            if (i % 5 == 0 && !sh->bin.empty()) shared = sh->bin.back();
+            if (shared != nullptr) sh->bin.pop_back();
         }
+        sh->Free(shared);
         if (live.size() > 16) {
             auto [old, oldSize] = live.front();
             live.erase(live.begin());
-            for (uint32_t k = 0; k < oldSize; ++k) {
-                if (old[k] != id + 1) {
-                    ++*bad;
-                    break;
-                }
-            }
-            pool != nullptr ? Zos_PoolFree(pool, old) : Zos_Free(old);
-        }
-        if (i % 5 == 0) {
-            void *shared = nullptr;
-            {
-                std::lock_guard<std::mutex> lock(*binMutex);
-                if (!bin->empty()) {
-                    shared = bin->back();
-                    bin->pop_back();
-                }
-            }
-            pool != nullptr ? Zos_PoolFree(pool, shared) : Zos_Free(shared);
+            if (old[0] != id + 1 || old[oldSize - 1] != id + 1) ++sh->bad;
+            sh->Free(old);
         }
     }
-    for (auto [p, size] : live) pool != nullptr ? Zos_PoolFree(pool, p) : Zos_Free(p);
+    for (auto [p, size] : live) sh->Free(p);
 }
 
-void RunThreads(ZPOOL pool, std::atomic<int> *bad) {
-    std::mutex binMutex;
-    std::vector<void *> bin;
+void RunThreads(Shared *sh) {
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back(Churn, pool, t, &binMutex, &bin, bad);
-    }
+    for (int t = 0; t < kThreads; ++t) threads.emplace_back(Churn, sh, t);
     for (auto &t : threads) t.join();
-    for (void *p : bin) pool != nullptr ? Zos_PoolFree(pool, p) : Zos_Free(p);
+    for (void *p : sh->bin) sh->Free(p);
 }
 
 }  // namespace
@@ -80,9 +74,9 @@ TEST_F(ZosTest, LockedPoolServesManyThreadsAndBalancesItsCounters) {
         ST_ZOS_POOL_CFG cfg{"conc", rows, nullptr, nullptr, 1, shrink, 1, 4};
         ZPOOL pool = Zos_PoolCreate(&cfg);
         ASSERT_NE(pool, nullptr);
-        std::atomic<int> bad{0};
-        RunThreads(pool, &bad);
-        EXPECT_EQ(bad, 0);
+        Shared sh(pool);
+        RunThreads(&sh);
+        EXPECT_EQ(sh.bad, 0);
         uint64_t allocs = 0;
         for (uint32_t b = 0; b < 4; ++b) {
             ST_ZOS_POOL_BKT_STAT s{};
@@ -112,9 +106,9 @@ TEST(ConcPoolMode, EntryPointsInPoolModeFromManyThreads) {
     Zos_CfgSetPrintDisp(ktest::PrintHook);
     ASSERT_EQ(Zos_CfgSetUseOsMalloc(0), ZOK);
     ASSERT_EQ(Zos_SysInit(), ZOK);
-    std::atomic<int> bad{0};
-    RunThreads(nullptr, &bad);
-    EXPECT_EQ(bad, 0);
+    Shared sh(nullptr);
+    RunThreads(&sh);
+    EXPECT_EQ(sh.bad, 0);
     EXPECT_EQ(Zos_MemChkPool(), ZOK);
     Zos_SysDestroy();
 }

@@ -52,18 +52,20 @@ class PoolModeTest : public ZosTest {
     }
 };
 
-// The row of the memory report for one bucket size: total, free, peak,
-// requests, releases.
-std::vector<uint32_t> ReportRow(uint32_t size) {
+// Numbers of the memory report: the row of one bucket size (total, free,
+// peak, requests, releases), or with size 0 the totals (total, used, free,
+// heap).
+std::vector<uint32_t> Report(uint32_t size) {
     ktest::ClearPrinted();
     EXPECT_EQ(Zos_MemDbgShow(), ZOK);
     const std::string text = ktest::Printed();
+    const std::string n = " +(\\d+)";
+    const std::regex re(size != 0 ? "\r\n +" + std::to_string(size) + n + n + n + n + n + "\r\n"
+                                  : "\r\nMem:   " + n + n + n + " \r\nHeap:  " + n + "\r\n\r\n$");
     std::smatch m;
-    const std::regex row("\\r\\n +" + std::to_string(size) +
-                         " +(\\d+) +(\\d+) +(\\d+) +(\\d+) +(\\d+)\\r\\n");
-    if (!std::regex_search(text, m, row)) return {};
     std::vector<uint32_t> out;
-    for (int i = 1; i <= 5; ++i) out.push_back(static_cast<uint32_t>(std::stoul(m[i])));
+    if (!std::regex_search(text, m, re)) return out;
+    for (size_t i = 1; i < m.size(); ++i) out.push_back(static_cast<uint32_t>(std::stoul(m[i])));
     return out;
 }
 
@@ -123,11 +125,8 @@ TEST_P(MemModeTest, SizeBoundsOfTheEntryPoints) {
 
     // Grown blocks keep their content, small and large alike.
     auto *g = static_cast<char *>(Zos_Realloc(nullptr, 10));
-    ASSERT_NE(g, nullptr);
     std::memcpy(g, "0123456789", 10);
-    g = static_cast<char *>(Zos_Realloc(g, 300));
-    ASSERT_NE(g, nullptr);
-    g = static_cast<char *>(Zos_Realloc(g, 200000));
+    g = static_cast<char *>(Zos_Realloc(Zos_Realloc(g, 300), 200000));
     ASSERT_NE(g, nullptr);
     EXPECT_EQ(std::memcmp(g, "0123456789", 10), 0);
     Zos_Free(g);
@@ -185,7 +184,7 @@ TEST_P(MemModeTest, SystemStrings) {
 INSTANTIATE_TEST_SUITE_P(HeapAndPool, MemModeTest, ::testing::Values(1u, 0u));
 
 TEST_F(PoolModeTest, ReallocNeverShrinksAndKeepsTheBlockOnBadSizes) {
-    const std::vector<uint32_t> base = ReportRow(128);
+    const std::vector<uint32_t> base = Report(128);
     ASSERT_EQ(base.size(), 5u);
     auto *p = static_cast<char *>(Zos_Malloc(100));  // a 128-byte node
     ASSERT_NE(p, nullptr);
@@ -196,15 +195,14 @@ TEST_F(PoolModeTest, ReallocNeverShrinksAndKeepsTheBlockOnBadSizes) {
     EXPECT_EQ(Zos_Realloc(p, 0x7FFFFFFF), nullptr);
     EXPECT_EQ(Zos_Realloc(nullptr, 0), nullptr);
     EXPECT_EQ(Zos_MemChkMem(p), ZOK);
-    const std::vector<uint32_t> before = ReportRow(128);
-    ASSERT_EQ(before.size(), 5u);
+    const std::vector<uint32_t> before = Report(128);
     EXPECT_EQ(before[0] - before[1], base[0] - base[1] + 1);  // still in use
 
     char *q = static_cast<char *>(Zos_Realloc(p, 129));  // moves to 256
     ASSERT_NE(q, nullptr);
     EXPECT_NE(q, p);
     EXPECT_STREQ(q, "kept");
-    EXPECT_EQ(ReportRow(128)[4], before[4] + 1);  // the old node was released
+    EXPECT_EQ(Report(128)[4], before[4] + 1);  // the old node was released
     char local[16];
     EXPECT_EQ(Zos_Realloc(local + 8, 64), nullptr);  // not the pool's
     Zos_Free(q);
@@ -219,54 +217,45 @@ TEST_F(PoolModeTest, ChecksCatchOverrunsAndForeignPointers) {
     EXPECT_EQ(Zos_MemChkMem(nullptr), ZFAILED);
     ktest::ClearPrinted();
     EXPECT_EQ(Zos_MemChkPool(), ZOK);
-    EXPECT_TRUE(std::regex_match(ktest::Printed(), std::regex("pstEnv->zMemPoolId=[0-9a-f]+ \r\n")))
+    EXPECT_TRUE(
+        std::regex_match(ktest::Printed(), std::regex("pstEnv->zMemPoolId=[1-9a-f][0-9a-f]* \r\n")))
         << ktest::Printed();
-    EXPECT_NE(ktest::Printed(), "pstEnv->zMemPoolId=0 \r\n");
 
     p[32] = 0;  // one byte past the node's data
     EXPECT_EQ(Zos_MemChkMem(p), ZFAILED);
     EXPECT_EQ(Zos_MemChkPool(), ZFAILED);
-    const std::vector<uint32_t> before = ReportRow(32);
+    const std::vector<uint32_t> before = Report(32);
     Zos_Free(p);  // reported, and freed all the same
-    EXPECT_EQ(ReportRow(32)[4], before[4] + 1);
+    EXPECT_EQ(Report(32)[4], before[4] + 1);
     EXPECT_EQ(Zos_MemChkPool(), ZOK);
     Zos_Free(p);  // twice: nothing changes
     Zos_Free(local + 8);
-    EXPECT_EQ(ReportRow(32)[4], before[4] + 1);
+    EXPECT_EQ(Report(32)[4], before[4] + 1);
 }
 
 TEST_F(PoolModeTest, ReportShowsBucketsBytesAndHeap) {
     ktest::ClearPrinted();
     ASSERT_EQ(Zos_MemDbgShow(), ZOK);
-    const std::string text = ktest::Printed();
-    EXPECT_EQ(
-        text.rfind("\r\n    BUCKET      TOTAL       FREE  PEEK ALLOC    REQUEST    RELEASE\r\n"
-                   "    ------      -----       ----  ----------    -------    -------\r\n",
-                   0),
-        0u)
-        << text;
-    for (uint32_t size : {32u, 64u, 5120u, 65536u}) EXPECT_EQ(ReportRow(size).size(), 5u) << size;
-
+    EXPECT_EQ(ktest::Printed().rfind(
+                  "\r\n    BUCKET      TOTAL       FREE  PEEK ALLOC    REQUEST    RELEASE\r\n"
+                  "    ------      -----       ----  ----------    -------    -------\r\n",
+                  0),
+              0u)
+        << ktest::Printed();
+    for (uint32_t size : {32u, 64u, 5120u, 65536u}) EXPECT_EQ(Report(size).size(), 5u) << size;
+    const std::vector<uint32_t> was = Report(32), wasTotals = Report(0);
+    ASSERT_EQ(wasTotals.size(), 4u);
     void *a[3];
-    const std::vector<uint32_t> was = ReportRow(32);
     for (void *&x : a) x = Zos_Malloc(20);
-    const std::vector<uint32_t> now = ReportRow(32);
+    void *big = Zos_Malloc(70001);
+    const std::vector<uint32_t> now = Report(32), totals = Report(0);
     EXPECT_EQ(now[0] - now[1], was[0] - was[1] + 3);  // in use
     EXPECT_EQ(now[3], was[3] + 3);                    // requests
     EXPECT_GE(now[2], now[0] - now[1]);               // peak
-    void *big = Zos_Malloc(70001);
-    ktest::ClearPrinted();
-    Zos_MemDbgShow();
-    std::smatch m;
-    const std::string after = ktest::Printed();
-    ASSERT_TRUE(std::regex_search(
-        after, m,
-        std::regex("\r\n             total       used       free  \r\nMem:    +(\\d+) +(\\d+) "
-                   "+(\\d+) \r\nHeap:   +(\\d+)\r\n\r\n$")))
-        << after;
-    EXPECT_EQ(std::stoul(m[1]) - std::stoul(m[3]), std::stoul(m[2]));
-    EXPECT_GE(std::stoul(m[4]), 70004u + 12u);
+    EXPECT_EQ(totals[0] - totals[2], totals[1]);
+    EXPECT_EQ(totals[3], wasTotals[3] + 70004 + 12);  // rounded size and header
     Zos_Free(big);
+    EXPECT_EQ(Report(0)[3], wasTotals[3]);
     for (void *x : a) Zos_Free(x);
 }
 

@@ -19,6 +19,13 @@ ST_ZOS_POOL_BKT_STAT Stat(ZPOOL pool, uint32_t bkt) {
     return s;
 }
 
+// total, free, peak, allocations, frees, blocks
+std::vector<uint32_t> Counts(ZPOOL pool, uint32_t bkt) {
+    const ST_ZOS_POOL_BKT_STAT s = Stat(pool, bkt);
+    return {s.uiTotal, s.uiFree, s.uiPeak, s.uiAllocs, s.uiFrees, s.uiBlocks};
+}
+using V = std::vector<uint32_t>;
+
 // A pool over the given rows, logging on, lock and shrink as asked.
 class PoolTest : public ZosTest {
   protected:
@@ -56,7 +63,6 @@ TEST_F(PoolTest, CreateRefusesIncompleteDescriptions) {
     EXPECT_EQ(Zos_PoolAlloc(nullptr, 8), nullptr);
     Zos_PoolFree(nullptr, &cfg);
     Zos_PoolDelete(nullptr);
-    EXPECT_EQ(Zos_PoolGetBktCount(nullptr), 0u);
 }
 
 TEST_F(PoolTest, NodesCarryHeaderMagicRedZoneAndFreeMarker) {
@@ -88,10 +94,6 @@ TEST_F(PoolTest, NodesCarryHeaderMagicRedZoneAndFreeMarker) {
     EXPECT_EQ(Zos_PoolFillPoison(pool_, p), ZFAILED);  // a free node keeps its links
     EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
 
-    auto *z = static_cast<uint8_t *>(Zos_PoolAllocClrd(pool_, 20));
-    ASSERT_NE(z, nullptr);
-    EXPECT_EQ(z[0] | z[19], 0);
-    Zos_PoolFree(pool_, z);
     EXPECT_EQ(Zos_PoolAlloc(pool_, 0), nullptr);
     EXPECT_EQ(Zos_PoolAlloc(pool_, 0x7FFFFFFF), nullptr);
 }
@@ -102,12 +104,7 @@ TEST_F(PoolTest, GrowsByIncrementAndReusesFirstInFirstOut) {
     void *a = Zos_PoolAlloc(pool_, 32);
     void *b = Zos_PoolAlloc(pool_, 32);
     void *c = Zos_PoolAlloc(pool_, 32);  // grows by 3
-    ST_ZOS_POOL_BKT_STAT s = Stat(pool_, 0);
-    EXPECT_EQ(s.uiTotal, 5u);
-    EXPECT_EQ(s.uiFree, 2u);
-    EXPECT_EQ(s.uiBlocks, 2u);
-    EXPECT_EQ(s.uiPeak, 3u);
-    EXPECT_EQ(s.uiAllocs, 3u);
+    EXPECT_EQ(Counts(pool_, 0), (V{5, 2, 3, 3, 0, 2}));
     // A freed node goes to the tail: the two never-used nodes come first.
     Zos_PoolFree(pool_, a);
     void *d = Zos_PoolAlloc(pool_, 8);
@@ -116,41 +113,9 @@ TEST_F(PoolTest, GrowsByIncrementAndReusesFirstInFirstOut) {
     EXPECT_NE(d, a);
     EXPECT_NE(e, a);
     EXPECT_EQ(f, a);
-    s = Stat(pool_, 0);
-    EXPECT_EQ(s.uiTotal, 5u);
-    EXPECT_EQ(s.uiFree, 0u);
-    EXPECT_EQ(s.uiPeak, 5u);
-    EXPECT_EQ(s.uiFrees, 1u);
+    EXPECT_EQ(Counts(pool_, 0), (V{5, 0, 5, 6, 1, 2}));
     for (void *p : {b, c, d, e, f}) Zos_PoolFree(pool_, p);
-    s = Stat(pool_, 0);
-    EXPECT_EQ(s.uiFree, 5u);
-    EXPECT_EQ(s.uiAllocs, s.uiFrees);
-}
-
-TEST_F(PoolTest, ShrinkReleasesOnlyBlocksBeyondTheInitialCount) {
-    ASSERT_NE(Make({{32, 2, 2}, {64, 0, 1}}, 1), nullptr);
-    void *p[4];
-    for (void *&x : p) x = Zos_PoolAlloc(pool_, 32);
-    EXPECT_EQ(Stat(pool_, 0).uiBlocks, 2u);
-    Zos_PoolFree(pool_, p[2]);
-    EXPECT_EQ(Stat(pool_, 0).uiTotal, 4u);  // its block is still half in use
-    Zos_PoolFree(pool_, p[3]);
-    ST_ZOS_POOL_BKT_STAT s = Stat(pool_, 0);
-    EXPECT_EQ(s.uiTotal, 2u);
-    EXPECT_EQ(s.uiFree, 0u);
-    EXPECT_EQ(s.uiBlocks, 1u);
-    Zos_PoolFree(pool_, p[0]);
-    Zos_PoolFree(pool_, p[1]);
-    s = Stat(pool_, 0);
-    EXPECT_EQ(s.uiTotal, 2u);  // the initial block stays
-    EXPECT_EQ(s.uiFree, 2u);
-    // A bucket without initial nodes gives its only block back.
-    void *q = Zos_PoolAlloc(pool_, 64);
-    EXPECT_EQ(Stat(pool_, 1).uiTotal, 1u);
-    Zos_PoolFree(pool_, q);
-    EXPECT_EQ(Stat(pool_, 1).uiTotal, 0u);
-    EXPECT_EQ(Stat(pool_, 1).uiBlocks, 0u);
-    EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
+    EXPECT_EQ(Counts(pool_, 0), (V{5, 5, 5, 6, 6, 2}));
 }
 
 TEST_F(PoolTest, FullBucketFallsBackToLargerSizeClassThenToNothing) {
@@ -161,9 +126,25 @@ TEST_F(PoolTest, FullBucketFallsBackToLargerSizeClassThenToNothing) {
     EXPECT_EQ(Zos_PoolGetSize(pool_, b, &size), ZOK);
     EXPECT_EQ(size, 64u);
     EXPECT_EQ(Zos_PoolAlloc(pool_, 20), nullptr);
-    EXPECT_EQ(Stat(pool_, 1).uiAllocs, 1u);
     Zos_PoolFree(pool_, a);
     Zos_PoolFree(pool_, b);
+}
+
+TEST_F(PoolTest, ShrinkReleasesOnlyBlocksBeyondTheInitialCount) {
+    ASSERT_NE(Make({{32, 2, 2}, {64, 0, 1}}, 1), nullptr);
+    void *p[4];
+    for (void *&x : p) x = Zos_PoolAlloc(pool_, 32);
+    Zos_PoolFree(pool_, p[2]);
+    EXPECT_EQ(Counts(pool_, 0), (V{4, 1, 4, 4, 1, 2}));  // its block is still half in use
+    Zos_PoolFree(pool_, p[3]);
+    EXPECT_EQ(Counts(pool_, 0), (V{2, 0, 4, 4, 2, 1}));
+    Zos_PoolFree(pool_, p[0]);
+    Zos_PoolFree(pool_, p[1]);
+    EXPECT_EQ(Counts(pool_, 0), (V{2, 2, 4, 4, 4, 1}));  // the initial block stays
+    // A bucket without initial nodes gives its only block back.
+    Zos_PoolFree(pool_, Zos_PoolAlloc(pool_, 64));
+    EXPECT_EQ(Counts(pool_, 1), (V{0, 0, 1, 1, 1, 0}));
+    EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
 }
 
 TEST_F(PoolTest, LargeAllocationsCountInTheHeapBytes) {
@@ -174,7 +155,6 @@ TEST_F(PoolTest, LargeAllocationsCountInTheHeapBytes) {
     EXPECT_EQ(Word(p, -4), 0xACACACACu);
     EXPECT_EQ(std::memcmp(p + 68, "ZZZZ", 4), 0);
     EXPECT_EQ(Zos_PoolGetHeapSize(pool_), 80u);
-    EXPECT_EQ(Stat(pool_, 0).uiTotal, 0u);
     uint32_t size = 0;
     EXPECT_EQ(Zos_PoolGetSize(pool_, p, &size), ZOK);
     EXPECT_EQ(size, 68u);
@@ -198,16 +178,14 @@ TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
     void *big = Zos_PoolAlloc(pool_, 4000);
     // Double free: the second changes nothing.
     Zos_PoolFree(pool_, b);
-    const ST_ZOS_POOL_BKT_STAT before = Stat(pool_, 0);
+    const V before = Counts(pool_, 0);
     auto same = [&] {
-        const ST_ZOS_POOL_BKT_STAT now = Stat(pool_, 0);
-        return now.uiFree == before.uiFree && now.uiFrees == before.uiFrees &&
-               now.uiTotal == before.uiTotal && Zos_PoolGetHeapSize(pool_) == 4012u &&
+        return Counts(pool_, 0) == before && Zos_PoolGetHeapSize(pool_) == 4012u &&
                Zos_PoolChkPool(pool_) == 1u;
     };
     Zos_PoolFree(pool_, b);
     ASSERT_TRUE(same());
-    EXPECT_EQ(before.uiFrees, 1u);
+    EXPECT_EQ(before, (V{4, 3, 2, 2, 1, 1}));
 
     // Wild pointers, even ones dressed as nodes or large allocations.
     alignas(8) uint8_t fake[64] = {};
@@ -247,7 +225,7 @@ TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
     EXPECT_EQ(Zos_PoolChkBkt(pool_, 0), 0u);
     EXPECT_EQ(Zos_PoolChkPool(pool_), 0u);
     Zos_PoolFree(pool_, a);
-    EXPECT_EQ(Stat(pool_, 0).uiFrees, before.uiFrees + 1);
+    EXPECT_EQ(Stat(pool_, 0).uiFrees, 2u);
     EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);  // red zones of free nodes are not judged
     Zos_PoolFree(pool_, big);
     EXPECT_EQ(Zos_PoolChkBkt(pool_, 2), 0u);  // no such bucket
@@ -257,10 +235,6 @@ TEST_F(PoolTest, SwitchedOffMutexesLeaveAWorkingUnlockedPool) {
     Zos_CfgSetOsMutexSupt(0);
     ASSERT_NE(Make({{32, 1, 1}}), nullptr);
     void *p = Zos_PoolAlloc(pool_, 10);
-    EXPECT_EQ(Zos_PoolIsValid(pool_, p), 1u);
     Zos_PoolFree(pool_, p);
-    EXPECT_EQ(Stat(pool_, 0).uiFree, 1u);
-    Zos_PoolDelete(pool_);
-    pool_ = nullptr;
-    Zos_CfgSetOsMutexSupt(1);
+    EXPECT_EQ(Stat(pool_, 0).uiFrees, 1u);
 }

@@ -309,8 +309,7 @@ class PoolLock {
 // Makes the mutex unless mutexes are switched off (then the pool runs
 // without a lock, as every mutex of the layer does). False on failure.
 bool MutexCreate(ZosPool *pool) {
-    const ST_ZOS_CFG *cfg = Zos_CfgLocate();
-    if (cfg != nullptr && Zos_CfgGetOsMutexSupt() == 0) return true;
+    if (Zos_CfgLocate() != nullptr && Zos_CfgGetOsMutexSupt() == 0) return true;
     auto create = zos::Osdep<zos::kSlotSemCreate>();
     pool->pfnSemWait = zos::Osdep<zos::kSlotSemWait>();
     pool->pfnSemPost = zos::Osdep<zos::kSlotSemPost>();
