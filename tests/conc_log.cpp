@@ -1,11 +1,9 @@
 // Several threads log to one log with a rotating file while others print
 // and write to the system log: every line arrives whole, once, in each
 // thread's order.
-#include <algorithm>
 #include <atomic>
-#include <filesystem>
-#include <fstream>
 #include <map>
+#include <sstream>
 #include <regex>
 #include <string>
 #include <thread>
@@ -57,16 +55,14 @@ TEST_F(ZosTest, ThreadsShareOneLogWithARotatingFile) {
     EXPECT_EQ(g_watched.load(), kThreads * kLines);
     EXPECT_EQ(ktest::Logged().size(), 300u);
 
-    std::vector<std::string> files;
-    for (const auto &e : std::filesystem::directory_iterator(dir)) files.push_back(e.path());
-    std::sort(files.begin(), files.end());
+    const std::vector<std::string> files = ktest::FilesIn(dir);  // oldest first
     EXPECT_GT(files.size(), 5u);  // it rotated while the threads wrote
 
     const std::regex shape(R"(\d\d:\d\d:\d\d\.\d{3} CONC: INFO: t(\d) n(\d{5}) (x*))");
     std::map<int, int> next;
     int total = 0;
     for (const std::string &f : files) {
-        std::ifstream in(f, std::ios::binary);
+        std::istringstream in(ktest::ReadFile(f));
         std::string line;
         ASSERT_TRUE(std::getline(in, line));
         EXPECT_EQ(line, "#ZOSLOG#\r");

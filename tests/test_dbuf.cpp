@@ -12,7 +12,9 @@ namespace {
 
 std::string Content(ZDBUF b) {
     std::string s(Zos_DbufLen(b), '\0');
-    if (!s.empty()) EXPECT_EQ(Zos_DbufCopyD(b, 0, Zos_DbufLen(b), s.data()), ZOK);
+    if (!s.empty()) {
+        EXPECT_EQ(Zos_DbufCopyD(b, 0, Zos_DbufLen(b), s.data()), ZOK);
+    }
     return s;
 }
 

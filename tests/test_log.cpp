@@ -2,9 +2,6 @@
 // redirection, debug commands, files and their rotation.
 #include <time.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -66,21 +63,6 @@ uint32_t FailingWrite(uintptr_t, const void *, uint32_t, uint32_t *done) {
     return ZFAILED;
 }
 
-std::string ReadFile(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
-
-// The files of a directory, sorted by name (= by creation time).
-std::vector<std::string> FilesIn(const std::string &dir) {
-    std::vector<std::string> out;
-    for (const auto &e : std::filesystem::directory_iterator(dir)) out.push_back(e.path());
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
 }  // namespace
 
 TEST_F(ZosTest, LinePrefixInEveryShape) {
@@ -134,22 +116,17 @@ TEST_F(ZosTest, LinePrefixInEveryShape) {
     ZOS_LOG_WATCHER got = nullptr;
     void *user = nullptr;
     EXPECT_EQ(Zos_LogGetWatcher(log, &got, &user), ZOK);
-    EXPECT_EQ(got, Watch);
-    EXPECT_EQ(user, &seen);
+    EXPECT_TRUE(got == Watch && user == &seen);
     EXPECT_EQ(Zos_LogSetPrint(log, 0), ZOK);
     EXPECT_EQ(Zos_LogGetPrint(log), 0u);
     ktest::ClearPrinted();
     Zos_LogFStr(log, ZOS_LOG_LEVEL_WARN, "pre", "w%d", 9);
     EXPECT_EQ(ktest::Printed(), "");
-    EXPECT_EQ(seen.calls, 1);
-    EXPECT_EQ(seen.level, ZOS_LOG_LEVEL_WARN);
-    EXPECT_EQ(seen.msg, "w9");
+    EXPECT_TRUE(seen.calls == 1 && seen.level == ZOS_LOG_LEVEL_WARN && seen.msg == "w9");
     ZLOGID longName = Zos_LogCreateX("ABCDEFGHIJ", nullptr, 0, ZOS_LOG_LEVEL_ALL, 0);
     ZLOGID found = nullptr;
-    EXPECT_EQ(Zos_LogGetId("abcdefgh", &found), ZOK);
-    EXPECT_EQ(found, longName);
-    EXPECT_EQ(Zos_LogGetId("ABCDEFGHIJ", &found), ZFAILED);
-    EXPECT_EQ(found, nullptr);
+    EXPECT_TRUE(Zos_LogGetId("abcdefgh", &found) == ZOK && found == longName);
+    EXPECT_TRUE(Zos_LogGetId("ABCDEFGHIJ", &found) == ZFAILED && found == nullptr);
     EXPECT_EQ(Zos_LogDelete(longName), ZOK);
     EXPECT_EQ(Zos_LogDelete(log), ZOK);
 }
@@ -165,9 +142,6 @@ TEST_F(ZosTest, LevelsInvalidHandlesAndTheLineLimit) {
     EXPECT_EQ(Zos_LogError(sys, "loud"), ZOK);
     ASSERT_EQ(ktest::Logged().size(), 1u);
     EXPECT_EQ(ktest::Logged()[0].msg, "loud");
-    const char *argv[] = {"log", "zos", "info", "on"};
-    EXPECT_EQ(Zos_LogDbgSetLevel(4, argv), ZOK);
-    EXPECT_EQ(Zos_LogGetLevel(sys), ZOS_LOG_LEVEL_ERROR | ZOS_LOG_LEVEL_INFO);
     const char *all[] = {"log", "ZOS", "All", "on"};
     EXPECT_EQ(Zos_LogDbgSetLevel(4, all), ZOK);
     EXPECT_EQ(Zos_LogGetLevel(sys), 0x1FFu);
@@ -187,16 +161,13 @@ TEST_F(ZosTest, LevelsInvalidHandlesAndTheLineLimit) {
         EXPECT_EQ(Zos_LogOpen(h, 1), ZFAILED) << off;
     }
     ZLOGID bad = reinterpret_cast<char *>(fake) + 32;
-    EXPECT_EQ(Zos_LogInfo(nullptr, "x"), ZFAILED);
-    EXPECT_EQ(Zos_LogStr(bad, ZOS_LOG_LEVEL_ERROR, "x"), ZFAILED);
-    EXPECT_EQ(Zos_LogBuf(bad, ZOS_LOG_LEVEL_ERROR, "x", 1), ZFAILED);
-    EXPECT_EQ(Zos_LogOpen(nullptr, 1), ZFAILED);
-    EXPECT_EQ(Zos_LogClose(sys, 0), ZFAILED);
+    for (uint32_t rc : {Zos_LogInfo(nullptr, "x"), Zos_LogStr(bad, ZOS_LOG_LEVEL_ERROR, "x"),
+                        Zos_LogBuf(bad, ZOS_LOG_LEVEL_ERROR, "x", 1), Zos_LogOpen(nullptr, 1),
+                        Zos_LogClose(sys, 0), Zos_LogFlush(bad), Zos_LogDelete(bad),
+                        Zos_LogSetPrint(bad, 1), Zos_LogRedirect(sys, sys)}) {
+        EXPECT_EQ(rc, ZFAILED);
+    }
     EXPECT_EQ(Zos_LogGetLevel(bad), 0u);
-    EXPECT_EQ(Zos_LogFlush(bad), ZFAILED);
-    EXPECT_EQ(Zos_LogDelete(bad), ZFAILED);
-    EXPECT_EQ(Zos_LogSetPrint(bad, 1), ZFAILED);
-    EXPECT_EQ(Zos_LogRedirect(sys, sys), ZFAILED);
     EXPECT_EQ(Zos_LogCreateX("", nullptr, 0, 1, 0), nullptr);
     EXPECT_EQ(Zos_LogCreateX(nullptr, nullptr, 0, 1, 0), nullptr);
 
@@ -212,10 +183,6 @@ TEST_F(ZosTest, LevelsInvalidHandlesAndTheLineLimit) {
     EXPECT_EQ(line.back(), '\n');
     const size_t prefix = line.find("CUT: INFO: ") + 11;
     EXPECT_EQ(seen.msg, std::string(4093 - prefix - 1, 'x'));
-    // The same limit holds for plain texts.
-    ktest::ClearPrinted();
-    EXPECT_EQ(Zos_LogNStr(log, ZOS_LOG_LEVEL_INFO, big.data(), 5000), ZOK);
-    EXPECT_EQ(ktest::Printed().size(), 4093u);
     Zos_LogDelete(log);
 }
 
@@ -226,18 +193,18 @@ TEST_F(ZosTest, DebugCommandsMatchTheirGoldenText) {
     ASSERT_NE(mem, nullptr);
     Zos_LogInfo(mem, "kept in memory");
     ktest::ClearPrinted();
-    const char *a1[] = {"log", "dbg", "info", "on"};
-    const char *a2[] = {"log", "DBG", "ALL", "off"};
-    const char *a3[] = {"log", "nolog", "INFO", "on"};
-    const char *a4[] = {"log", "DBG", "VERBOSE", "on"};
-    const char *a5[] = {"log", "DBG", "error", "on"};
-    EXPECT_EQ(Zos_LogDbgSetLevel(4, a1), ZOK);
-    EXPECT_EQ(Zos_LogGetLevel(dbg), ZOS_LOG_LEVEL_INFO);
-    EXPECT_EQ(Zos_LogDbgSetLevel(4, a2), ZOK);
-    EXPECT_EQ(Zos_LogGetLevel(dbg), 0u);
-    EXPECT_EQ(Zos_LogDbgSetLevel(4, a3), ZFAILED);
-    EXPECT_EQ(Zos_LogDbgSetLevel(4, a4), ZFAILED);
-    EXPECT_EQ(Zos_LogDbgSetLevel(4, a5), ZOK);
+    const struct {
+        const char *argv[4];
+        uint32_t rc, level;
+    } cmds[] = {{{"log", "dbg", "info", "on"}, ZOK, ZOS_LOG_LEVEL_INFO},
+                {{"log", "DBG", "ALL", "off"}, ZOK, 0},
+                {{"log", "nolog", "INFO", "on"}, ZFAILED, 0},
+                {{"log", "DBG", "VERBOSE", "on"}, ZFAILED, 0},
+                {{"log", "DBG", "error", "on"}, ZOK, ZOS_LOG_LEVEL_ERROR}};
+    for (const auto &c : cmds) {
+        EXPECT_EQ(Zos_LogDbgSetLevel(4, c.argv), c.rc) << c.argv[2];
+        EXPECT_EQ(Zos_LogGetLevel(dbg), c.level) << c.argv[2];
+    }
     EXPECT_EQ(Zos_LogDbgShowMonitor(), ZOK);
     EXPECT_EQ(Zos_LogDbgShow(), ZOK);
     EXPECT_EQ(ktest::Printed(), ktest::Golden("log_dbg.txt"));
@@ -245,19 +212,16 @@ TEST_F(ZosTest, DebugCommandsMatchTheirGoldenText) {
     Zos_LogDelete(mem);
 }
 
-TEST_F(ZosTest, MemoryCacheSizeRuleAndWrap) {
+TEST_F(ZosTest, CacheSizeRedirectionAndDisplayHook) {
     // A requested cache of 10 bytes is raised to 1024: a 1500-byte line
     // fits once wrapped, a line longer than the whole cache is reported.
-    ZLOGID log = Zos_LogCreateX("C10", nullptr, 0, ZOS_LOG_LEVEL_ALL, 10);
-    ASSERT_NE(log, nullptr);
-    EXPECT_EQ(Zos_LogInfo(log, "%s", std::string(1500, 'a').c_str()), ZOK);
+    ZLOGID c10 = Zos_LogCreateX("C10", nullptr, 0, ZOS_LOG_LEVEL_ALL, 10);
+    EXPECT_EQ(Zos_LogInfo(c10, "%s", std::string(1500, 'a').c_str()), ZOK);
     EXPECT_EQ(ktest::Printed(), "");
-    EXPECT_EQ(Zos_LogInfo(log, "%s", std::string(2100, 'b').c_str()), ZOK);
+    EXPECT_EQ(Zos_LogInfo(c10, "%s", std::string(2100, 'b').c_str()), ZOK);
     EXPECT_EQ(ktest::Printed(), "zos log line too big!\r\n");
-    Zos_LogDelete(log);
-}
+    Zos_LogDelete(c10);
 
-TEST_F(ZosTest, RedirectionAndDisplayHook) {
     ZLOGID target = Zos_LogCreateX("TGT", nullptr, ZOS_LOG_FLAG_PRINT, ZOS_LOG_LEVEL_ALL, 0);
     ZLOGID source = Zos_LogCreateX("SRC", nullptr, 0, ZOS_LOG_LEVEL_INFO, 0);
     Seen seen;
@@ -268,8 +232,8 @@ TEST_F(ZosTest, RedirectionAndDisplayHook) {
     Zos_LogDbg(source, "below the source's level");
     // The line keeps its own name and goes out through the target's echo;
     // the watcher of the source sees it.
-    EXPECT_NE(ktest::Printed().find("SRC: INFO: via target\n"), std::string::npos);
-    EXPECT_EQ(ktest::Printed().find("below"), std::string::npos);
+    EXPECT_TRUE(ktest::Printed().find("SRC: INFO: via target\n") != std::string::npos &&
+                ktest::Printed().find("below") == std::string::npos);
     EXPECT_EQ(seen.msg, "via target");
 
     // With a display hook configured the echo goes to the hook instead.
@@ -281,8 +245,7 @@ TEST_F(ZosTest, RedirectionAndDisplayHook) {
     EXPECT_EQ(ktest::Printed(), "");
     EXPECT_NE(g_disp.find("TGT: INFO: hooked\n"), std::string::npos);
     EXPECT_EQ(Zos_LogRedirect(source, nullptr), ZOK);
-    ktest::ClearPrinted();
-    Zos_LogInfo(source, "own");
+    Zos_LogInfo(source, "own");  // no echo of its own
     EXPECT_EQ(ktest::Printed(), "");
     Zos_LogDelete(source);
     Zos_LogDelete(target);
@@ -319,7 +282,7 @@ TEST_F(ZosTest, FilesRotateKeepTheirCountAndLoseNoLine) {
     }
     ASSERT_EQ(Zos_LogFlush(log), ZOK);
 
-    const std::vector<std::string> files = FilesIn(dir);
+    const std::vector<std::string> files = ktest::FilesIn(dir);
     ASSERT_EQ(files.size(), 3u);
     EXPECT_NE(ktest::Printed().find("LogAppendFile remove oldest " + dir + "/rot"),
               std::string::npos);
@@ -329,7 +292,7 @@ TEST_F(ZosTest, FilesRotateKeepTheirCountAndLoseNoLine) {
     int expected = -1;
     for (size_t f = 0; f < files.size(); ++f) {
         EXPECT_TRUE(std::regex_match(files[f], name)) << files[f];
-        const std::string text = ReadFile(files[f]);
+        const std::string text = ktest::ReadFile(files[f]);
         ASSERT_EQ(text.rfind("#ZOSLOG#\r\n", 0), 0u) << files[f];
         if (f + 1 < files.size()) {
             EXPECT_GT(text.size(), 2000u);
@@ -341,7 +304,7 @@ TEST_F(ZosTest, FilesRotateKeepTheirCountAndLoseNoLine) {
             std::smatch m;
             ASSERT_TRUE(std::regex_match(l, m, line)) << l;
             const int n = std::stoi(m[1]);
-            if (expected >= 0) EXPECT_EQ(n, expected) << files[f];
+            EXPECT_TRUE(expected < 0 || n == expected) << files[f] << ": " << l;
             expected = n + 1;
         }
     }
@@ -353,8 +316,8 @@ TEST_F(ZosTest, FilesRotateKeepTheirCountAndLoseNoLine) {
     log = Zos_LogCreateX("ROT", (dir + "/rot.log").c_str(), 0, ZOS_LOG_LEVEL_ALL, 1024);
     Zos_LogInfo(log, "line %05d %s", kLines, "payload-payload-payload");
     Zos_LogDelete(log);
-    EXPECT_EQ(FilesIn(dir), files);
-    const std::string newest = ReadFile(files.back());
+    EXPECT_EQ(ktest::FilesIn(dir), files);
+    const std::string newest = ktest::ReadFile(files.back());
     EXPECT_EQ(newest.find("#ZOSLOG#", 1), std::string::npos);
     EXPECT_NE(newest.find("line 00400 payload"), std::string::npos);
 }
@@ -367,10 +330,10 @@ TEST_F(ZosTest, LongLinesWriteThroughAndWriteFailuresDropTheFile) {
     Zos_LogInfo(log, "%s", std::string(3000, 'L').c_str());  // longer than the ring
     Zos_LogInfo(log, "after");
     ASSERT_EQ(Zos_LogFlush(log), ZOK);
-    std::vector<std::string> files = FilesIn(dir);
+    std::vector<std::string> files = ktest::FilesIn(dir);
     ASSERT_EQ(files.size(), 1u);
     EXPECT_TRUE(std::regex_match(files[0], std::regex(R"(.*/wt\d{8}_\d{6}_\d{3})")));
-    const std::string text = ReadFile(files[0]);
+    const std::string text = ktest::ReadFile(files[0]);
     const size_t s = text.find("WT: INFO: short\n");
     const size_t l = text.find("WT: INFO: " + std::string(3000, 'L') + "\n");
     const size_t a = text.find("WT: INFO: after\n");
@@ -394,5 +357,5 @@ TEST_F(ZosTest, LongLinesWriteThroughAndWriteFailuresDropTheFile) {
     EXPECT_TRUE(ktest::LoggedContains("FileWrite write 0 of"));
     EXPECT_EQ(Zos_LogInfo(log, "memory only"), ZOK);
     EXPECT_EQ(Zos_LogDelete(log), ZOK);
-    EXPECT_EQ(ReadFile(files[0]), text);
+    EXPECT_EQ(ktest::ReadFile(files[0]), text);
 }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -95,6 +96,20 @@ std::string Golden(const std::string &name) {
 
 std::string Mask(const std::string &text, const std::string &pattern, const std::string &with) {
     return std::regex_replace(text, std::regex(pattern), with);
+}
+
+std::string ReadFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+std::vector<std::string> FilesIn(const std::string &dir) {
+    std::vector<std::string> out;
+    for (const auto &e : std::filesystem::directory_iterator(dir)) out.push_back(e.path());
+    std::sort(out.begin(), out.end());
+    return out;
 }
 
 void UseTestLogDir() {

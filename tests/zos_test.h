@@ -46,6 +46,11 @@ std::string Golden(const std::string &name);
 // addresses before a golden comparison).
 std::string Mask(const std::string &text, const std::string &pattern, const std::string &with);
 
+// The whole content of a file ("" when missing), and the entries of a
+// directory with their paths, sorted by name.
+std::string ReadFile(const std::string &path);
+std::vector<std::string> FilesIn(const std::string &dir);
+
 // Points the configuration's log directory at TempDir()/logs, so the
 // system log's files stay out of the working directory. Call before
 // Zos_SysInit.

@@ -1033,8 +1033,10 @@ KESTRO_API uint32_t Zos_LogDbgShow(void) {
         LogRec *r = RecOfLink(n);
         if (!Marked(r)) continue;
         bool empty = true;
+        bool hasFile = false;
         {
             zos::MutexGuard logLock(&r->zMutex, r->ucLocked != 0);
+            hasFile = r->zFile != 0;
             if (r->pcStart != nullptr) {
                 empty = r->zFile != 0 ? r->pcWrite == r->pcFlush
                                       : r->pcWrite == r->pcStart && r->ucWrapped == 0;
@@ -1046,7 +1048,7 @@ KESTRO_API uint32_t Zos_LogDbgShow(void) {
         } else {
             Zos_Printf("log id <%s> cache is in zos cache.\r\n\r\n", r->acName);
         }
-        if (r->zFile == 0) Zos_Printf("log file is not exist.\r\n");
+        if (!hasFile) Zos_Printf("log file is not exist.\r\n");
     }
     return ZOK;
 }
