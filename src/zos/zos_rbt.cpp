@@ -17,13 +17,14 @@ constexpr uint32_t kArenaHint = 256;
 constexpr uint32_t kPrintBufType = 1;
 constexpr uint32_t kPrintBufSize = 512;
 
+// The fields a lookup reads (key and both children) sit together.
 struct Node {
     uint32_t uiColour;
     uintptr_t zKey;
-    uintptr_t zValue;
-    Node *pstParent;
     Node *pstLeft;
     Node *pstRight;
+    Node *pstParent;
+    uintptr_t zValue;
 };
 
 struct Tree {
@@ -74,9 +75,14 @@ Node *FindWith(Node *node, uintptr_t zKey, Order order) {
     return nullptr;
 }
 
-Node *FindNode(const Tree *tree, uintptr_t zKey) {
-    if (tree->pfnCmp == nullptr) return FindWith(tree->pstRoot, zKey, DefaultOrder{});
+// Out of line so that the default-order lookup stays a leaf routine.
+[[gnu::noinline]] Node *FindByCaller(const Tree *tree, uintptr_t zKey) {
     return FindWith(tree->pstRoot, zKey, CallerOrder{tree->pfnCmp});
+}
+
+inline Node *FindNode(const Tree *tree, uintptr_t zKey) {
+    if (tree->pfnCmp == nullptr) return FindWith(tree->pstRoot, zKey, DefaultOrder{});
+    return FindByCaller(tree, zKey);
 }
 
 template <class Order>
