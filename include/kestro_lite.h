@@ -17,5 +17,15 @@
 #include "zos_log.h"
 #include "zos_dlist.h"
 #include "zpand.h"
+#include "zbase64.h"
+#include "zbase32.h"
+#include "zbase16.h"
+#include "zcrc.h"
+#include "zmd5.h"
+#include "zsha1.h"
+#include "zdes.h"
+#include "zaka.h"
+#include "zrandom.h"
+#include "zuuid.h"
 
 #endif /* KESTRO_LITE_H */
