@@ -85,6 +85,15 @@ TEST(Zbase, Base64AlphabetsAndPadding) {
     EXPECT_EQ(Dec(Zbase64_Decode, "/AAAAAAA_AAA"), "<fail>");
     EXPECT_EQ(Dec(Zbase64_Decode, "+-AA").size(), 3u);
     EXPECT_EQ(Dec(Zbase64_Decode, "++AA//AA").size(), 6u);
+    // The same rules deep inside a long text.
+    std::string text(96, 'A');
+    text[41] = '+';
+    EXPECT_EQ(Dec(Zbase64_Decode, text).size(), 72u);
+    text[77] = '-';
+    EXPECT_EQ(Dec(Zbase64_Decode, text), "<fail>");
+    text[77] = 'A';
+    text[50] = '*';
+    EXPECT_EQ(Dec(Zbase64_Decode, text), "<fail>");
     // "=" inside the text is a zero sextet; only the end shortens.
     EXPECT_EQ(Dec(Zbase64_Decode, "Zg==Zg=="), std::string("f\0\0f", 4));
     EXPECT_EQ(Dec(Zbase64_Decode, "===="), std::string(1, '\0'));
