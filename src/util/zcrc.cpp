@@ -200,6 +200,9 @@ __attribute__((target("pclmul,sse2"))) uint32_t Crc32Clmul(uint32_t crc, const u
     return Crc32Tables8(Crc32Tables8(0, rest, 16), p, len);
 }
 
+// Read once when the library is loaded.
+const bool g_bClmul = (Zpand_CpuFeatures() & ZPAND_CPU_CLMUL) != 0;
+
 #endif  // ZCRC_CLMUL
 
 }  // namespace
@@ -241,8 +244,7 @@ KESTRO_API uint16_t Zcrc_Fcs16(uint16_t wFcs, const uint8_t *pucData, uint32_t u
 KESTRO_API uint32_t Zcrc_Calc32(const uint8_t *pucData, uint32_t uiLen) {
     if (pucData == nullptr || uiLen == 0) return 0;
 #ifdef ZCRC_CLMUL
-    if (uiLen >= 64 && (Zpand_CpuFeatures() & ZPAND_CPU_CLMUL) != 0)
-        return ~Crc32Clmul(0xFFFFFFFFu, pucData, uiLen);
+    if (uiLen >= 64 && g_bClmul) return ~Crc32Clmul(0xFFFFFFFFu, pucData, uiLen);
 #endif
     if (uiLen >= 2 * kBraidLanes * kBraidBytes) return ~Crc32Braided(0xFFFFFFFFu, pucData, uiLen);
     return ~Crc32Tables8(0xFFFFFFFFu, pucData, uiLen);

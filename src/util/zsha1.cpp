@@ -24,6 +24,13 @@ inline uint32_t LoadBe32(const uint8_t *p) {
     return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
 }
 
+inline void StoreBe32(uint8_t *p, uint32_t v) {
+    p[0] = static_cast<uint8_t>(v >> 24);
+    p[1] = static_cast<uint8_t>(v >> 16);
+    p[2] = static_cast<uint8_t>(v >> 8);
+    p[3] = static_cast<uint8_t>(v);
+}
+
 // The 80 steps over n blocks, with a 16-word rolling message schedule.
 #define ZSHA1_W(i) \
     (w[(i)&15] = Rotl(w[((i) + 13) & 15] ^ w[((i) + 8) & 15] ^ w[((i) + 2) & 15] ^ w[(i)&15], 1))
@@ -146,9 +153,14 @@ ZSHA1_NI void BlocksShaNi(uint32_t *h, const uint8_t *p, size_t n) {
 
 #endif  // ZSHA1_SHANI
 
+#ifdef ZSHA1_SHANI
+// Read once when the library is loaded.
+const bool g_bShaNi = (Zpand_CpuFeatures() & ZPAND_CPU_SHA1) != 0;
+#endif
+
 void Blocks(uint32_t *h, const uint8_t *p, size_t n) {
 #ifdef ZSHA1_SHANI
-    if ((Zpand_CpuFeatures() & ZPAND_CPU_SHA1) != 0) {
+    if (g_bShaNi) {
         BlocksShaNi(h, p, n);
         return;
     }
@@ -188,14 +200,16 @@ KESTRO_API uint32_t Zsha1_Input(Zsha1Ctx *pstCtx, const uint8_t *pucData, uint32
     // The bit length is 64 bits wide; the byte that makes it wrap is the
     // last one taken, and the context is then marked corrupted.
     const uint64_t bits = (uint64_t{pstCtx->uiLenHigh} << 32) | pstCtx->uiLenLow;
-    const uint64_t room = (0 - bits) / 8 + ((0 - bits) % 8 != 0 ? 1 : 0);  // bytes until it wraps
     uint32_t len = uiLen;
     bool wraps = false;
-    if (bits != 0 && room <= len) {
+    uint64_t total = bits + uint64_t{len} * 8;
+    if (total < bits) {
+        // Bytes until the length wraps: the last of them is still taken.
+        const uint64_t room = (0 - bits + 7) / 8;
         len = static_cast<uint32_t>(room);
         wraps = true;
+        total = bits + uint64_t{len} * 8;
     }
-    const uint64_t total = bits + uint64_t{len} * 8;
     pstCtx->uiLenLow = static_cast<uint32_t>(total);
     pstCtx->uiLenHigh = static_cast<uint32_t>(total >> 32);
 
@@ -237,9 +251,7 @@ KESTRO_API uint32_t Zsha1_Result(Zsha1Ctx *pstCtx, uint8_t *pucDigest) {
         pstCtx->uiLenHigh = 0;
         pstCtx->iComputed = 1;
     }
-    for (uint32_t i = 0; i < ZSHA1_DIGEST_LEN; ++i) {
-        pucDigest[i] = static_cast<uint8_t>(pstCtx->auiHash[i >> 2] >> (8 * (3 - (i & 3))));
-    }
+    for (uint32_t i = 0; i < 5; ++i) StoreBe32(pucDigest + 4 * i, pstCtx->auiHash[i]);
     return ZSHA1_SUCCESS;
 }
 
@@ -255,10 +267,8 @@ KESTRO_API void Zsha1_PadMsg(Zsha1Ctx *pstCtx) {
         index = 0;
     }
     std::memset(&pstCtx->aucBlock[index], 0, static_cast<size_t>(56 - index));
-    for (int i = 0; i < 4; ++i) {
-        pstCtx->aucBlock[56 + i] = static_cast<uint8_t>(pstCtx->uiLenHigh >> (24 - 8 * i));
-        pstCtx->aucBlock[60 + i] = static_cast<uint8_t>(pstCtx->uiLenLow >> (24 - 8 * i));
-    }
+    StoreBe32(&pstCtx->aucBlock[56], pstCtx->uiLenHigh);
+    StoreBe32(&pstCtx->aucBlock[60], pstCtx->uiLenLow);
     pstCtx->sBlockIndex = 64;
     Zsha1_ProcMsgBlock(pstCtx);
 }
