@@ -11,4 +11,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # Debian's libjemalloc2:armhf installs only the runtime library.
 set(JEMALLOC_LIBRARY /usr/lib/arm-linux-gnueabihf/libjemalloc.so.2 CACHE FILEPATH "")
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm;-L;/usr/arm-linux-gnueabihf)
+# The C library must come from the same sysroot as the loader: Debian's
+# libc6:armhf (pulled in by libjemalloc2:armhf) is a different build, and
+# mixing the two crashes at the first thread start.
+set(CMAKE_CROSSCOMPILING_EMULATOR
+    qemu-arm;-L;/usr/arm-linux-gnueabihf;-E;LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib)

@@ -16,6 +16,8 @@
 #include "zos_print.h"
 #include "zos_log.h"
 #include "zos_dlist.h"
+#include "zucs.h"
+#include "sms_pdu.h"
 #include "zpand.h"
 #include "zbase64.h"
 #include "zbase32.h"

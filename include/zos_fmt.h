@@ -3,12 +3,15 @@
  * through Zos_Kvprintf; the C library's printf family is never used.
  *
  * Conversions: %c %s %d %i %u %o %x %X %p %r %f %e %%; flags '#', '+' (only
- * for 'r'), '-', '0'; width; '.' precision; 'l' counts (0-1: 32-bit
- * argument, 2: 64-bit, 3+: conversion dropped); 'z' resets the count.
+ * for 'r'), '-', '0'; width; '.' precision (strings and doubles); 'l'
+ * counts (0: int, 1: long, 2: 64-bit, 3+: conversion dropped, nothing
+ * read); 'z' resets the count. "%p" has "0x" exactly when no width is
+ * given.
  * Anything else is echoed verbatim. Integer padding comes before the sign
- * and prefix ("%05d" of -42 is "000-42"). Doubles are truncated, not
- * rounded, and print "nan" when too long. A format ending in a lone '%'
- * echoes it and stops.
+ * and prefix ("%06d" of -42 is "000-42"). Doubles are truncated, not
+ * rounded, and print "nan" when too long, infinite or not a number; "%e"
+ * of zero is "0.000000e00". A format ending in a lone '%' (or inside a
+ * conversion) echoes what it read and stops.
  */
 #ifndef ZOS_FMT_H
 #define ZOS_FMT_H
@@ -28,15 +31,18 @@ typedef struct tagZOS_SNPRINTF_SINK {
 } ST_ZOS_SNPRINTF_SINK;
 
 /* Formats with pfnOut (or into the buffer zArg when pfnOut is null; no
- * terminator written); radix is used by 'r' (2..36, else 10). Returns the
- * number of characters produced. */
+ * terminator written; a null buffer as well only counts); radix is used
+ * by 'r' (2..36, else 10). Returns the number of characters produced,
+ * counted modulo 2^32. */
 KESTRO_API uint32_t Zos_Kvprintf(const char *pcFormat, PFN_ZOS_KPRINT pfnOut, uintptr_t zArg,
                                  uint32_t uiRadix, va_list ap);
-/* Unbounded: returns the characters written, NUL stored after them. */
+/* Unbounded: returns the characters written, NUL stored after them; a null
+ * buffer gives 0. */
 KESTRO_API uint32_t Zos_SPrintf(char *pcBuf, const char *pcFormat, ...);
 KESTRO_API uint32_t Zos_VSPrintf(char *pcBuf, const char *pcFormat, va_list ap);
 /* Bounded: returns min(full length, size); on truncation that is the size
- * itself. A size of 0 writes nothing, not even a NUL. */
+ * itself. A size of 0 writes nothing, not even a NUL; a negative size or a
+ * null buffer writes nothing either and gives 0. */
 KESTRO_API uint32_t Zos_SNPrintf(char *pcBuf, int32_t iSize, const char *pcFormat, ...);
 KESTRO_API uint32_t Zos_VSNPrintf(char *pcBuf, int32_t iSize, const char *pcFormat, va_list ap);
 KESTRO_API uint32_t Zos_SnprintfFunc(uint32_t uiChr, uintptr_t zSink);

@@ -155,7 +155,8 @@ KESTRO_API uint32_t Zos_StrToBool(const char *pcStr, uint32_t uiLen, uint32_t *p
 /* 1 to 8 hexadecimal digits, no "0x". */
 KESTRO_API uint32_t Zos_XStrToUint(const char *pcStr, uint32_t uiLen, uint32_t *puiVal);
 /* Digits, optionally followed by '.' and at least one digit; no sign, no
- * exponent. A value beyond the type's range fails. */
+ * exponent. A value beyond the type's range (overflow or underflow)
+ * fails. */
 KESTRO_API uint32_t Zos_StrToFloat(const char *pcStr, uint32_t uiLen, float *pfVal);
 KESTRO_API uint32_t Zos_StrToDouble(const char *pcStr, uint32_t uiLen, double *pdVal);
 

@@ -12,7 +12,9 @@
 ZOS_BEGIN_DECLS
 
 /* System time record. The zone offset is in seconds, positive west of
- * Greenwich (the platform's convention). */
+ * Greenwich (the platform's convention). Local records made here carry the
+ * platform's current offset (Zos_TzOffset), whatever season their date
+ * lies in; universal records carry 0. */
 typedef struct tagZOS_SYS_TIME {
     uint16_t wYear;
     uint8_t ucMonth;   /* 1..12 */
@@ -34,28 +36,49 @@ KESTRO_API uint64_t Zos_GetHrTime(void);
 KESTRO_API uint32_t Zos_Time(int64_t *pllTime);
 /* Only the millisecond part of the current second (0..999). */
 KESTRO_API uint32_t Zos_Time_ms(void);
+/* Seconds since Zos_TimeInit; 1 without clock or environment. */
 KESTRO_API uint32_t Zos_GetSysRunTime(int64_t *pllSeconds);
 
+/* Now, in local time and in universal time. The universal record is the
+ * epoch time moved by the current offset and broken down as local time:
+ * exact while that moment lies in the same daylight-saving season as now,
+ * else off by the season step (usually an hour). */
 KESTRO_API uint32_t Zos_SysTime(ST_ZOS_SYS_TIME *pstTime);
 KESTRO_API uint32_t Zos_SysTimeU(ST_ZOS_SYS_TIME *pstTime);
 KESTRO_API uint32_t Zos_LocalTime(const int64_t *pllTime, ST_ZOS_TM *pstTm);
 KESTRO_API int64_t Zos_MkTime(ST_ZOS_TM *pstTm);
 KESTRO_API int32_t Zos_TzOffset(void);
 
+/* Epoch seconds of a record: the platform's make-time of its fields, plus
+ * the record's offset, minus the current offset. Fails for years before
+ * 1900 and dates the platform cannot represent. Records from
+ * Zos_Time2SysTime and Zos_Time2SysTimeU convert back to their second,
+ * except for fields inside the repeated autumn hour, which the make-time
+ * cannot tell apart. */
 KESTRO_API uint32_t Zos_SysTime2Time(const ST_ZOS_SYS_TIME *pstTime, int64_t *pllTime);
 KESTRO_API uint32_t Zos_Time2SysTime(int64_t llTime, ST_ZOS_SYS_TIME *pstTime);
 KESTRO_API uint32_t Zos_Time2SysTimeU(int64_t llTime, ST_ZOS_SYS_TIME *pstTime);
 KESTRO_API uint32_t Zos_SysTime2MTime(const ST_ZOS_SYS_TIME *pstTime, ST_ZOS_TM *pstTm);
+/* The broken-down time is taken as local time; the record gets the current
+ * offset. */
 KESTRO_API uint32_t Zos_MTime2SysTime(const ST_ZOS_TM *pstTm, ST_ZOS_SYS_TIME *pstTime);
 
-/* Text in one static buffer shared by all threads; null format means
- * "YYYY-MM-DDThh:mm:ssTZD", null record means now. */
+/* Text in one static buffer shared by all threads and overwritten by the
+ * next call; null on a format of 128 characters or more. A null or empty
+ * format means "YYYY-MM-DDThh:mm:ssTZD", a null record means now. Fields:
+ * YYYY, MM, DD, hh, mm, ss and TZD, the zone designator: "Z" for offset 0,
+ * else "+hh:mm" or "-hh:mm" east of Greenwich (":ss" added when the offset
+ * is not whole minutes). Other characters are copied. */
 KESTRO_API const char *Zos_SysTime2Str(const char *pcFormat, const ST_ZOS_SYS_TIME *pstTime);
+/* Parses "YYYY-MM-DDThh:mm:ss[.fff]TZD" with TZD as written above, setting
+ * the record's zone offset from it; the record is untouched on failure. */
 KESTRO_API uint32_t Zos_Str2SysTime(const char *pcText, ST_ZOS_SYS_TIME *pstTime);
 
-/* 0 = Sunday .. 6. */
+/* 0 = Sunday .. 6; 0 for a month outside 1..12. */
 KESTRO_API uint32_t Zos_GetWeekDay(uint32_t uiYear, uint32_t uiMonth, uint32_t uiDay);
 
+/* Zone abbreviations: "" for an offset not in the table; a name is
+ * compared over uiLen characters, 0 when unknown. */
 KESTRO_API const char *Zos_TzOffset2Name(int32_t iOffset);
 KESTRO_API int32_t Zos_TzName2Offset(const char *pcName, uint32_t uiLen);
 KESTRO_API const char *Zos_TzName(void);

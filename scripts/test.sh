@@ -34,6 +34,7 @@ host_leg() {  # preset [ctest args...]
 
 exports_check() {
   # Only C functions and data leave the library: no mangled C++ symbol.
+  [ -f build/asan/libkestro_lite.so ] || { echo "no library built"; return 1; }
   local bad
   bad=$(nm -D --defined-only build/asan/libkestro_lite.so | awk '{print $3}' | grep '^_Z' || true)
   if [ -n "$bad" ]; then echo "C++ symbols exported:"; echo "$bad"; return 1; fi

@@ -83,11 +83,11 @@ TEST_F(ZosTest, WaitsEndedByAnotherThread) {
     // An unlimited wait ends with a post from another thread.
     ZSEM sem = 0;
     ASSERT_EQ(Zos_SemCreateOne(&sem), ZOK);
+    const auto t0 = Clock::now();
     std::thread poster([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
         Zos_SemPost(&sem);
     });
-    const auto t0 = Clock::now();
     EXPECT_EQ(Zos_SemWait(&sem, ZOS_WAIT_FOREVER), ZOK);
     EXPECT_GE(MsSince(t0), 20);
     poster.join();

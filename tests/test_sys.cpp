@@ -122,7 +122,7 @@ TEST(SysFrame, ProgressLineShapesFollowTheSwitches) {
     Zos_SysInitPrint("x");
     ST_ZOS_SYS_TIME now{};
     ASSERT_EQ(Zos_SysTime(&now), ZOK);
-    char yy[4];
+    char yy[16];
     std::snprintf(yy, sizeof(yy), "%02d", now.wYear % 2000);
     EXPECT_EQ(ktest::Printed().substr(0, 2), yy);
     Zos_OsenvDetach();

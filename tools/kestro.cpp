@@ -67,6 +67,9 @@ const Command kCommands[] = {
     {"milenage", "K RAND SQN AMF --op OP|--opc OPC: f1-f5* and OPc", RunMilenage},
     {"uuid", "[COUNT]: version-1 UUIDs", RunUuid},
     {"random", "[16|32|64] [COUNT]: random numbers", RunRandom},
+    {"sms", "decode <hex> | submit | deliver | deliver-report: SMS PDUs", RunSms},
+    {"utf8", "<text>: its code points and UTF-16 units", RunUtf8},
+    {"pinyin", "<text>: the text spelled in pinyin", RunPinyin},
 };
 
 void Usage(FILE *out) {

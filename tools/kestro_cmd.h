@@ -25,5 +25,11 @@ int RunDes(int argc, char **argv);
 int RunMilenage(int argc, char **argv);
 int RunUuid(int argc, char **argv);
 int RunRandom(int argc, char **argv);
+// SMS PDUs: "sms decode <hex>", "sms submit", "sms deliver", "sms deliver-report".
+int RunSms(int argc, char **argv);
+// Code points and UTF-16 units of a UTF-8 text.
+int RunUtf8(int argc, char **argv);
+// A UTF-8 text spelled in pinyin.
+int RunPinyin(int argc, char **argv);
 
 }  // namespace kestro

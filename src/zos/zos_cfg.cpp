@@ -9,20 +9,20 @@
 
 extern "C" {
 
-KESTRO_API const ST_ZOS_BKT_INFO m_astZosCfgMemBktInfoGrp[13] = {
+const ST_ZOS_BKT_INFO m_astZosCfgMemBktInfoGrp[13] = {
     {32, 0, 64},   {64, 0, 32},   {128, 0, 16}, {256, 0, 8},  {512, 0, 4},
     {1024, 0, 4},  {2048, 0, 4},  {4096, 0, 2}, {5120, 0, 2}, {8192, 0, 1},
     {16384, 0, 1}, {32768, 0, 1}, {65536, 0, 1}};
 
-KESTRO_API const ST_ZOS_BKT_INFO m_astZosCfgDbufBktInfoGrp[12] = {
+const ST_ZOS_BKT_INFO m_astZosCfgDbufBktInfoGrp[12] = {
     {36, 10, 4},  {128, 0, 2},  {256, 0, 4},  {512, 0, 4},   {1024, 0, 4},  {2048, 0, 2},
     {4096, 0, 2}, {5120, 0, 2}, {8192, 0, 1}, {16384, 0, 1}, {32768, 0, 1}, {65536, 0, 1}};
 
-KESTRO_API const ST_ZOS_BKT_INFO m_astZosCfgPMemBktInfoGrp[9] = {
-    {256, 0, 2},  {512, 0, 4},   {1024, 0, 4},  {2048, 0, 2}, {4096, 0, 2},
-    {8192, 0, 1}, {16384, 0, 1}, {32768, 0, 1}, {65536, 0, 1}};
+const ST_ZOS_BKT_INFO m_astZosCfgPMemBktInfoGrp[9] = {{256, 0, 2},   {512, 0, 4},   {1024, 0, 4},
+                                                      {2048, 0, 2},  {4096, 0, 2},  {8192, 0, 1},
+                                                      {16384, 0, 1}, {32768, 0, 1}, {65536, 0, 1}};
 
-KESTRO_API const ST_ZOS_BKT_INFO m_astZosPrintBktInfoGrp[7] = {
+const ST_ZOS_BKT_INFO m_astZosPrintBktInfoGrp[7] = {
     {32, 0, 2}, {64, 0, 2}, {128, 0, 2}, {256, 0, 2}, {1024, 0, 2}, {4096, 0, 2}, {8192, 0, 1}};
 
 }  // extern "C"

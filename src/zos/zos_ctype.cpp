@@ -36,7 +36,7 @@ static_assert((kTable.v[' ' + 1] & 0x57) != 0 && (kTable.v['\t' + 1] & 0x57) == 
 
 extern "C" {
 
-KESTRO_API const uint8_t g_aucZosCtype[257] = {
+const uint8_t g_aucZosCtype[257] = {
 #define ZOS_CT8(i)                                                                   \
     kTable.v[i], kTable.v[i + 1], kTable.v[i + 2], kTable.v[i + 3], kTable.v[i + 4], \
         kTable.v[i + 5], kTable.v[i + 6], kTable.v[i + 7]

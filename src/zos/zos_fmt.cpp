@@ -36,7 +36,7 @@ constexpr int32_t kMaxPrecision = 125;
 
 // Unbounded caller buffer; the caller sized it.
 class BufSink {
-public:
+  public:
     explicit BufSink(char *buf) : pos_(buf), start_(buf) {}
     void Put(char c) { *pos_++ = c; }
     void Write(const char *s, size_t n) {
@@ -50,7 +50,7 @@ public:
     uint32_t Count() const { return static_cast<uint32_t>(pos_ - start_); }
     char *Pos() const { return pos_; }
 
-private:
+  private:
     char *pos_;
     char *start_;
 };
@@ -58,7 +58,7 @@ private:
 // Bounded buffer: stores while pos < end and counts everything. `end` is
 // one before the caller's last byte, which stays free for the NUL.
 class BoundSink {
-public:
+  public:
     BoundSink(char *pos, char *end) : pos_(pos), end_(end) {}
     void Put(char c) {
         if (pos_ < end_) *pos_++ = c;
@@ -79,7 +79,7 @@ public:
     uint32_t Count() const { return count_; }
     char *Pos() const { return pos_; }
 
-private:
+  private:
     size_t Room(size_t n) const {
         const size_t room = static_cast<size_t>(end_ - pos_);
         return n < room ? n : room;
@@ -91,19 +91,19 @@ private:
 
 // Counts only (measuring pass).
 class CountSink {
-public:
+  public:
     void Put(char) { ++count_; }
     void Write(const char *, size_t n) { count_ += static_cast<uint32_t>(n); }
     void Fill(char, size_t n) { count_ += static_cast<uint32_t>(n); }
     uint32_t Count() const { return count_; }
 
-private:
+  private:
     uint32_t count_ = 0;
 };
 
 // A caller's output function, one call per character.
 class FuncSink {
-public:
+  public:
     FuncSink(PFN_ZOS_KPRINT fn, uintptr_t arg) : fn_(fn), arg_(arg) {}
     void Put(char c) {
         fn_(static_cast<uint8_t>(c), arg_);
@@ -117,7 +117,7 @@ public:
     }
     uint32_t Count() const { return count_; }
 
-private:
+  private:
     PFN_ZOS_KPRINT fn_;
     uintptr_t arg_;
     uint32_t count_ = 0;
@@ -193,7 +193,7 @@ char *DigitsBack(char *end, uint64_t v, uint32_t base) {
     return p;
 }
 
-struct IntSpec {
+struct IntConv {
     uint32_t base;
     uint32_t width;
     char padc;
@@ -206,29 +206,32 @@ struct IntSpec {
 // and the prefix even when the pad character is '0' ("%05d" of -42 is
 // "000-42"), and trailing pads use the pad character too.
 template <class Sink>
-void EmitInt(Sink &out, uint64_t mag, bool neg, const IntSpec &spec) {
+void EmitInt(Sink &out, uint64_t mag, bool neg, const IntConv &conv) {
     char buf[72];
     char *const end = buf + sizeof buf;
-    char *p = DigitsBack(end, mag, spec.base);
-    if (spec.upper) {
+    char *p = DigitsBack(end, mag, conv.base);
+    if (conv.upper) {
         for (char *q = p; q < end; ++q) {
             if ((g_aucZosCtype[static_cast<uint8_t>(*q) + 1] & kCtypeLower) != 0) *q -= 32;
         }
     }
-    if (spec.alt && mag != 0) {
-        if (spec.base == 16) {
+    if (conv.alt && mag != 0) {
+        if (conv.base == 16) {
             *--p = 'x';
             *--p = '0';
-        } else if (spec.base == 8) {
+        } else if (conv.base == 8) {
             *--p = '0';
         }
     }
     if (neg) *--p = '-';
     const uint32_t len = static_cast<uint32_t>(end - p);
-    const uint32_t pad = spec.width > len ? spec.width - len : 0;
-    if (pad != 0 && !spec.left) out.Fill(spec.padc, pad);
+    // Zeros padded in front do not count the sign: "%05d" of -42 is
+    // "000-42": the zeros fill the width as if the sign were not there.
+    const uint32_t counted = neg && conv.padc == '0' && !conv.left ? len - 1 : len;
+    const uint32_t pad = conv.width > counted ? conv.width - counted : 0;
+    if (pad != 0 && !conv.left) out.Fill(conv.padc, pad);
     out.Write(p, len);
-    if (pad != 0 && spec.left) out.Fill(spec.padc, pad);
+    if (pad != 0 && conv.left) out.Fill(conv.padc, pad);
 }
 
 // -------------------------------------------------------------- doubles
@@ -345,7 +348,7 @@ uint32_t Format(Sink &out, const char *fmt, uint32_t radix, Args &args) {
         if (*p == '\0') return out.Count();
 
         const char *const start = p++;
-        IntSpec spec{10, 0, ' ', false, false, false};
+        IntConv conv{10, 0, ' ', false, false, false};
         bool sign = false;
         bool dot = false;
         bool isSigned = false;
@@ -360,20 +363,20 @@ uint32_t Format(Sink &out, const char *fmt, uint32_t radix, Args &args) {
                     out.Write(start, static_cast<size_t>(p - 1 - start));
                     return out.Count();
                 case '#':
-                    spec.alt = true;
+                    conv.alt = true;
                     continue;
                 case '+':
                     sign = true;
                     continue;
                 case '-':
-                    spec.left = true;
+                    conv.left = true;
                     continue;
                 case '.':
                     dot = true;
                     continue;
                 case '0':
                     if (!dot) {
-                        spec.padc = '0';
+                        conv.padc = '0';
                         continue;
                     }
                     [[fallthrough]];
@@ -391,7 +394,7 @@ uint32_t Format(Sink &out, const char *fmt, uint32_t radix, Args &args) {
                     if (dot) {
                         prec = static_cast<int32_t>(n);
                     } else {
-                        spec.width = n;
+                        conv.width = n;
                     }
                     continue;
                 }
@@ -417,10 +420,10 @@ uint32_t Format(Sink &out, const char *fmt, uint32_t radix, Args &args) {
                     } else {
                         n = Zos_StrLen(s);
                     }
-                    const uint32_t pad = spec.width > n ? spec.width - n : 0;
-                    if (pad != 0 && !spec.left) out.Fill(spec.padc, pad);
+                    const uint32_t pad = conv.width > n ? conv.width - n : 0;
+                    if (pad != 0 && !conv.left) out.Fill(conv.padc, pad);
                     out.Write(s, n);
-                    if (pad != 0 && spec.left) out.Fill(spec.padc, pad);
+                    if (pad != 0 && conv.left) out.Fill(conv.padc, pad);
                     break;
                 }
                 case 'd':
@@ -430,26 +433,26 @@ uint32_t Format(Sink &out, const char *fmt, uint32_t radix, Args &args) {
                 case 'u':
                     goto number;
                 case 'o':
-                    spec.base = 8;
+                    conv.base = 8;
                     goto number;
                 case 'x':
-                    spec.base = 16;
+                    conv.base = 16;
                     goto number;
                 case 'X':
-                    spec.base = 16;
-                    spec.upper = true;
+                    conv.base = 16;
+                    conv.upper = true;
                     goto number;
                 case 'r':
-                    spec.base = radix;
+                    conv.base = radix;
                     isSigned = sign;
                     goto number;
                 case 'p': {
                     // A pointer: hexadecimal, with "0x" exactly when no
                     // width was given. The 'l' count does not apply.
-                    spec.base = 16;
-                    spec.alt = spec.width == 0;
+                    conv.base = 16;
+                    conv.alt = conv.width == 0;
                     const uintptr_t v = reinterpret_cast<uintptr_t>(va_arg(args.ap, void *));
-                    EmitInt(out, v, false, spec);
+                    EmitInt(out, v, false, conv);
                     break;
                 }
                 case 'f':
@@ -485,7 +488,7 @@ uint32_t Format(Sink &out, const char *fmt, uint32_t radix, Args &args) {
                 }
                 const bool neg = v < 0;
                 const uint64_t mag = neg ? 0u - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
-                EmitInt(out, mag, neg, spec);
+                EmitInt(out, mag, neg, conv);
             } else {
                 uint64_t v;
                 if (lcount == 0) {
@@ -495,7 +498,7 @@ uint32_t Format(Sink &out, const char *fmt, uint32_t radix, Args &args) {
                 } else {
                     v = va_arg(args.ap, unsigned long long);
                 }
-                EmitInt(out, v, false, spec);
+                EmitInt(out, v, false, conv);
             }
             break;
         }

@@ -2,12 +2,13 @@
 // time record and its conversions, the "YYYY-MM-DDThh:mm:ssTZD" text form,
 // weekdays and the zone abbreviation table.
 //
-// A record's zone offset (seconds, positive west of Greenwich) always states
-// the zone its fields are written in: local records carry the offset that
-// was in force at their own instant (so a summer date read in winter keeps
-// its summer offset), universal records carry 0. Converting a record back to
-// epoch seconds applies exactly that offset, which keeps every conversion
-// exact across daylight-saving changes, including the repeated hour.
+// A record's zone offset is in seconds, positive west of Greenwich. Local
+// records carry the platform's current offset (slot 12), whatever season
+// their own date lies in; universal records carry 0. Converting a record to
+// epoch seconds runs its fields through the platform's make-time and then
+// moves the result by the record's offset minus the current one, so a
+// record made here converts back to the second it came from, and a record
+// written in another zone (parsed text) lands on its own instant.
 #include "zos_time.h"
 
 #include "zos_env.h"
@@ -17,7 +18,6 @@
 
 namespace {
 
-constexpr int64_t kSecPerDay = 86400;
 constexpr uint32_t kNsecPerMsec = 1000000u;
 constexpr uint64_t kNsecPerSec = 1000000000ull;
 
@@ -74,27 +74,6 @@ int64_t DaysFromCivil(int64_t y, int64_t m, int64_t d) {
     return era * 146097 + doe - 719468;
 }
 
-// The date of a day count from 1970-01-01.
-void CivilFromDays(int64_t z, int64_t *y, uint32_t *m, uint32_t *d) {
-    z += 719468;
-    const int64_t era = FloorDiv(z, 146097);
-    const int64_t doe = z - era * 146097;
-    const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const int64_t mp = (5 * doy + 2) / 153;
-    *d = static_cast<uint32_t>(doy - (153 * mp + 2) / 5 + 1);
-    *m = static_cast<uint32_t>(mp < 10 ? mp + 3 : mp - 9);
-    *y = yoe + era * 400 + (*m <= 2 ? 1 : 0);
-}
-
-// Broken-down fields read as if they were universal time.
-int64_t TmAsUtc(const ST_ZOS_TM &tm) {
-    return DaysFromCivil(static_cast<int64_t>(tm.iYear) + 1900, static_cast<int64_t>(tm.iMon) + 1,
-                         tm.iMday) *
-               kSecPerDay +
-           static_cast<int64_t>(tm.iHour) * 3600 + static_cast<int64_t>(tm.iMin) * 60 + tm.iSec;
-}
-
 // Fills a record from broken-down fields; fails when a field does not fit.
 uint32_t FillRecord(const ST_ZOS_TM &tm, int32_t iTzOffset, uint32_t uiMs, ST_ZOS_SYS_TIME *rec) {
     const int64_t year = static_cast<int64_t>(tm.iYear) + 1900;
@@ -116,36 +95,36 @@ uint32_t FillRecord(const ST_ZOS_TM &tm, int32_t iTzOffset, uint32_t uiMs, ST_ZO
     return ZOK;
 }
 
-// Local record of an epoch second through the platform's break-down; the
-// offset is the one in force at that second (its distance from the local
-// fields read as universal time).
-uint32_t LocalRecord(int64_t t, uint32_t uiMs, ST_ZOS_SYS_TIME *rec) {
+// Record of an epoch second through the platform's break-down (slot 10),
+// carrying the given zone offset.
+uint32_t BrokenDownRecord(int64_t t, int32_t iTzOffset, uint32_t uiMs, ST_ZOS_SYS_TIME *rec) {
     auto localTime = zos::Osdep<zos::kSlotLocalTime>();
     if (rec == nullptr || localTime == nullptr) return ZFAILED;
     ST_ZOS_TM tm{};
     if (localTime(&t, &tm) != ZOK) return ZFAILED;
-    const int64_t west = t - TmAsUtc(tm);
-    if (west < INT32_MIN || west > INT32_MAX) return ZFAILED;
-    return FillRecord(tm, static_cast<int32_t>(west), uiMs, rec);
+    return FillRecord(tm, iTzOffset, uiMs, rec);
 }
 
-// Universal record of an epoch second, computed without the platform.
-uint32_t UtcRecord(int64_t t, uint32_t uiMs, ST_ZOS_SYS_TIME *rec) {
-    if (rec == nullptr) return ZFAILED;
-    const int64_t days = FloorDiv(t, kSecPerDay);
-    const int64_t secs = t - days * kSecPerDay;
-    int64_t year = 0;
-    uint32_t month = 0, day = 0;
-    CivilFromDays(days, &year, &month, &day);
-    if (year < 0 || year > 0xFFFF) return ZFAILED;
-    ST_ZOS_TM tm{};
-    tm.iYear = static_cast<int32_t>(year - 1900);
-    tm.iMon = static_cast<int32_t>(month) - 1;
-    tm.iMday = static_cast<int32_t>(day);
-    tm.iHour = static_cast<int32_t>(secs / 3600);
-    tm.iMin = static_cast<int32_t>(secs % 3600 / 60);
-    tm.iSec = static_cast<int32_t>(secs % 60);
-    return FillRecord(tm, 0, uiMs, rec);
+// Local record: the local fields of the second and the current offset.
+uint32_t LocalRecord(int64_t t, uint32_t uiMs, ST_ZOS_SYS_TIME *rec) {
+    return BrokenDownRecord(t, Zos_TzOffset(), uiMs, rec);
+}
+
+// Universal record: the second moved by the current offset, then broken
+// down as local time; offset 0. The offset is the one in force now, not at
+// the second, so the fields are exact universal time only while the moved
+// second lies in the same daylight-saving season as now. Across a change
+// (a summer second converted in winter, or the reverse, or a second just
+// past a change) they differ from universal time by the season step,
+// usually one hour. Zos_SysTime2Time undoes the same shift, so the
+// record still converts back to the second it came from, except when the
+// moved second falls in the repeated autumn hour.
+uint32_t UniversalRecord(int64_t t, uint32_t uiMs, ST_ZOS_SYS_TIME *rec) {
+    int64_t shifted = 0;
+    if (__builtin_add_overflow(t, static_cast<int64_t>(Zos_TzOffset()), &shifted)) {
+        return ZFAILED;
+    }
+    return BrokenDownRecord(shifted, 0, uiMs, rec);
 }
 
 // Appends formatted text at *pos, never past the end of the buffer.
@@ -298,7 +277,7 @@ KESTRO_API uint32_t Zos_SysTime(ST_ZOS_SYS_TIME *pstTime) {
 KESTRO_API uint32_t Zos_SysTimeU(ST_ZOS_SYS_TIME *pstTime) {
     ST_ZOS_EPOCH_TIME now{};
     if (pstTime == nullptr || Zos_GetEpochTime(&now) != ZOK) return ZFAILED;
-    return UtcRecord(now.llSec, now.uiNsec / kNsecPerMsec % 1000u, pstTime);
+    return UniversalRecord(now.llSec, now.uiNsec / kNsecPerMsec % 1000u, pstTime);
 }
 
 KESTRO_API uint32_t Zos_LocalTime(const int64_t *pllTime, ST_ZOS_TM *pstTm) {
@@ -330,18 +309,19 @@ KESTRO_API uint32_t Zos_SysTime2Time(const ST_ZOS_SYS_TIME *pstTime, int64_t *pl
     }
     ST_ZOS_TM tm{};
     if (Zos_SysTime2MTime(pstTime, &tm) != ZOK) return ZFAILED;
-    // The platform's make-time decides whether it can represent the date
-    // at all (a 32-bit clock ends in 2038).
+    // The platform's make-time also decides whether it can represent the
+    // date at all (a 32-bit clock ends in 2038).
     auto mkTime = zos::Osdep<zos::kSlotMkTime>();
     if (mkTime == nullptr) return ZFAILED;
-    ST_ZOS_TM probe = tm;
-    const int64_t made = mkTime(&probe);
+    const int64_t made = mkTime(&tm);
     if (made == -1 || made == -2) {
         ZOS_LOG_ERR("SysTime2Time mktime.");
         return ZFAILED;
     }
-    // The fields are wall-clock time in the record's own zone.
-    *pllTime = TmAsUtc(tm) + pstTime->iTzOffset;
+    // The make-time reads the fields in the current zone; the difference
+    // between the record's zone and the current one moves them into the
+    // record's own zone.
+    *pllTime = made + pstTime->iTzOffset - Zos_TzOffset();
     return ZOK;
 }
 
@@ -350,7 +330,7 @@ KESTRO_API uint32_t Zos_Time2SysTime(int64_t llTime, ST_ZOS_SYS_TIME *pstTime) {
 }
 
 KESTRO_API uint32_t Zos_Time2SysTimeU(int64_t llTime, ST_ZOS_SYS_TIME *pstTime) {
-    return UtcRecord(llTime, 0, pstTime);
+    return UniversalRecord(llTime, 0, pstTime);
 }
 
 KESTRO_API uint32_t Zos_SysTime2MTime(const ST_ZOS_SYS_TIME *pstTime, ST_ZOS_TM *pstTm) {
@@ -372,16 +352,9 @@ KESTRO_API uint32_t Zos_SysTime2MTime(const ST_ZOS_SYS_TIME *pstTime, ST_ZOS_TM 
 
 KESTRO_API uint32_t Zos_MTime2SysTime(const ST_ZOS_TM *pstTm, ST_ZOS_SYS_TIME *pstTime) {
     if (pstTm == nullptr || pstTime == nullptr) return ZFAILED;
-    // The fields are local time; their offset is the one the platform's
-    // make-time applies to them, else the current one.
-    int32_t west = Zos_TzOffset();
-    ST_ZOS_TM probe = *pstTm;
-    const int64_t made = Zos_MkTime(&probe);
-    if (made != -1) {
-        const int64_t d = made - TmAsUtc(probe);
-        if (d >= INT32_MIN && d <= INT32_MAX) west = static_cast<int32_t>(d);
-    }
-    return FillRecord(*pstTm, west, 0, pstTime);
+    // The fields are local time, so the record takes the current offset,
+    // as every local record does.
+    return FillRecord(*pstTm, Zos_TzOffset(), 0, pstTime);
 }
 
 // ---------------------------------------------------------------------
@@ -444,6 +417,9 @@ KESTRO_API const char *Zos_SysTime2Str(const char *pcFormat, const ST_ZOS_SYS_TI
     return g_acTimeStr;
 }
 
+// A text that stops early, breaks the form or holds a field out of range
+// (2016-02-30, 24:00, +24:00) is an incomplete format; characters after the
+// zone are a tail.
 KESTRO_API uint32_t Zos_Str2SysTime(const char *pcText, ST_ZOS_SYS_TIME *pstTime) {
     if (pcText == nullptr || pstTime == nullptr) {
         ZOS_LOG_ERR("Str2SysTime null parameter.");
@@ -466,7 +442,7 @@ KESTRO_API uint32_t Zos_Str2SysTime(const char *pcText, ST_ZOS_SYS_TIME *pstTime
     }
     if (month < 1 || month > 12 || day < 1 || day > DaysInMonth(year, month) || hour > 23 ||
         minute > 59 || second > 59 || tzH > 23 || tzM > 59 || tzS > 59) {
-        ZOS_LOG_ERR("Str2SysTime invalid field.");
+        ZOS_LOG_ERR("Str2SysTime incompleted format.");
         return ZFAILED;
     }
     pstTime->wYear = static_cast<uint16_t>(year);

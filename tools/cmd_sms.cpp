@@ -1,0 +1,369 @@
+// kestro subcommands for the SMS PDU codec and the UTF-8/UCS-2 converters:
+//   sms decode <hex>             an RPDU, or an SMS-DELIVER with its service centre field
+//   sms submit --to N --text T [--report] [--mr M] [--smsc S]
+//   sms deliver --from N --text T [--indication 0|1|2]
+//   sms deliver-report [--mr M] [--cause C]
+//   utf8 <text>                  code points and UTF-16 units
+//   pinyin <text>                the text spelled in pinyin
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kestro_cmd.h"
+#include "kestro_lite.h"
+
+namespace kestro {
+namespace {
+
+void Quiet(const char * /*text*/) {}
+
+// Starts the layer without its progress lines for the life of a command.
+class Layer {
+  public:
+    Layer() {
+        Zos_CfgSetPrintDisp(Quiet);
+        ok_ = Zos_SysInit() == ZOK;
+        if (!ok_) std::fprintf(stderr, "kestro: the layer did not start\n");
+    }
+    ~Layer() {
+        if (ok_) Zos_SysDestroy();
+    }
+    Layer(const Layer &) = delete;
+    Layer &operator=(const Layer &) = delete;
+    bool ok() const { return ok_; }
+
+  private:
+    bool ok_ = false;
+};
+
+// "--name value" options after the subcommand; flags take no value.
+struct Options {
+    std::vector<std::string> words;  // everything that is not an option
+
+    bool Parse(int argc, char **argv, const std::vector<std::string> &withValue,
+               const std::vector<std::string> &flags) {
+        for (int i = 1; i < argc; ++i) {
+            const std::string a = argv[i];
+            bool known = false;
+            for (const std::string &o : withValue) {
+                if (a == o) {
+                    if (i + 1 >= argc) {
+                        std::fprintf(stderr, "kestro: %s needs a value\n", a.c_str());
+                        return false;
+                    }
+                    values_.push_back({a, argv[++i]});
+                    known = true;
+                }
+            }
+            for (const std::string &f : flags) {
+                if (a == f) {
+                    values_.push_back({a, ""});
+                    known = true;
+                }
+            }
+            if (!known && a.size() > 2 && a.compare(0, 2, "--") == 0) {
+                std::fprintf(stderr, "kestro: unknown option %s\n", a.c_str());
+                return false;
+            }
+            if (!known) words.push_back(a);
+        }
+        return true;
+    }
+    const char *Get(const char *name) const {
+        for (const auto &v : values_) {
+            if (v.first == name) return v.second.c_str();
+        }
+        return nullptr;
+    }
+    bool Has(const char *name) const { return Get(name) != nullptr; }
+    // A number option in 0..max, or the default when absent; false when bad.
+    bool Number(const char *name, unsigned long max, unsigned long def, unsigned long *out) const {
+        const char *v = Get(name);
+        *out = def;
+        if (v == nullptr) return true;
+        char *end = nullptr;
+        *out = std::strtoul(v, &end, 0);
+        if (*v == '\0' || *end != '\0' || *out > max) {
+            std::fprintf(stderr, "kestro: bad value for %s: %s\n", name, v);
+            return false;
+        }
+        return true;
+    }
+
+  private:
+    std::vector<std::pair<std::string, std::string>> values_;
+};
+
+// ISO 8859-1 text (the 7-bit decoders' output) for a UTF-8 terminal.
+std::string Latin1ToUtf8(const std::string &s) {
+    std::string out;
+    for (unsigned char c : s) {
+        if (c < 0x80) {
+            out += static_cast<char>(c);
+        } else {
+            out += static_cast<char>(0xC0 | (c >> 6));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
+bool IsUcs2(uint8_t dcs) {
+    if ((dcs & 0x80) != 0) return (dcs & 0xF0) == 0xE0;
+    return (dcs & 0x20) == 0 && ((dcs >> 2) & 0x03) == 2;
+}
+
+std::string HexOf(const uint8_t *p, int32_t n) {
+    if (n <= 0) return "";
+    std::string out(2 * static_cast<size_t>(n) + 1, '\0');
+    PDU_pduBytesToHexString(p, static_cast<uint32_t>(n), out.data());
+    out.resize(2 * static_cast<size_t>(n));
+    return out;
+}
+
+// The header fields of an SMS-DELIVER, read with the buffer primitives; the
+// originator, time stamp and text come from the codec's own reader.
+bool ShowDeliver(const char *hex, const char *indent) {
+    char from[PDU_ADDR_SIZE];
+    std::vector<char> text(2048);
+    ST_ZOS_SYS_TIME t{};
+    if (PDU_3gppGetSubmitPduMessageAndAddress(hex, from, text.data(),
+                                              static_cast<uint32_t>(text.size()), &t) != 0) {
+        return false;
+    }
+    PduBuf buf;
+    uint8_t scLen = 0, scType = 0, first = 0, oaLen = 0, oaType = 0, pid = 0, dcs = 0;
+    char sc[2 * 256 + 2] = "";
+    if (_PDU_pduInitDecode(&buf, hex, 0) < 0 || _PDU_pduReadByte(&buf, &scLen) < 0) return false;
+    if (scLen > 0) {
+        if (_PDU_pduReadByte(&buf, &scType) < 0 ||
+            _PDU_pduDecodeAddress(&buf, scLen - 1u, scType, sc) < 0) {
+            return false;
+        }
+    }
+    if (_PDU_pduReadByte(&buf, &first) < 0 || _PDU_pduReadByte(&buf, &oaLen) < 0 ||
+        _PDU_pduReadByte(&buf, &oaType) < 0 || _PDU_pduAdvance(&buf, (oaLen + 1u) / 2u) < 0 ||
+        _PDU_pduReadByte(&buf, &pid) < 0 || _PDU_pduReadByte(&buf, &dcs) < 0) {
+        return false;
+    }
+    std::printf("%sSMS-DELIVER\n", indent);
+    if (scLen > 0) {
+        std::printf("%s  service centre  %s (type 0x%02X)\n", indent, sc, scType);
+    } else {
+        std::printf("%s  service centre  none\n", indent);
+    }
+    std::printf("%s  first octet     0x%02X (MMS %d, SRI %d, UDHI %d, RP %d)\n", indent, first,
+                (first >> 2) & 1, (first >> 5) & 1, (first >> 6) & 1, (first >> 7) & 1);
+    std::printf("%s  originator      %s (%u semi-octets, type 0x%02X)\n", indent,
+                Latin1ToUtf8(from).c_str(), oaLen, oaType);
+    std::printf("%s  protocol id     0x%02X\n", indent, pid);
+    std::printf("%s  coding scheme   0x%02X (%s)\n", indent, dcs, IsUcs2(dcs) ? "UCS-2" : "7-bit");
+    std::printf("%s  time stamp      %04u-%02u-%02u %02u:%02u:%02u, zone %d s\n", indent, t.wYear,
+                t.ucMonth, t.ucDay, t.ucHour, t.ucMinute, t.ucSecond, t.iTzOffset);
+    const std::string body = IsUcs2(dcs) ? text.data() : Latin1ToUtf8(text.data());
+    std::printf("%s  text            %s\n", indent, body.c_str());
+    return true;
+}
+
+bool ShowRpdu(const char *hex) {
+    char from[PDU_ADDR_SIZE];
+    char tpdu[2 * PDU_BUF_SIZE + 4];
+    int32_t tpType = -1, mti = -1, mr = -1, extra = -1;
+    tpdu[0] = '\0';
+    if (PDU_3gppDecodeSms(hex, 0, tpdu, sizeof(tpdu), from, 0, &tpType, &mti, &mr, &extra) != 0) {
+        return false;
+    }
+    static const char *const kMti[] = {"RP-DATA (MS to network)",  "RP-DATA (network to MS)",
+                                       "RP-ACK (MS to network)",   "RP-ACK (network to MS)",
+                                       "RP-ERROR (MS to network)", "RP-ERROR (network to MS)"};
+    std::printf("RPDU\n  message type    %d %s\n", mti, mti >= 0 && mti < 6 ? kMti[mti] : "other");
+    if (mti >= 6) return true;
+    std::printf("  reference       %d\n", mr);
+    if (mti <= 1) std::printf("  originator      %s\n", from);
+    if (mti >= 4) std::printf("  cause           %d\n", extra);
+    if (tpType >= 0) {
+        const char *kind = tpType == PDU_TP_DELIVER  ? "SMS-DELIVER"
+                           : tpType == PDU_TP_REPORT ? "report (TP-MTI 1)"
+                                                     : "status report (TP-MTI 2)";
+        std::printf("  TPDU type       %d %s\n", tpType, kind);
+    }
+    if (mti <= 1) {
+        std::printf("  TPDU            %s\n", tpdu + 2);
+        if (tpType == PDU_TP_DELIVER && !ShowDeliver(tpdu, "  ")) {
+            std::printf("  (the SMS-DELIVER inside does not decode)\n");
+        }
+    }
+    return true;
+}
+
+int SmsDecode(int argc, char **argv) {
+    Options o;
+    if (!o.Parse(argc, argv, {}, {}) || o.words.size() != 1) {
+        std::fprintf(stderr, "usage: kestro sms decode <hex>\n");
+        return 2;
+    }
+    const char *hex = o.words[0].c_str();
+    for (const char *p = hex; *p != '\0'; ++p) {
+        const bool digit =
+            (*p >= '0' && *p <= '9') || (*p >= 'a' && *p <= 'f') || (*p >= 'A' && *p <= 'F');
+        if (!digit) {
+            std::fprintf(stderr, "kestro: not hexadecimal: %s\n", hex);
+            return 2;
+        }
+    }
+    if (o.words[0].size() % 2 != 0 || o.words[0].size() > 2 * PDU_BUF_SIZE) {
+        std::fprintf(stderr, "kestro: need an even number of digits, at most %u\n",
+                     2 * PDU_BUF_SIZE);
+        return 2;
+    }
+    // An SMS-DELIVER is tried first: its reader is the stricter of the two.
+    if (ShowDeliver(hex, "") || ShowRpdu(hex)) return 0;
+    std::fprintf(stderr, "kestro: neither an SMS-DELIVER nor an RPDU\n");
+    return 1;
+}
+
+int SmsSubmit(int argc, char **argv) {
+    Options o;
+    unsigned long mr = 0;
+    if (!o.Parse(argc, argv, {"--to", "--text", "--mr", "--smsc"}, {"--report"}) ||
+        !o.words.empty() || !o.Has("--to") || !o.Has("--text") || !o.Number("--mr", 255, 0, &mr)) {
+        std::fprintf(stderr,
+                     "usage: kestro sms submit --to N --text T [--report] [--mr M] [--smsc S]\n");
+        return 2;
+    }
+    char hex[2 * PDU_BUF_SIZE + 1];
+    uint8_t raw[PDU_BUF_SIZE];
+    const auto ref = static_cast<uint8_t>(mr);
+    const int32_t report = o.Has("--report") ? 1 : 0;
+    if (PDU_3gppEncodeSubmitTPDU(ref, o.Get("--to"), o.Get("--text"), 0, hex, sizeof(hex), report) <
+        0) {
+        std::fprintf(stderr, "kestro: the message does not fit an SMS-SUBMIT\n");
+        return 1;
+    }
+    std::printf("%s\n", hex);
+    if (o.Has("--smsc")) {
+        const int32_t n = PDU_3gppEncodeSubmitTPDU(ref, o.Get("--to"), o.Get("--text"), 1, raw,
+                                                   sizeof(raw), report);
+        uint8_t rp[2 * PDU_BUF_SIZE];
+        const int32_t m = n < 0 ? -1
+                                : PDU_3gppEncodeSubmit(raw, static_cast<uint32_t>(n),
+                                                       o.Get("--smsc"), ref, rp, sizeof(rp));
+        if (m < 0) {
+            std::fprintf(stderr, "kestro: the message does not fit an RP-DATA\n");
+            return 1;
+        }
+        std::printf("RP-DATA %s\n", HexOf(rp, m).c_str());
+    }
+    return 0;
+}
+
+int SmsDeliver(int argc, char **argv) {
+    Options o;
+    unsigned long indication = 0;
+    if (!o.Parse(argc, argv, {"--from", "--text", "--indication"}, {}) || !o.words.empty() ||
+        !o.Has("--from") || !o.Has("--text") || !o.Number("--indication", 2, 0, &indication)) {
+        std::fprintf(stderr, "usage: kestro sms deliver --from N --text T [--indication 0|1|2]\n");
+        return 2;
+    }
+    char hex[2 * PDU_BUF_SIZE + 1];
+    if (PDU_3gppEncodeDeliverySms(o.Get("--from"), o.Get("--text"), hex, sizeof(hex),
+                                  static_cast<int32_t>(indication)) < 0) {
+        std::fprintf(stderr, "kestro: the message does not fit an SMS-DELIVER\n");
+        return 1;
+    }
+    std::printf("%s\n", hex);
+    return 0;
+}
+
+int SmsDeliverReport(int argc, char **argv) {
+    Options o;
+    unsigned long mr = 0, cause = 0;
+    if (!o.Parse(argc, argv, {"--mr", "--cause"}, {}) || !o.words.empty() ||
+        !o.Number("--mr", 255, 0, &mr) || !o.Number("--cause", 255, 0, &cause)) {
+        std::fprintf(stderr, "usage: kestro sms deliver-report [--mr M] [--cause C]\n");
+        return 2;
+    }
+    uint8_t rp[32];
+    const int32_t n = PDU_3gppEncodeDeliverReport(0, static_cast<uint8_t>(mr),
+                                                  static_cast<uint8_t>(cause), rp, sizeof(rp));
+    if (n < 0) return 1;
+    std::printf("%s\n", HexOf(rp, n).c_str());
+    return 0;
+}
+
+}  // namespace
+
+int RunSms(int argc, char **argv) {
+    static const struct {
+        const char *name;
+        int (*run)(int, char **);
+    } kSub[] = {{"decode", SmsDecode},
+                {"submit", SmsSubmit},
+                {"deliver", SmsDeliver},
+                {"deliver-report", SmsDeliverReport}};
+    if (argc >= 2) {
+        for (const auto &s : kSub) {
+            if (std::strcmp(argv[1], s.name) == 0) {
+                Layer layer;
+                return layer.ok() ? s.run(argc - 1, argv + 1) : 1;
+            }
+        }
+    }
+    std::fprintf(stderr,
+                 "usage: kestro sms decode <hex>\n"
+                 "       kestro sms submit --to N --text T [--report] [--mr M] [--smsc S]\n"
+                 "       kestro sms deliver --from N --text T [--indication 0|1|2]\n"
+                 "       kestro sms deliver-report [--mr M] [--cause C]\n");
+    return 2;
+}
+
+int RunUtf8(int argc, char **argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: kestro utf8 <text>\n");
+        return 2;
+    }
+    const char *text = argv[1];
+    const auto len = static_cast<int32_t>(std::strlen(text));
+    ST_UTF8_DECODE st;
+    utf8_decode_init(&st, text, len);
+    std::printf("code points:");
+    for (int32_t c = utf8_decode_next(&st); c != UTF8_END; c = utf8_decode_next(&st)) {
+        if (c == UTF8_ERROR) {
+            std::printf("\nkestro: invalid UTF-8 at byte %d (character %d)\n",
+                        utf8_decode_at_byte(&st), utf8_decode_at_character(&st));
+            return 1;
+        }
+        std::printf(" U+%04X", static_cast<unsigned>(c));
+    }
+    std::vector<uint16_t> units(static_cast<size_t>(len) + 1);
+    const int32_t n = utf8_to_utf16(units.data(), text, len, 0);
+    std::printf("\nUTF-16:     ");
+    for (int32_t i = 0; i < n; ++i) std::printf(" %04X", units[static_cast<size_t>(i)]);
+    std::printf("\n");
+    return 0;
+}
+
+int RunPinyin(int argc, char **argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: kestro pinyin <text>\n");
+        return 2;
+    }
+    Layer layer;
+    if (!layer.ok()) return 1;
+    uint16_t *bmp = nullptr;
+    uint32_t count = 0;
+    const auto len = static_cast<uint32_t>(std::strlen(argv[1]));
+    if (Zucs_Utf8ToBmpX(&bmp, &count, argv[1], len) != ZOK) return 1;
+    // At most six letters and a separator a character.
+    std::vector<char> out(7u * count + 1u);
+    const uint32_t rc =
+        Zucs_BmpToPinyin(bmp, count, out.data(), static_cast<uint32_t>(out.size()), " ");
+    Zos_Free(bmp);
+    if (rc != ZOK) return 1;
+    std::printf("%s\n", out.data());
+    return 0;
+}
+
+}  // namespace kestro
