@@ -189,6 +189,8 @@ KESTRO_API uint32_t Zpand_GetHostName(char *pcName, uint32_t uiSize);
  * when it is set (0 turns every accelerated path off). */
 #define ZPAND_CPU_CLMUL 0x1u /* carry-less multiplication (x86 PCLMULQDQ) */
 #define ZPAND_CPU_SHA1 0x2u  /* SHA-1 instructions (x86 SHA extensions) */
+#define ZPAND_CPU_SSSE3 0x4u /* x86 SSSE3 vector instructions */
+#define ZPAND_CPU_BMI2 0x8u  /* x86 bit manipulation (BMI1 and BMI2) */
 KESTRO_API uint32_t Zpand_CpuFeatures(void);
 
 ZOS_END_DECLS

@@ -52,8 +52,10 @@ KESTRO_API uint32_t Zpand_CpuFeatures(void) {
         if (__get_cpuid(1, &a, &b, &c, &d) != 0) {
             const bool sse41 = (c & bit_SSE4_1) != 0 && (c & bit_SSSE3) != 0;
             if ((c & bit_PCLMUL) != 0) f |= ZPAND_CPU_CLMUL;
-            if (sse41 && __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & bit_SHA) != 0) {
-                f |= ZPAND_CPU_SHA1;
+            if ((c & bit_SSSE3) != 0) f |= ZPAND_CPU_SSSE3;
+            if (__get_cpuid_count(7, 0, &a, &b, &c, &d) != 0) {
+                if (sse41 && (b & bit_SHA) != 0) f |= ZPAND_CPU_SHA1;
+                if ((b & bit_BMI) != 0 && (b & bit_BMI2) != 0) f |= ZPAND_CPU_BMI2;
             }
         }
 #endif

@@ -111,24 +111,53 @@ inline uint32_t CrcWord(BraidWord v) {
     return static_cast<uint32_t>(v);
 }
 
+// One byte position of all five lanes (written out so every compiler keeps
+// the lanes in registers).
+#define ZCRC_BRAID_BYTE(b)                                \
+    c0 ^= kBraid[b][static_cast<uint8_t>(w0 >> (8 * b))]; \
+    c1 ^= kBraid[b][static_cast<uint8_t>(w1 >> (8 * b))]; \
+    c2 ^= kBraid[b][static_cast<uint8_t>(w2 >> (8 * b))]; \
+    c3 ^= kBraid[b][static_cast<uint8_t>(w3 >> (8 * b))]; \
+    c4 ^= kBraid[b][static_cast<uint8_t>(w4 >> (8 * b))];
+
 // len >= 2 blocks of kBraidLanes words.
 uint32_t Crc32Braided(uint32_t crc, const uint8_t *p, size_t len) {
-    constexpr size_t kBlock = kBraidLanes * kBraidBytes;
+    static_assert(kBraidLanes == 5, "the step below is written for five lanes");
+    constexpr size_t kW = kBraidBytes;
+    constexpr size_t kBlock = kBraidLanes * kW;
     const size_t blocks = len / kBlock - 1;  // the last block joins the lanes
-    BraidWord c[kBraidLanes] = {crc};
+    uint32_t c0 = crc, c1 = 0, c2 = 0, c3 = 0, c4 = 0;
     for (size_t n = 0; n < blocks; ++n, p += kBlock) {
-        BraidWord w[kBraidLanes];
-        for (size_t k = 0; k < kBraidLanes; ++k) w[k] = c[k] ^ LoadWord(p + k * kBraidBytes);
-        for (size_t k = 0; k < kBraidLanes; ++k) c[k] = kBraid[0][w[k] & 0xFF];
-        for (size_t b = 1; b < kBraidBytes; ++b) {
-            for (size_t k = 0; k < kBraidLanes; ++k) c[k] ^= kBraid[b][(w[k] >> (8 * b)) & 0xFF];
+        const BraidWord w0 = c0 ^ LoadWord(p);
+        const BraidWord w1 = c1 ^ LoadWord(p + kW);
+        const BraidWord w2 = c2 ^ LoadWord(p + 2 * kW);
+        const BraidWord w3 = c3 ^ LoadWord(p + 3 * kW);
+        const BraidWord w4 = c4 ^ LoadWord(p + 4 * kW);
+        c0 = kBraid[0][static_cast<uint8_t>(w0)];
+        c1 = kBraid[0][static_cast<uint8_t>(w1)];
+        c2 = kBraid[0][static_cast<uint8_t>(w2)];
+        c3 = kBraid[0][static_cast<uint8_t>(w3)];
+        c4 = kBraid[0][static_cast<uint8_t>(w4)];
+        ZCRC_BRAID_BYTE(1)
+        ZCRC_BRAID_BYTE(2)
+        ZCRC_BRAID_BYTE(3)
+        if constexpr (kW == 8) {
+            ZCRC_BRAID_BYTE(4)
+            ZCRC_BRAID_BYTE(5)
+            ZCRC_BRAID_BYTE(6)
+            ZCRC_BRAID_BYTE(7)
         }
     }
-    uint32_t r = CrcWord(c[0] ^ LoadWord(p));
-    for (size_t k = 1; k < kBraidLanes; ++k) r = CrcWord(c[k] ^ LoadWord(p + k * kBraidBytes) ^ r);
+    uint32_t r = CrcWord(c0 ^ LoadWord(p));
+    r = CrcWord(c1 ^ LoadWord(p + kW) ^ r);
+    r = CrcWord(c2 ^ LoadWord(p + 2 * kW) ^ r);
+    r = CrcWord(c3 ^ LoadWord(p + 3 * kW) ^ r);
+    r = CrcWord(c4 ^ LoadWord(p + 4 * kW) ^ r);
     p += kBlock;
     return Crc32Tables8(r, p, len % kBlock);
 }
+
+#undef ZCRC_BRAID_BYTE
 
 #ifdef ZCRC_CLMUL
 

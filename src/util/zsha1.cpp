@@ -2,7 +2,9 @@
 //
 // Whole blocks go straight from the caller's data to the block function;
 // only partial blocks pass through the context's message block. On x86-64
-// processors with the SHA extensions the block function uses them.
+// the block function uses the SHA extensions where the processor has them,
+// else (with SSSE3 and BMI) makes the message schedule four words at a time
+// in vector registers alongside the scalar steps; elsewhere it is plain C.
 #include <cstring>
 #include <utility>
 
@@ -99,6 +101,132 @@ void BlocksPortable(uint32_t *h, const uint8_t *p, size_t n) {
 
 #ifdef ZSHA1_SHANI
 
+#define ZSHA1_SSSE3 __attribute__((target("ssse3,bmi,bmi2")))
+
+ZSHA1_SSSE3 inline __m128i Rol(__m128i v, int n) {
+    return _mm_or_si128(_mm_slli_epi32(v, n), _mm_srli_epi32(v, 32 - n));
+}
+
+constexpr uint32_t kK[4] = {0x5A827999u, 0x6ED9EBA1u, 0x8F1BBCDCu, 0xCA62C1D6u};
+
+template <int f>
+inline uint32_t RoundF(uint32_t b, uint32_t c, uint32_t d) {
+    if constexpr (f == 0) return (b & c) + (~b & d);
+    if constexpr (f == 2) return (b & c) + (d & (b ^ c));
+    return b ^ c ^ d;
+}
+
+// The working words and the last eight message vectors live in plain
+// variables (not arrays) so every compiler keeps them in registers; the
+// step and group templates pick them by compile-time index.
+struct Words {
+    uint32_t s0, s1, s2, s3, s4;
+    template <int n>
+    uint32_t &At() {
+        if constexpr (n == 0) return s0;
+        if constexpr (n == 1) return s1;
+        if constexpr (n == 2) return s2;
+        if constexpr (n == 3) return s3;
+        if constexpr (n == 4) return s4;
+    }
+};
+
+struct Vectors {
+    __m128i v0, v1, v2, v3, v4, v5, v6, v7;
+    template <int n>
+    __m128i &At() {
+        if constexpr ((n & 7) == 0) return v0;
+        if constexpr ((n & 7) == 1) return v1;
+        if constexpr ((n & 7) == 2) return v2;
+        if constexpr ((n & 7) == 3) return v3;
+        if constexpr ((n & 7) == 4) return v4;
+        if constexpr ((n & 7) == 5) return v5;
+        if constexpr ((n & 7) == 6) return v6;
+        if constexpr ((n & 7) == 7) return v7;
+    }
+};
+
+// Step t. The five words rotate roles each step; the roles are picked at
+// compile time.
+template <int t>
+inline void Step(Words &w, const uint32_t *ring) {
+    constexpr int a = (5 - t % 5) % 5;
+    uint32_t &b = w.At<(a + 1) % 5>();
+    w.At<(a + 4) % 5>() += RoundF<t / 20>(b, w.At<(a + 2) % 5>(), w.At<(a + 3) % 5>()) +
+                           ring[t & 15] + Rotl(w.At<a>(), 5);
+    b = Rotl(b, 30);
+}
+
+// Group g: steps 4g..4g+3, then the message words of group g + 4 (four
+// at a time) into the ring slot just read, W + K ready for its steps. For
+// t < 32 the fourth word of a group needs the first (W[t+3] uses W[t]),
+// so it is patched after the rotation; from t = 32 on the equivalent form
+// W[t] = rol2(W[t-6] ^ W[t-16] ^ W[t-28] ^ W[t-32]) has no such link. The
+// vector work does not depend on the steps, so the processor overlaps them.
+template <int g>
+ZSHA1_SSSE3 inline void GroupSsse3(Words &w, uint32_t *ring, Vectors &v) {
+    Step<4 * g>(w, ring);
+    Step<4 * g + 1>(w, ring);
+    Step<4 * g + 2>(w, ring);
+    Step<4 * g + 3>(w, ring);
+    constexpr int G = g + 4;
+    if constexpr (G < 20) {
+        __m128i x;
+        if constexpr (G < 8) {
+            __m128i t = _mm_xor_si128(_mm_srli_si128(v.At<G - 1>(), 4), v.At<G - 2>());
+            t = _mm_xor_si128(t, _mm_alignr_epi8(v.At<G - 3>(), v.At<G - 4>(), 8));
+            const __m128i r = Rol(_mm_xor_si128(t, v.At<G - 4>()), 1);
+            x = _mm_xor_si128(r, Rol(_mm_slli_si128(r, 12), 1));
+        } else {
+            __m128i t =
+                _mm_xor_si128(_mm_alignr_epi8(v.At<G - 1>(), v.At<G - 2>(), 8), v.At<G - 4>());
+            t = _mm_xor_si128(t, _mm_xor_si128(v.At<G - 7>(), v.At<G - 8>()));
+            x = Rol(t, 2);
+        }
+        v.At<G>() = x;
+        const __m128i k = _mm_set1_epi32(static_cast<int>(kK[G / 5]));
+        _mm_store_si128(reinterpret_cast<__m128i *>(ring + (4 * G & 15)), _mm_add_epi32(x, k));
+        // Keep W + K in memory: the steps add it straight from there, which
+        // costs fewer instructions than moving it out of a vector register.
+        __asm__ volatile("" : "+m"(*reinterpret_cast<uint32_t(*)[16]>(ring)));
+    }
+}
+
+template <int... G>
+ZSHA1_SSSE3 inline void AllGroupsSsse3(Words &w, uint32_t *ring, Vectors &v,
+                                       std::integer_sequence<int, G...>) {
+    (GroupSsse3<G>(w, ring, v), ...);
+}
+
+ZSHA1_SSSE3 void BlocksSsse3(uint32_t *h, const uint8_t *p, size_t n) {
+    const __m128i swap = _mm_set_epi8(12, 13, 14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3);
+    const __m128i k0 = _mm_set1_epi32(static_cast<int>(kK[0]));
+    alignas(16) uint32_t ring[16];
+    for (; n != 0; --n, p += 64) {
+        const auto *in = reinterpret_cast<const __m128i *>(p);
+        Vectors v;
+        v.v0 = _mm_shuffle_epi8(_mm_loadu_si128(in), swap);
+        v.v1 = _mm_shuffle_epi8(_mm_loadu_si128(in + 1), swap);
+        v.v2 = _mm_shuffle_epi8(_mm_loadu_si128(in + 2), swap);
+        v.v3 = _mm_shuffle_epi8(_mm_loadu_si128(in + 3), swap);
+        auto *r = reinterpret_cast<__m128i *>(ring);
+        _mm_store_si128(r, _mm_add_epi32(v.v0, k0));
+        _mm_store_si128(r + 1, _mm_add_epi32(v.v1, k0));
+        _mm_store_si128(r + 2, _mm_add_epi32(v.v2, k0));
+        _mm_store_si128(r + 3, _mm_add_epi32(v.v3, k0));
+        __asm__ volatile("" : "+m"(*reinterpret_cast<uint32_t(*)[16]>(ring)));
+        Words w{h[0], h[1], h[2], h[3], h[4]};
+        AllGroupsSsse3(w, ring, v, std::make_integer_sequence<int, 20>{});
+        h[0] += w.s0;
+        h[1] += w.s1;
+        h[2] += w.s2;
+        h[3] += w.s3;
+        h[4] += w.s4;
+    }
+}
+
+#undef ZSHA1_SSSE3
+
 #define ZSHA1_NI __attribute__((target("sha,sse4.1,ssse3")))
 
 // One group of four steps (g = 0..19) with the SHA instructions: the
@@ -156,12 +284,18 @@ ZSHA1_NI void BlocksShaNi(uint32_t *h, const uint8_t *p, size_t n) {
 #ifdef ZSHA1_SHANI
 // Read once when the library is loaded.
 const bool g_bShaNi = (Zpand_CpuFeatures() & ZPAND_CPU_SHA1) != 0;
+const bool g_bSsse3 = (Zpand_CpuFeatures() & (ZPAND_CPU_SSSE3 | ZPAND_CPU_BMI2)) ==
+                      (ZPAND_CPU_SSSE3 | ZPAND_CPU_BMI2);
 #endif
 
 void Blocks(uint32_t *h, const uint8_t *p, size_t n) {
 #ifdef ZSHA1_SHANI
     if (g_bShaNi) {
         BlocksShaNi(h, p, n);
+        return;
+    }
+    if (g_bSsse3) {
+        BlocksSsse3(h, p, n);
         return;
     }
 #endif
