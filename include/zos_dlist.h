@@ -49,6 +49,21 @@ KESTRO_API ST_ZOS_DLIST_NODE *Zos_DlistDequeue(ST_ZOS_DLIST *pstList);
 KESTRO_API uint32_t Zos_DlistRemove(ST_ZOS_DLIST *pstList, ST_ZOS_DLIST_NODE *pstNode);
 KESTRO_API ST_ZOS_DLIST_NODE *Zos_DlistFindByIndex(ST_ZOS_DLIST *pstList, uint32_t uiIndex);
 
+/* Singly linked list, not thread-safe: its users lock around it. Same
+ * meanings as the doubly linked list. Remove finds the predecessor by a
+ * walk and, unlike dequeue, leaves the removed node's next link as it was;
+ * RemoveAfter takes the predecessor (null: the node is the head) and unlinks
+ * in constant time. */
+KESTRO_API uint32_t Zos_SlistCreate(ST_ZOS_SLIST *pstList, uint32_t uiMax);
+KESTRO_API void Zos_SlistDelete(ST_ZOS_SLIST *pstList);
+KESTRO_API uint32_t Zos_SlistInsert(ST_ZOS_SLIST *pstList, ST_ZOS_SLIST_NODE *pstAfter,
+                                    ST_ZOS_SLIST_NODE *pstNode);
+KESTRO_API ST_ZOS_SLIST_NODE *Zos_SlistDequeue(ST_ZOS_SLIST *pstList);
+KESTRO_API uint32_t Zos_SlistRemove(ST_ZOS_SLIST *pstList, ST_ZOS_SLIST_NODE *pstNode);
+KESTRO_API uint32_t Zos_SlistRemoveAfter(ST_ZOS_SLIST *pstList, ST_ZOS_SLIST_NODE *pstPrev,
+                                         ST_ZOS_SLIST_NODE *pstNode);
+KESTRO_API ST_ZOS_SLIST_NODE *Zos_SlistFindByIndex(ST_ZOS_SLIST *pstList, uint32_t uiIndex);
+
 ZOS_END_DECLS
 
 #endif /* ZOS_DLIST_H */

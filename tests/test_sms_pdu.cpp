@@ -421,7 +421,9 @@ TEST_F(SmsPduTest, DeliverDecoderRefusesBrokenInput) {
         const std::string head = "00040381214300";
         const Delivered r = ReadDeliver(head + c.dcs + "9930925161958005E8329BFD06");
         EXPECT_EQ(r.rc, c.text != nullptr ? 0 : -1) << c.dcs;
-        if (c.text != nullptr) EXPECT_EQ(r.text, c.text) << c.dcs;
+        if (c.text != nullptr) {
+            EXPECT_EQ(r.text, c.text) << c.dcs;
+        }
     }
     // A header is skipped before the septets.
     const Delivered h = ReadDeliver("0044038121430000993092516195800B050003170301E8329B0D");

@@ -42,12 +42,16 @@ void ShowConfig() {
 }  // namespace
 
 int RunStatus(int /*argc*/, char ** /*argv*/) {
+    // The system log's lines are echoed to the console, so its start-up
+    // line (and any failure the layer logs) shows with the progress lines.
+    Zos_CfgSetLogPrint(1);
     if (Zos_SysInit() != ZOK) {
         std::fprintf(stderr, "kestro: the layer did not start\n");
         return 1;
     }
     std::printf("kestro_lite version %s\n", Kestro_GetVersion());
     ShowConfig();
+    Zos_LogInfo(Zos_LogGetZosId(), "kestro status shown.");
     Zos_SysDestroy();
     return 0;
 }

@@ -1,5 +1,6 @@
 // Intrusive doubly linked list with a capacity and its own mutex.
 #include "zos_dlist.h"
+#include "zos_dlist_link.h"
 #include "zos_sys.h"
 #include "zos_util.h"
 
@@ -37,6 +38,11 @@ KESTRO_API void Zos_DlistDelete(ST_ZOS_DLIST *pstList) {
     Zos_MutexDelete(&pstList->zMutex);
 }
 
+// The capacity and emptiness tests are made under the mutex: tested before
+// it, two threads could both pass the capacity test of a list with one free
+// place, and the unlocked reads would race with the writers. Failure lines
+// are written after the mutex is released, so logging never nests inside a
+// list lock.
 KESTRO_API uint32_t Zos_DlistInsert(ST_ZOS_DLIST *pstList, Node *pstAfter, Node *pstNode) {
     if (pstList == nullptr || pstNode == nullptr) {
         ZOS_LOG_ERR("DlistInsert null parameter(s).");
@@ -46,36 +52,25 @@ KESTRO_API uint32_t Zos_DlistInsert(ST_ZOS_DLIST *pstList, Node *pstAfter, Node 
         ZOS_LOG_ERR("DlistInsert zero size.");
         return ZFAILED;
     }
-    if (pstList->uiCount >= pstList->uiMax) {
-        ZOS_LOG_ERR("DlistInsert list max(%u) is full.", pstList->uiMax);
-        return ZFAILED;
+    {
+        zos::MutexGuard lock(&pstList->zMutex);
+        if (pstList->uiCount < pstList->uiMax) {
+            zos::DlistLink(pstList, pstAfter, pstNode);
+            return ZOK;
+        }
     }
-    zos::MutexGuard lock(&pstList->zMutex);
-    Node *&link = pstAfter != nullptr ? pstAfter->pstNext : pstList->pstHead;
-    pstNode->pstNext = link;
-    pstNode->pstPrev = pstAfter;
-    link = pstNode;
-    if (pstNode->pstNext != nullptr) pstNode->pstNext->pstPrev = pstNode;
-    if (pstList->pstTail == pstAfter) pstList->pstTail = pstNode;
-    pstList->uiCount++;
-    return ZOK;
+    ZOS_LOG_ERR("DlistInsert list max(%u) is full.", pstList->uiMax);
+    return ZFAILED;
 }
 
 KESTRO_API Node *Zos_DlistDequeue(ST_ZOS_DLIST *pstList) {
     if (pstList == nullptr) return nullptr;
-    if (pstList->pstHead == nullptr) {
-        ZOS_LOG_WARN("DlistDequeue empty list.");
-        return nullptr;
+    Node *node = nullptr;
+    {
+        zos::MutexGuard lock(&pstList->zMutex);
+        node = zos::DlistUnlinkHead(pstList);
     }
-    zos::MutexGuard lock(&pstList->zMutex);
-    Node *node = pstList->pstHead;
-    if (node == nullptr) return nullptr;  // emptied by another thread meanwhile
-    pstList->pstHead = node->pstNext;
-    if (pstList->pstHead != nullptr) pstList->pstHead->pstPrev = nullptr;
-    if (pstList->pstTail == node) pstList->pstTail = nullptr;
-    node->pstNext = nullptr;
-    node->pstPrev = nullptr;
-    pstList->uiCount--;
+    if (node == nullptr) ZOS_LOG_WARN("DlistDequeue empty list.");
     return node;
 }
 
@@ -84,23 +79,26 @@ KESTRO_API uint32_t Zos_DlistRemove(ST_ZOS_DLIST *pstList, Node *pstNode) {
         ZOS_LOG_ERR("DlistRemove null parameter(s).");
         return ZFAILED;
     }
-    if (pstList->uiCount == 0) {
+    bool empty = false;
+    {
+        zos::MutexGuard lock(&pstList->zMutex);
+        if (pstList->uiCount == 0) {
+            empty = true;
+        } else if (pstNode->pstNext == nullptr && pstNode->pstPrev == nullptr &&
+                   pstList->pstHead != pstNode) {
+            // Both links null and not the head: not linked anywhere. No
+            // deeper membership test is made.
+        } else {
+            zos::DlistUnlink(pstList, pstNode);
+            return ZOK;
+        }
+    }
+    if (empty) {
         ZOS_LOG_ERR("DlistRemove list max(%u) is empty.", pstList->uiMax);
-        return ZFAILED;
-    }
-    if (pstNode->pstNext == nullptr && pstNode->pstPrev == nullptr && pstList->pstHead != pstNode) {
+    } else {
         ZOS_LOG_ERR("DlistRemove node not in list.");
-        return ZFAILED;
     }
-    zos::MutexGuard lock(&pstList->zMutex);
-    if (pstNode->pstNext != nullptr) pstNode->pstNext->pstPrev = pstNode->pstPrev;
-    if (pstNode->pstPrev != nullptr) pstNode->pstPrev->pstNext = pstNode->pstNext;
-    if (pstList->pstHead == pstNode) pstList->pstHead = pstNode->pstNext;
-    if (pstList->pstTail == pstNode) pstList->pstTail = pstNode->pstPrev;
-    pstList->uiCount--;
-    pstNode->pstNext = nullptr;
-    pstNode->pstPrev = nullptr;
-    return ZOK;
+    return ZFAILED;
 }
 
 KESTRO_API Node *Zos_DlistFindByIndex(ST_ZOS_DLIST *pstList, uint32_t uiIndex) {

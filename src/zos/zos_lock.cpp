@@ -8,9 +8,7 @@ namespace {
 
 enum class Kind { kMutex, kSharex, kSem };
 
-bool Enabled(Kind kind) {
-    const ST_ZOS_CFG *cfg = Zos_CfgLocate();
-    if (cfg == nullptr) return true;
+bool Flag(const ST_ZOS_CFG *cfg, Kind kind) {
     switch (kind) {
         case Kind::kMutex:
             return cfg->OsMutexSupt != 0;
@@ -22,12 +20,29 @@ bool Enabled(Kind kind) {
     return true;
 }
 
+bool Enabled(Kind kind) {
+    const ST_ZOS_CFG *cfg = Zos_CfgLocate();
+    return cfg == nullptr || Flag(cfg, kind);
+}
+
 // Switch off: success without doing anything; empty slot or null handle
-// address: failure; else the slot's own result.
+// address: failure; else the slot's own result. Locks sit on the hot path
+// of every locked container, so once the holder and the configuration
+// exist one holder lookup serves both the switch and the slot; before
+// that the general lookups create them on demand.
 template <uint32_t kSlot, Kind kKind, typename H, typename... Args>
 uint32_t Forward(H *handle, Args... args) {
-    if (!Enabled(kKind)) return ZOK;
-    auto fn = zos::Osdep<kSlot>();
+    using Fn = typename zos::SlotType<kSlot>::type;
+    Fn fn = nullptr;
+    const ST_ZOS_OSENV *holder = Zos_OsenvLocate();
+    const void *cfg = holder != nullptr ? holder->pstComps[ZOS_COMP_ZOS].pCfg : nullptr;
+    if (cfg != nullptr) {
+        if (!Flag(static_cast<const ST_ZOS_CFG *>(cfg), kKind)) return ZOK;
+        fn = reinterpret_cast<Fn>(holder->pfnOsdep[kSlot]);
+    } else {
+        if (!Enabled(kKind)) return ZOK;
+        fn = zos::Osdep<kSlot>();
+    }
     if (fn == nullptr || handle == nullptr) return ZFAILED;
     return fn(handle, args...);
 }

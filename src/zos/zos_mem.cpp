@@ -3,10 +3,12 @@
 #include <cstring>
 
 #include "zos_cfg_rec.h"
+#include "zos_dbuf.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
 #include "zos_mem.h"
 #include "zos_osdep.h"
+#include "zos_pool_int.h"
 #include "zos_print.h"
 #include "zos_util.h"
 
@@ -31,6 +33,11 @@ SysStrHeader *HeaderOf(const char *text) {
     return reinterpret_cast<SysStrHeader *>(const_cast<char *>(text) - kSysStrHeader);
 }
 
+// The memory pool while the layer runs in pool mode, else null.
+ZPOOL MemPool(ZosEnv *env) {
+    return std::atomic_ref<ZPOOL>(env->zMemPool).load(std::memory_order_acquire);
+}
+
 }  // namespace
 
 extern "C" {
@@ -40,8 +47,14 @@ KESTRO_API uint32_t Zos_MemInit(void) {
     ST_ZOS_CFG *cfg = Zos_CfgLocate();
     if (env == nullptr || cfg == nullptr) return ZFAILED;
     if (env->ucMemInit != 0) return ZOK;
-    // The pool back end is not part of this build: only heap mode starts.
-    if (cfg->UseOsMalloc == 0) return ZFAILED;
+    if (cfg->UseOsMalloc == 0) {
+        // Strings freed while in heap mode go back to the heap before the
+        // entry points switch over.
+        zos::MemReleaseFreedStrings(env);
+        ZPOOL pool = Zos_PoolCreate(&cfg->MemPool);
+        if (pool == nullptr) return ZFAILED;
+        std::atomic_ref<ZPOOL>(env->zMemPool).store(pool, std::memory_order_release);
+    }
     env->ucMemInit = 1;
     return ZOK;
 }
@@ -62,6 +75,11 @@ KESTRO_API void Zos_MemDestroy(void) {
     if (env == nullptr) return;
     zos::MemReleaseFreedStrings(env);
     if (env->ucMemInit == 0) return;
+    ZPOOL pool = MemPool(env);
+    if (pool != nullptr) {
+        std::atomic_ref<ZPOOL>(env->zMemPool).store(nullptr, std::memory_order_release);
+        Zos_PoolDelete(pool);
+    }
     env->ucMemInit = 0;
 }
 
@@ -84,8 +102,11 @@ KESTRO_API void Zos_HeapFree(void *pMem) {
 }
 
 KESTRO_API void *Zos_Malloc(uint32_t uiSize) {
-    if (uiSize == 0 || uiSize > 0x7FFFFFFEu || zos::Env() == nullptr) return nullptr;
-    return Zos_HeapAlloc(uiSize);
+    if (uiSize == 0 || uiSize > 0x7FFFFFFEu) return nullptr;
+    ZosEnv *env = zos::Env();
+    if (env == nullptr) return nullptr;
+    ZPOOL pool = MemPool(env);
+    return pool != nullptr ? Zos_PoolAlloc(pool, uiSize) : Zos_HeapAlloc(uiSize);
 }
 
 KESTRO_API void *Zos_MallocClrd(int32_t iSize) {
@@ -104,32 +125,77 @@ KESTRO_API void *Zos_Calloc(uint32_t uiCount, uint32_t uiSize) {
 }
 
 KESTRO_API void *Zos_Realloc(void *pMem, uint32_t uiSize) {
-    if (zos::Env() == nullptr) return nullptr;
-    return Zos_HeapRealloc(pMem, uiSize);
+    ZosEnv *env = zos::Env();
+    if (env == nullptr) return nullptr;
+    ZPOOL pool = MemPool(env);
+    if (pool == nullptr) return Zos_HeapRealloc(pMem, uiSize);
+
+    // Pool mode: blocks never shrink, and a bad size (0 included) neither
+    // frees nor moves the block.
+    if (uiSize == 0 || uiSize >= 0x7FFFFFFFu) {
+        if (pMem != nullptr) {
+            ZOS_LOG_ERR("Realloc alloc size(%zu) invalid.", static_cast<size_t>(uiSize));
+        }
+        return nullptr;
+    }
+    if (pMem == nullptr) return Zos_PoolAlloc(pool, uiSize);
+    uint32_t oldSize = 0;
+    if (Zos_PoolGetSize(pool, pMem, &oldSize) != ZOK) {
+        ZOS_LOG_ERR("Realloc get memory size.");
+        return nullptr;
+    }
+    if (oldSize >= uiSize) return pMem;
+    void *grown = Zos_PoolAlloc(pool, uiSize);
+    if (grown == nullptr) {
+        ZOS_LOG_ERR("Realloc pool alloc.");
+        return nullptr;
+    }
+    std::memcpy(grown, pMem, oldSize);
+    Zos_PoolFree(pool, pMem);
+    return grown;
 }
 
 KESTRO_API void Zos_Free(void *pMem) {
-    if (pMem == nullptr || zos::Env() == nullptr) return;
-    Zos_HeapFree(pMem);
+    if (pMem == nullptr) return;
+    ZosEnv *env = zos::Env();
+    if (env == nullptr) return;
+    ZPOOL pool = MemPool(env);
+    if (pool != nullptr) {
+        Zos_PoolFree(pool, pMem);
+    } else {
+        Zos_HeapFree(pMem);
+    }
 }
 
-KESTRO_API uint32_t Zos_MemChkMem(void * /*pMem*/) {
+KESTRO_API uint32_t Zos_MemChkMem(void *pMem) {
+    ZosEnv *env = zos::Env();
+    if (env == nullptr) return ZFAILED;
+    ZPOOL pool = MemPool(env);
     // The platform heap keeps no block headers of the layer's to check.
-    return zos::Env() != nullptr ? ZOK : ZFAILED;
+    if (pool == nullptr) return ZOK;
+    if (Zos_PoolChkMem(pool, pMem) != 1) {
+        ZOS_LOG_ERR("MemChkMem pool check.");
+        return ZFAILED;
+    }
+    return ZOK;
 }
 
 KESTRO_API uint32_t Zos_MemChkPool(void) {
     ZosEnv *env = zos::Env();
     if (env == nullptr) return ZFAILED;
+    ZPOOL pool = MemPool(env);
     Zos_Printf("pstEnv->zMemPoolId=%x \r\n",
-               static_cast<uint32_t>(reinterpret_cast<uintptr_t>(env->zMemPool)));
-    return ZOK;
+               static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pool)));
+    if (pool == nullptr) return ZOK;
+    return Zos_PoolChkPool(pool) == 0 ? ZFAILED : ZOK;
 }
 
 KESTRO_API uint32_t Zos_MemDbgShow(void) {
     ZosEnv *env = zos::Env();
-    if (env == nullptr || env->zMemPool == nullptr) return ZFAILED;
-    return ZFAILED;
+    if (env == nullptr) return ZFAILED;
+    ZPOOL pool = MemPool(env);
+    if (pool == nullptr) return ZFAILED;
+    return zos::PoolPrintStats(pool);
 }
 
 // ---------------------------------------------------------------------
@@ -178,6 +244,18 @@ KESTRO_API char *Zos_SysStrFAlloc(const char *pcFormat, ...) {
     va_start(ap, pcFormat);
     Zos_VSPrintf(text, pcFormat, ap);
     va_end(ap);
+    return text;
+}
+
+KESTRO_API char *Zos_SysStrDAlloc(ZDBUF zDbuf) {
+    const uint32_t len = Zos_DbufLen(zDbuf);
+    if (len == 0) return nullptr;
+    char *text = Zos_SysStrAllocN(len);
+    if (text == nullptr) return nullptr;
+    if (Zos_DbufCopyD(zDbuf, 0, len, text) != ZOK) {
+        Zos_SysStrFree(text);
+        return nullptr;
+    }
     return text;
 }
 

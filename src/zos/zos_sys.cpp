@@ -3,12 +3,16 @@
 #include <cstring>
 
 #include "zos_cfg_rec.h"
+#include "zos_dbuf.h"
+#include "zos_dump.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
 #include "zos_mem.h"
 #include "zos_osdep.h"
+#include "zos_pmem.h"
 #include "zos_print.h"
 #include "zos_time.h"
+#include "zos_trace.h"
 #include "zos_util.h"
 
 namespace {
@@ -45,10 +49,18 @@ struct InitStep {
     const char *failText;
 };
 
+// clang-format off: one step per line keeps the order easy to read and edit.
 constexpr InitStep kInitSteps[] = {
     {Zos_TimeInit, "time init ok.", "init time fail!\r\n"},
+    {Zos_PrintInit, "print init ok.", "init print fail!\r\n"},
+    {Zos_LogInit, "log init ok.", "init log fail!\r\n"},
     {Zos_MemInit, "memory init ok.", "init memory fail!\r\n"},
+    {Zos_DumpInit, "dump init ok.", "init dump fail!\r\n"},
+    {Zos_TraceInit, "trace init ok.", "init trace fail!\r\n"},
+    {Zos_DbufInit, "dbuf init ok.", "init dbuf fail!\r\n"},
+    {Zos_PMemInit, "pmem init ok.", "init pmem fail!\r\n"},
 };
+// clang-format on
 
 // One shut-down step; a null destroy only prints its line.
 struct DestroyStep {
@@ -56,11 +68,19 @@ struct DestroyStep {
     const char *okText;
 };
 
+// clang-format off
 constexpr DestroyStep kDestroySteps[] = {
     {Zos_TimeDestroy, "time destroy ok."},
+    {Zos_PMemDestroy, "pmem destroy ok."},
+    {Zos_DbufDestroy, "dbuf destroy ok."},
+    {Zos_TraceDestroy, "trace destroy ok."},
+    {Zos_DumpDestroy, "dump destroy ok."},
+    {Zos_LogDestroy, "log destroy ok."},
+    {Zos_PrintDestroy, "print destroy ok."},
     {Zos_MemDestroy, "memory destroy ok."},
     {nullptr, "system destroy ok."},
 };
+// clang-format on
 
 // Month number of a three-letter English month name, 0 if none.
 uint32_t MonthOf(const char *s) {

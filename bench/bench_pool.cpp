@@ -1,0 +1,79 @@
+// Allocation plus free of one block from a bucket pool (unlocked and
+// locked), jemalloc and the C library, on one and two threads.
+#include <benchmark/benchmark.h>
+#include <jemalloc/jemalloc.h>
+
+#include <cstdlib>
+
+#include "kestro_lite.h"
+
+namespace {
+
+// The memory pool's size classes, with one initial block per bucket and
+// without shrinking, so the steady state is a free-list dequeue.
+const ST_ZOS_BKT_INFO kRows[] = {{32, 64, 64}, {64, 32, 32}, {128, 16, 16}, {256, 8, 8},
+                                 {512, 4, 4},  {1024, 4, 4}, {2048, 4, 4},  {4096, 2, 2},
+                                 {5120, 2, 2}, {8192, 1, 1}, {16384, 1, 1}, {32768, 1, 1},
+                                 {65536, 1, 1}};
+
+ZPOOL MakePool(uint8_t locked) {
+    const ST_ZOS_POOL_CFG cfg{"bench", kRows, nullptr, nullptr, locked, 0, 1, 13};
+    return Zos_PoolCreate(&cfg);
+}
+
+// The one locked pool both threads share, made on first use (the pool
+// needs only the platform table, which comes with it).
+ZPOOL LockedPool() {
+    static const ZPOOL pool = MakePool(1);
+    return pool;
+}
+
+void PoolUnlocked(benchmark::State &state) {
+    // One unlocked pool per thread: an unlocked pool is never shared.
+    ZPOOL pool = MakePool(0);
+    const auto size = static_cast<uint32_t>(state.range(0));
+    for (auto _ : state) {
+        void *p = Zos_PoolAlloc(pool, size);
+        benchmark::DoNotOptimize(p);
+        Zos_PoolFree(pool, p);
+    }
+    Zos_PoolDelete(pool);
+}
+
+void PoolLocked(benchmark::State &state) {
+    ZPOOL pool = LockedPool();
+    const auto size = static_cast<uint32_t>(state.range(0));
+    for (auto _ : state) {
+        void *p = Zos_PoolAlloc(pool, size);
+        benchmark::DoNotOptimize(p);
+        Zos_PoolFree(pool, p);
+    }
+}
+
+void Jemalloc(benchmark::State &state) {
+    const auto size = static_cast<size_t>(state.range(0));
+    for (auto _ : state) {
+        void *p = mallocx(size, 0);
+        benchmark::DoNotOptimize(p);
+        dallocx(p, 0);
+    }
+}
+
+void Glibc(benchmark::State &state) {
+    const auto size = static_cast<size_t>(state.range(0));
+    for (auto _ : state) {
+        void *p = std::malloc(size);
+        benchmark::DoNotOptimize(p);
+        std::free(p);
+    }
+}
+
+#define KESTRO_POOL_BENCH(fn) \
+    BENCHMARK(fn)->Arg(32)->Arg(256)->Arg(4096)->Threads(1)->Threads(2)->UseRealTime()
+
+KESTRO_POOL_BENCH(PoolUnlocked);
+KESTRO_POOL_BENCH(PoolLocked);
+KESTRO_POOL_BENCH(Jemalloc);
+KESTRO_POOL_BENCH(Glibc);
+
+}  // namespace

@@ -1,0 +1,169 @@
+// Queue and priority queue against a std::mutex + std::deque +
+// std::condition_variable queue doing the same work: add then poll on one
+// thread, and one producer feeding one blocking consumer.
+#include <benchmark/benchmark.h>
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+#include "kestro_lite.h"
+
+namespace {
+
+constexpr uint32_t kLevels = 4;
+constexpr uintptr_t kBatch = 20000;  // items per producer/consumer round
+
+// The layer is started once for the whole run.
+struct Layer {
+    Layer() { Zos_SysInit(); }
+    ~Layer() { Zos_SysDestroy(); }
+};
+
+void EnsureLayer() {
+    static Layer layer;
+}
+
+class StdQueue {
+  public:
+    void Add(uintptr_t v) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            items_.push_back(v);
+        }
+        cv_.notify_one();
+    }
+    bool Poll(bool wait, uintptr_t *v) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (wait) cv_.wait(lock, [this] { return !items_.empty(); });
+        if (items_.empty()) return false;
+        *v = items_.front();
+        items_.pop_front();
+        return true;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    std::deque<uintptr_t> items_;
+};
+
+class StdPQueue {
+  public:
+    void Add(uint32_t level, uintptr_t v) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            levels_[level].push_back(v);
+            ++count_;
+        }
+        cv_.notify_one();
+    }
+    bool Poll(bool wait, uintptr_t *v) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (wait) cv_.wait(lock, [this] { return count_ != 0; });
+        if (count_ == 0) return false;
+        for (auto &level : levels_) {
+            if (level.empty()) continue;
+            *v = level.front();
+            level.pop_front();
+            --count_;
+            return true;
+        }
+        return false;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    std::deque<uintptr_t> levels_[kLevels];
+    uint32_t count_ = 0;
+};
+
+// Adapters so one body drives every kind. The kestro queues are locked and
+// blocking like the baseline; the non-blocking one shows the semaphore's
+// share.
+template <uint32_t kBlocking>
+struct ZQueueOps {
+    ZQUEUE q = nullptr;
+    ZQueueOps() { Zos_QueueCreate(1, kBlocking, 256, 0xFFFF, &q); }
+    ~ZQueueOps() { Zos_QueueDelete(q); }
+    bool Add(uintptr_t v) { return Zos_QueueAdd(q, v) == ZOK; }
+    bool Poll(bool wait, uintptr_t *v) { return Zos_QueuePoll(q, wait, v) == ZOK; }
+};
+
+struct ZPQueueOps {
+    ZPQUEUE q = nullptr;
+    ZPQueueOps() { Zos_PQueueCreate(1, 1, 256, 0xFFFF, kLevels - 1, &q); }
+    ~ZPQueueOps() { Zos_PQueueDelete(q); }
+    bool Add(uintptr_t v) { return Zos_PQueueAdd(q, v % kLevels, v) == ZOK; }
+    bool Poll(bool wait, uintptr_t *v) { return Zos_PQueuePoll(q, wait, nullptr, v) == ZOK; }
+};
+
+struct StdQueueOps {
+    StdQueue q;
+    bool Add(uintptr_t v) {
+        q.Add(v);
+        return true;
+    }
+    bool Poll(bool wait, uintptr_t *v) { return q.Poll(wait, v); }
+};
+
+struct StdPQueueOps {
+    StdPQueue q;
+    bool Add(uintptr_t v) {
+        q.Add(v % kLevels, v);
+        return true;
+    }
+    bool Poll(bool wait, uintptr_t *v) { return q.Poll(wait, v); }
+};
+
+template <typename Ops>
+void SingleThread(benchmark::State &state) {
+    EnsureLayer();
+    Ops ops;
+    uintptr_t v = 0;
+    uintptr_t n = 1;
+    for (auto _ : state) {
+        ops.Add(n++);
+        ops.Poll(false, &v);
+        benchmark::DoNotOptimize(v);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+// Each round a producer thread adds kBatch items while this thread polls
+// them with wait.
+template <typename Ops>
+void ProducerConsumer(benchmark::State &state) {
+    EnsureLayer();
+    Ops ops;
+    for (auto _ : state) {
+        std::thread producer([&ops] {
+            for (uintptr_t i = 1; i <= kBatch; ++i) {
+                while (!ops.Add(i)) std::this_thread::yield();  // bucket full
+            }
+        });
+        uintptr_t v = 0;
+        uintptr_t sum = 0;
+        for (uintptr_t i = 0; i < kBatch; ++i) {
+            ops.Poll(true, &v);
+            sum += v;
+        }
+        producer.join();
+        benchmark::DoNotOptimize(sum);
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kBatch));
+}
+
+BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<1>)->Name("Queue/add_poll/kestro");
+BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<0>)->Name("Queue/add_poll/kestro_nonblocking");
+BENCHMARK_TEMPLATE(SingleThread, StdQueueOps)->Name("Queue/add_poll/std");
+BENCHMARK_TEMPLATE(ProducerConsumer, ZQueueOps<1>)->Name("Queue/1p1c/kestro")->UseRealTime();
+BENCHMARK_TEMPLATE(ProducerConsumer, StdQueueOps)->Name("Queue/1p1c/std")->UseRealTime();
+BENCHMARK_TEMPLATE(SingleThread, ZPQueueOps)->Name("PQueue/add_poll/kestro");
+BENCHMARK_TEMPLATE(SingleThread, StdPQueueOps)->Name("PQueue/add_poll/std");
+BENCHMARK_TEMPLATE(ProducerConsumer, ZPQueueOps)->Name("PQueue/1p1c/kestro")->UseRealTime();
+BENCHMARK_TEMPLATE(ProducerConsumer, StdPQueueOps)->Name("PQueue/1p1c/std")->UseRealTime();
+
+}  // namespace

@@ -1,0 +1,1129 @@
+// Bucket pools: per-size free lists of pre-carved nodes with headers, red
+// zones and statistics, and large allocations straight from the backing
+// allocator.
+//
+// Node:  [header word][magic 0xAC1D2D3D][data ...][red zone "ZZZZ"]
+//        header = bucket index << 16 | node number, bit 30 while free.
+// Free:  data holds {next, prev, owning block, "}{Zn"}.
+// Large: [size | bit 31][magic 0xACACACAC][data ...]["ZZZZ"].
+//
+// Every pointer handed in is first looked up in the pool's address index
+// (a sorted array of its blocks and large allocations) before any header
+// in front of it is read, so a foreign or wild pointer is refused without
+// touching memory the pool does not own.
+//
+// Faults found while the pool's lock is held are collected and logged
+// after it is released, so nothing done under the lock can come back into
+// the same pool (the log may allocate through the memory entry points).
+#include <atomic>
+#include <cstddef>
+#include <cstring>
+
+#include "zos_dlist.h"
+#include "zos_fmt.h"
+#include "zos_mem.h"
+#include "zos_osdep.h"
+#include "zos_pool_int.h"
+#include "zos_print.h"
+#include "zos_util.h"
+
+namespace {
+
+constexpr uint32_t kPoolMagic = 0x0E1E2E3Eu;
+constexpr uint32_t kNodeMagic = 0xAC1D2D3Du;
+constexpr uint32_t kLargeMagic = 0xACACACACu;
+constexpr uint32_t kRedZone = 0x5A5A5A5Au;  // "ZZZZ"
+constexpr char kFreeMark[4] = {'}', '{', 'Z', 'n'};
+
+constexpr uint32_t kFreeBit = 0x40000000u;
+constexpr uint32_t kLargeBit = 0x80000000u;
+constexpr uint32_t kBktShift = 16;
+constexpr uint32_t kBktMask = 0x3FFFu;
+constexpr uint32_t kNodeNumMask = 0xFFFFu;
+constexpr uint32_t kMaxBktIdx = 4096;
+
+constexpr uint32_t kNodeHead = 8;    // header word, magic word
+constexpr uint32_t kNodeExtra = 12;  // the same plus the red zone
+constexpr uint32_t kMaxNodes = 0xFFFFu;
+constexpr uint32_t kNoLimit = 0xFFFFFFFFu;
+constexpr uint32_t kLargeRef = 0xFFFFFFFFu;
+
+constexpr uint16_t kFlagLocked = 0x1;
+constexpr uint16_t kFlagShrink = 0x2;
+constexpr uint16_t kFlagLog = 0x4;
+
+// Nodes sit on pointer-aligned addresses so the free-list links (and the
+// callers' own pointers) are naturally aligned: 4 on 32-bit targets.
+constexpr uint32_t kAlign = sizeof(void *) > 4 ? static_cast<uint32_t>(sizeof(void *)) : 4u;
+
+using Link = ST_ZOS_DLIST_NODE;
+using SemWaitFn = zos::SlotType<zos::kSlotSemWait>::type;
+using SemPostFn = zos::SlotType<zos::kSlotSemPost>::type;
+
+// A block of nodes, as obtained from the backing allocator.
+struct ZosBlk {
+    Link stLink;
+    uint8_t *pucFirst;  // first node
+    uint8_t *pucEnd;    // just past the last node
+    uint16_t wCount;
+    uint16_t wFree;
+};
+
+// What a free node's data holds.
+struct FreeRec {
+    Link stLink;
+    ZosBlk *pstBlk;
+    char acMark[4];
+};
+
+constexpr uint32_t RoundUp(uint32_t v, uint32_t a) {
+    return (v + a - 1) / a * a;
+}
+
+// The smallest data size: 16, or the free record where that is larger
+// (64-bit links), so a free node never spills into its red zone.
+constexpr uint32_t kFreeRecSize = static_cast<uint32_t>(offsetof(FreeRec, acMark)) + 4;
+constexpr uint32_t kMinData = RoundUp(kFreeRecSize > 16 ? kFreeRecSize : 16, 4);
+
+struct ZosBkt {
+    uint32_t uiDataSize;
+    uint32_t uiStride;
+    uint16_t wInitCnt;
+    uint16_t wIncCnt;
+    uint16_t wTotal;
+    uint16_t wFree;
+    ST_ZOS_DLIST stBlkList;
+    ST_ZOS_DLIST stFreeList;
+    uint32_t uiPeak;
+    uint32_t uiAllocs;
+    uint32_t uiFrees;
+    // Node-boundary test without a division: an offset x is a multiple of
+    // the stride when rotr(x * uiDivInv, ucDivShift) <= uiDivLimit.
+    uint32_t uiDivInv;
+    uint32_t uiDivLimit;
+    uint8_t ucDivShift;
+};
+
+// One entry of the address index: a block's node range, or a large
+// allocation (block null) from its header to its end.
+struct AddrRef {
+    uintptr_t uStart;
+    uintptr_t uEnd;
+    ZosBlk *pstBlk;
+    uint32_t uiBkt;
+};
+
+struct ZosPool {
+    uint32_t uiMagic;
+    uint8_t ucBktCnt;
+    uint8_t ucAlign;
+    uint16_t wFlags;
+    ZMUTEX zMutex;
+    uint32_t uiMinSize;
+    uint32_t uiMaxSize;
+    const char *pcName;
+    ZosBkt *pstBkts;
+    PFN_ZOS_POOL_ALLOC pfnAlloc;
+    PFN_ZOS_POOL_FREE pfnFree;
+    uint32_t uiHeapSize;
+    // The mutex behind zMutex: a lock word (0 free, 1 held, 2 held with
+    // waiters) and the platform semaphore that waiters sleep on.
+    uint32_t uiLockWord;
+    ZSEM zLockSem;
+    SemWaitFn pfnSemWait;
+    SemPostFn pfnSemPost;
+    // Address index, sorted by start address, and the entry last found.
+    AddrRef *pstRefs;
+    uint32_t uiRefCnt;
+    uint32_t uiRefCap;
+    uint32_t uiRefHint;
+};
+
+// ---------------------------------------------------------------------
+// Small helpers
+
+uint32_t Load32(const uint8_t *p) {
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
+
+void Store32(uint8_t *p, uint32_t v) {
+    std::memcpy(p, &v, 4);
+}
+
+FreeRec *RecOf(uint8_t *node) {
+    return reinterpret_cast<FreeRec *>(node + kNodeHead);
+}
+
+uint8_t *NodeOf(Link *link) {
+    return reinterpret_cast<uint8_t *>(link) - kNodeHead;
+}
+
+ZosPool *PoolOf(ZPOOL zPool) {
+    return static_cast<ZosPool *>(zPool);
+}
+
+bool ValidPool(const ZosPool *pool) {
+    return pool != nullptr && pool->uiMagic == kPoolMagic;
+}
+
+uint32_t BktIndex(uint32_t header) {
+    return (header >> kBktShift) & kBktMask;
+}
+
+// ---------------------------------------------------------------------
+// Fault texts, collected as bits while the lock is held
+
+enum Fault : uint32_t {
+    kBktInvalidSize,
+    kBktInvalidId,
+    kBktIncZero,
+    kBktHeapAlloc,
+    kAllocFatal,
+    kAllocEmpty,
+    kAllocBusy,
+    kAllocBadId,
+    kFreeTwice,
+    kFreeBadId,
+    kFreeRedZone,
+    kHeapFreeMagic,
+    kHeapFreeBadId,
+    kHeapFreeRedZone,
+    kChkBktNodeMagic,
+    kChkBktRedZone,
+    kChkBktFreeMagic,
+    kChkBktFreeMask,
+    kChkBktFreeCount,
+    kFaultCount
+};
+
+struct FaultText {
+    const char *text;
+    bool plain;  // a plain log string, without the pool name
+};
+
+constexpr FaultText kFaultTexts[kFaultCount] = {
+    {"BktCreate <%s> invalid size.", false},
+    {"BktCreate <%s> invalid bucket id.", false},
+    {"BktCreate <%s> increase zero size.", false},
+    {"BktCreate <%s> heap alloc.", false},
+    {"PoolAlloc <%s> fatal error, bad memory.", false},
+    {"PoolAlloc <%s> bucket node is empty.", false},
+    {"PoolAlloc <%s> alloc busy node.", false},
+    {"PoolAlloc <%s> invalid id(ex.magic id).", false},
+    {"PoolFree <%s> free twice.", false},
+    {"PoolFree <%s> invalid id(ex.magic id).", false},
+    {"PoolFree <%s> invalid redzone.", false},
+    {"PoolHeapFree invalid magic value.", true},
+    {"PoolHeapFree invalid bucket id.", true},
+    {"PoolHeapFree invalid redzone.", true},
+    {"PoolChkBkt <%s> bad node magic.", false},
+    {"PoolChkBkt <%s> bad redzone.", false},
+    {"PoolChkBkt <%s> bad free magic.", false},
+    {"PoolChkBkt <%s> bad free mask.", false},
+    {"PoolChkBkt <%s> free count error.", false},
+};
+
+bool LogOn(const ZosPool *pool) {
+    return (pool->wFlags & kFlagLog) != 0;
+}
+
+// "<name>" messages go through the error log with the pool name.
+void PoolLogErr(const ZosPool *pool, const char *format) {
+    if (LogOn(pool)) Zos_LogError(Zos_LogGetZosId(), format, pool->pcName);
+}
+
+// Plain log strings at the error level.
+void PoolLogStr(const ZosPool *pool, const char *text) {
+    if (LogOn(pool)) Zos_LogStr(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ERROR, text);
+}
+
+__attribute__((noinline, cold)) void Report(const ZosPool *pool, uint32_t faults) {
+    if (faults == 0 || !LogOn(pool)) return;
+    for (uint32_t i = 0; i < kFaultCount; ++i) {
+        if ((faults & (1u << i)) == 0) continue;
+        if (kFaultTexts[i].plain) {
+            PoolLogStr(pool, kFaultTexts[i].text);
+        } else {
+            PoolLogErr(pool, kFaultTexts[i].text);
+        }
+    }
+}
+
+// ---------------------------------------------------------------------
+// The pool's mutex
+
+void CpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__arm__) || defined(__aarch64__)
+    __asm__ __volatile__("yield");
+#endif
+}
+
+// An uncontended lock is one atomic exchange each way; a contended one
+// spins briefly, then sleeps on the semaphore. A waiter always leaves the
+// word at 2, so the holder's release wakes the next sleeper.
+__attribute__((noinline)) void LockSlow(ZosPool *pool) {
+    std::atomic_ref<uint32_t> word(pool->uiLockWord);
+    for (int i = 0; i < 64; ++i) {
+        CpuRelax();
+        uint32_t expected = 0;
+        if (word.load(std::memory_order_relaxed) == 0 &&
+            word.compare_exchange_weak(expected, 1, std::memory_order_acquire,
+                                       std::memory_order_relaxed)) {
+            return;
+        }
+    }
+    while (word.exchange(2, std::memory_order_acquire) != 0) {
+        pool->pfnSemWait(&pool->zLockSem, ZOS_WAIT_FOREVER);
+    }
+}
+
+class PoolLock {
+  public:
+    explicit PoolLock(ZosPool *pool) : pool_(pool->zMutex != 0 ? pool : nullptr) {
+        if (pool_ == nullptr) return;
+        uint32_t expected = 0;
+        if (!std::atomic_ref<uint32_t>(pool_->uiLockWord)
+                 .compare_exchange_strong(expected, 1, std::memory_order_acquire,
+                                          std::memory_order_relaxed)) {
+            LockSlow(pool_);
+        }
+    }
+    ~PoolLock() {
+        if (pool_ == nullptr) return;
+        if (std::atomic_ref<uint32_t>(pool_->uiLockWord).exchange(0, std::memory_order_release) ==
+            2) {
+            pool_->pfnSemPost(&pool_->zLockSem);
+        }
+    }
+    PoolLock(const PoolLock &) = delete;
+    PoolLock &operator=(const PoolLock &) = delete;
+
+  private:
+    ZosPool *pool_;
+};
+
+// Makes the mutex unless mutexes are switched off (then the pool runs
+// without a lock, as every mutex of the layer does). False on failure.
+bool MutexCreate(ZosPool *pool) {
+    if (Zos_CfgLocate() != nullptr && Zos_CfgGetOsMutexSupt() == 0) return true;
+    auto create = zos::Osdep<zos::kSlotSemCreate>();
+    pool->pfnSemWait = zos::Osdep<zos::kSlotSemWait>();
+    pool->pfnSemPost = zos::Osdep<zos::kSlotSemPost>();
+    if (create == nullptr || pool->pfnSemWait == nullptr || pool->pfnSemPost == nullptr ||
+        create(&pool->zLockSem, 0) != ZOK) {
+        return false;
+    }
+    pool->uiLockWord = 0;
+    pool->zMutex = reinterpret_cast<ZMUTEX>(&pool->uiLockWord);
+    return true;
+}
+
+void MutexDelete(ZosPool *pool) {
+    if (pool->zMutex == 0) return;
+    auto del = zos::Osdep<zos::kSlotSemDelete>();
+    if (del != nullptr) del(&pool->zLockSem);
+    pool->zMutex = 0;
+}
+
+// The pool's lists are covered by the pool lock, so they are linked in
+// place here rather than through the list family's own per-list mutex.
+void ListInit(ST_ZOS_DLIST *list, uint32_t max) {
+    list->uiMax = max;
+    list->uiCount = 0;
+    list->pstHead = nullptr;
+    list->pstTail = nullptr;
+    list->zMutex = 0;
+}
+
+void ListAppend(ST_ZOS_DLIST *list, Link *node) {
+    node->pstNext = nullptr;
+    node->pstPrev = list->pstTail;
+    if (list->pstTail != nullptr) {
+        list->pstTail->pstNext = node;
+    } else {
+        list->pstHead = node;
+    }
+    list->pstTail = node;
+    list->uiCount++;
+}
+
+// Unlinks the head; the list is not empty.
+Link *ListPopHead(ST_ZOS_DLIST *list) {
+    Link *node = list->pstHead;
+    Link *next = node->pstNext;
+    list->pstHead = next;
+    if (next != nullptr) {
+        next->pstPrev = nullptr;
+    } else {
+        list->pstTail = nullptr;
+    }
+    list->uiCount--;
+    return node;
+}
+
+void ListUnlink(ST_ZOS_DLIST *list, Link *node) {
+    if (node->pstPrev != nullptr) {
+        node->pstPrev->pstNext = node->pstNext;
+    } else {
+        list->pstHead = node->pstNext;
+    }
+    if (node->pstNext != nullptr) {
+        node->pstNext->pstPrev = node->pstPrev;
+    } else {
+        list->pstTail = node->pstPrev;
+    }
+    node->pstNext = nullptr;
+    node->pstPrev = nullptr;
+    list->uiCount--;
+}
+
+// ---------------------------------------------------------------------
+// Address index
+
+// Position of the first entry starting above addr.
+uint32_t UpperBound(const ZosPool *pool, uintptr_t addr) {
+    uint32_t lo = 0;
+    uint32_t hi = pool->uiRefCnt;
+    while (lo < hi) {
+        const uint32_t mid = lo + (hi - lo) / 2;
+        if (pool->pstRefs[mid].uStart <= addr) {
+            lo = mid + 1;
+        } else {
+            hi = mid;
+        }
+    }
+    return lo;
+}
+
+bool RefAdd(ZosPool *pool, const AddrRef &ref) {
+    if (pool->uiRefCnt == pool->uiRefCap) {
+        const uint32_t cap = pool->uiRefCap == 0 ? 16 : pool->uiRefCap * 2;
+        const uint64_t bytes = static_cast<uint64_t>(cap) * sizeof(AddrRef);
+        if (bytes >= 0x7FFFFFFFu) return false;
+        auto *refs = static_cast<AddrRef *>(pool->pfnAlloc(static_cast<uint32_t>(bytes)));
+        if (refs == nullptr) return false;
+        if (pool->uiRefCnt != 0) {
+            std::memcpy(refs, pool->pstRefs, pool->uiRefCnt * sizeof(AddrRef));
+        }
+        if (pool->pstRefs != nullptr) pool->pfnFree(pool->pstRefs);
+        pool->pstRefs = refs;
+        pool->uiRefCap = cap;
+    }
+    const uint32_t at = UpperBound(pool, ref.uStart);
+    std::memmove(&pool->pstRefs[at + 1], &pool->pstRefs[at],
+                 (pool->uiRefCnt - at) * sizeof(AddrRef));
+    pool->pstRefs[at] = ref;
+    pool->uiRefCnt++;
+    pool->uiRefHint = at;
+    return true;
+}
+
+void RefRemove(ZosPool *pool, uintptr_t start) {
+    const uint32_t at = UpperBound(pool, start);
+    if (at == 0 || pool->pstRefs[at - 1].uStart != start) return;
+    std::memmove(&pool->pstRefs[at - 1], &pool->pstRefs[at],
+                 (pool->uiRefCnt - at) * sizeof(AddrRef));
+    pool->uiRefCnt--;
+    pool->uiRefHint = 0;
+}
+
+bool OnNodeBoundary(const ZosBkt *bkt, uint32_t offset) {
+    const uint32_t x = offset * bkt->uiDivInv;
+    const uint32_t k = bkt->ucDivShift;
+    const uint32_t rotated = k == 0 ? x : (x >> k) | (x << (32 - k));
+    return rotated <= bkt->uiDivLimit;
+}
+
+void SetDivisor(ZosBkt *bkt) {
+    const uint32_t d = bkt->uiStride;
+    const uint32_t k = static_cast<uint32_t>(__builtin_ctz(d));
+    const uint32_t odd = d >> k;
+    uint32_t inv = odd;  // Newton's iteration for the inverse modulo 2^32
+    for (int i = 0; i < 5; ++i) inv *= 2u - odd * inv;
+    bkt->uiDivInv = inv;
+    bkt->ucDivShift = static_cast<uint8_t>(k);
+    bkt->uiDivLimit = 0xFFFFFFFFu / d;
+}
+
+// Where a pointer handed in lies. A node is found only at a node's data
+// address inside one of the pool's blocks, a large allocation only at the
+// data address of one the pool made; everything else is foreign.
+enum class Kind { kForeign, kNode, kLarge };
+
+struct Where {
+    Kind kind;
+    uint8_t *node;  // node or large header
+    const AddrRef *ref;
+};
+
+inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *mem) {
+    const uintptr_t addr = reinterpret_cast<uintptr_t>(mem);
+    const Where foreign{Kind::kForeign, nullptr, nullptr};
+    if (addr < kNodeHead || pool->uiRefCnt == 0) return foreign;
+    const uintptr_t node = addr - kNodeHead;
+    const AddrRef *ref = &pool->pstRefs[pool->uiRefHint];
+    if (node < ref->uStart || node >= ref->uEnd) {
+        const uint32_t at = UpperBound(pool, node);
+        if (at == 0) return foreign;
+        ref = &pool->pstRefs[at - 1];
+        if (node >= ref->uEnd) return foreign;
+        pool->uiRefHint = at - 1;
+    }
+    if (ref->pstBlk == nullptr) {
+        if (node != ref->uStart) return foreign;
+        return {Kind::kLarge, reinterpret_cast<uint8_t *>(node), ref};
+    }
+    if (!OnNodeBoundary(&pool->pstBkts[ref->uiBkt], static_cast<uint32_t>(node - ref->uStart))) {
+        return foreign;
+    }
+    return {Kind::kNode, reinterpret_cast<uint8_t *>(node), ref};
+}
+
+// ---------------------------------------------------------------------
+// Buckets and blocks
+
+// Adds a block to bucket idx: the first (initial count) or a later one
+// (increment). Faults are added to *faults.
+__attribute__((noinline)) uint32_t Zos_BktCreate(ZosPool *pool, uint32_t idx, bool first,
+                                                 uint32_t *faults) {
+    ZosBkt *bkt = &pool->pstBkts[idx];
+    if (bkt->uiDataSize == 0 || (bkt->wInitCnt == 0 && bkt->wIncCnt == 0)) {
+        *faults |= 1u << kBktInvalidSize;
+        return ZFAILED;
+    }
+    if (idx >= kMaxBktIdx) {
+        *faults |= 1u << kBktInvalidId;
+        return ZFAILED;
+    }
+    uint32_t count = 0;
+    if (first) {
+        bkt->uiStride = RoundUp(bkt->uiDataSize + kNodeExtra, pool->ucAlign);
+        SetDivisor(bkt);
+        count = bkt->wInitCnt;
+        if (count == 0) return ZOK;
+    } else {
+        count = bkt->wIncCnt;
+        if (count == 0) {
+            *faults |= 1u << kBktIncZero;
+            return ZFAILED;
+        }
+    }
+    // The node counters are 16-bit: a bucket stops growing at 65535 nodes
+    // and further requests move on to the next size class.
+    const uint64_t bytes =
+        pool->ucAlign + static_cast<uint64_t>(bkt->uiStride) * count + sizeof(ZosBlk);
+    if (bkt->wTotal + count > kMaxNodes || bytes >= 0x7FFFFFFFu) {
+        *faults |= 1u << kBktInvalidSize;
+        return ZFAILED;
+    }
+    auto *mem = static_cast<uint8_t *>(pool->pfnAlloc(static_cast<uint32_t>(bytes)));
+    if (mem == nullptr) {
+        *faults |= 1u << kBktHeapAlloc;
+        return ZFAILED;
+    }
+    auto *blk = reinterpret_cast<ZosBlk *>(mem);
+    // Nodes start at the first aligned address behind the block header.
+    const uintptr_t after = reinterpret_cast<uintptr_t>(mem) + sizeof(ZosBlk);
+    const uintptr_t pad = (pool->ucAlign - after % pool->ucAlign) % pool->ucAlign;
+    blk->pucFirst = mem + sizeof(ZosBlk) + pad;
+    blk->pucEnd = blk->pucFirst + static_cast<size_t>(bkt->uiStride) * count;
+    blk->wCount = static_cast<uint16_t>(count);
+    blk->wFree = static_cast<uint16_t>(count);
+    const AddrRef ref{reinterpret_cast<uintptr_t>(blk->pucFirst),
+                      reinterpret_cast<uintptr_t>(blk->pucEnd), blk, idx};
+    if (!RefAdd(pool, ref)) {
+        pool->pfnFree(mem);
+        *faults |= 1u << kBktHeapAlloc;
+        return ZFAILED;
+    }
+    ListAppend(&bkt->stBlkList, &blk->stLink);
+    uint8_t *node = blk->pucFirst;
+    for (uint32_t i = 0; i < count; ++i, node += bkt->uiStride) {
+        const uint32_t number = (bkt->wTotal + i) & kNodeNumMask;
+        Store32(node, idx << kBktShift | number | kFreeBit);
+        Store32(node + 4, kNodeMagic);
+        Store32(node + kNodeHead + bkt->uiDataSize, kRedZone);
+        FreeRec *rec = RecOf(node);
+        rec->pstBlk = blk;
+        std::memcpy(rec->acMark, kFreeMark, 4);
+        ListAppend(&bkt->stFreeList, &rec->stLink);
+    }
+    bkt->wTotal = static_cast<uint16_t>(bkt->wTotal + count);
+    bkt->wFree = static_cast<uint16_t>(bkt->wFree + count);
+    return ZOK;
+}
+
+// Gives one wholly free block back: its nodes leave the free list, its
+// entry the index.
+void Zos_BktDelete(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
+    for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
+        ListUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
+    }
+    bkt->wTotal = static_cast<uint16_t>(bkt->wTotal - blk->wCount);
+    bkt->wFree = static_cast<uint16_t>(bkt->wFree - blk->wCount);
+    ListUnlink(&bkt->stBlkList, &blk->stLink);
+    RefRemove(pool, reinterpret_cast<uintptr_t>(blk->pucFirst));
+    pool->pfnFree(blk);
+}
+
+// Shrink step after a free (block free counts are kept only with shrink
+// on): a block that is now wholly free goes back, except the bucket's
+// first block made with its initial count (it stays at the head of the
+// block list), so a bucket never shrinks below it.
+void Zos_BktFree(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
+    blk->wFree++;
+    if (blk->wFree != blk->wCount) return;
+    if (bkt->wTotal == bkt->wInitCnt) return;
+    if (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink) return;
+    Zos_BktDelete(pool, bkt, blk);
+}
+
+uint32_t Zos_BktGrpCreate(ZosPool *pool) {
+    uint32_t faults = 0;
+    uint32_t rc = ZOK;
+    for (uint32_t i = 0; i < pool->ucBktCnt && rc == ZOK; ++i) {
+        rc = Zos_BktCreate(pool, i, true, &faults);
+    }
+    Report(pool, faults);
+    if (rc != ZOK) PoolLogErr(pool, "BktGrpCreate <%s> create bucket.");
+    return rc;
+}
+
+void Zos_BktGrpDelete(ZosPool *pool) {
+    if (pool->pstBkts == nullptr) return;
+    for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
+        ZosBkt *bkt = &pool->pstBkts[i];
+        while (bkt->stBlkList.pstHead != nullptr) {
+            auto *blk = reinterpret_cast<ZosBlk *>(bkt->stBlkList.pstHead);
+            ListUnlink(&bkt->stBlkList, &blk->stLink);
+            pool->pfnFree(blk);
+        }
+        ListInit(&bkt->stBlkList, 0);
+        ListInit(&bkt->stFreeList, 0);
+        bkt->wTotal = 0;
+        bkt->wFree = 0;
+    }
+}
+
+// ---------------------------------------------------------------------
+// Large allocations
+
+void *Zos_PoolHeapAlloc(ZosPool *pool, uint32_t size) {
+    if (static_cast<int32_t>(size) < 0) {
+        PoolLogStr(pool, "PoolHeapAlloc size too big.");
+        return nullptr;
+    }
+    const uint32_t rounded = RoundUp(size, 4);
+    const uint32_t total = rounded + kNodeExtra;
+    auto *mem = static_cast<uint8_t *>(pool->pfnAlloc(total));
+    bool indexed = false;
+    if (mem != nullptr) {
+        Store32(mem, rounded | kLargeBit);
+        Store32(mem + 4, kLargeMagic);
+        Store32(mem + kNodeHead + rounded, kRedZone);
+        PoolLock lock(pool);
+        const uintptr_t start = reinterpret_cast<uintptr_t>(mem);
+        indexed = RefAdd(pool, AddrRef{start, start + total, nullptr, kLargeRef});
+        if (indexed) pool->uiHeapSize += total;
+    }
+    if (!indexed) {
+        if (mem != nullptr) pool->pfnFree(mem);
+        if (LogOn(pool)) {
+            char text[160];
+            Zos_SNPrintf(text, static_cast<int32_t>(sizeof(text)),
+                         "PoolHeapAlloc <%s> heap alloc %d bytes.", pool->pcName,
+                         static_cast<int32_t>(total));
+            PoolLogStr(pool, text);
+        }
+        return nullptr;
+    }
+    return mem + kNodeHead;
+}
+
+// Called with the lock held for a pointer the index knows as large; the
+// block is returned through *release for freeing after the lock.
+__attribute__((noinline)) void Zos_PoolHeapFree(ZosPool *pool, const Where &w, void **release,
+                                                uint32_t *faults) {
+    uint8_t *mem = w.node;
+    const uint32_t total = static_cast<uint32_t>(w.ref->uEnd - w.ref->uStart);
+    const uint32_t rounded = total - kNodeExtra;
+    if (Load32(mem + 4) != kLargeMagic) {
+        *faults |= 1u << kHeapFreeMagic;
+        return;
+    }
+    // The size is taken from the index, never from the header alone, so a
+    // damaged header cannot send the red-zone read elsewhere.
+    if (Load32(mem) != (rounded | kLargeBit)) {
+        *faults |= 1u << kHeapFreeBadId;
+        return;
+    }
+    if (Load32(mem + kNodeHead + rounded) != kRedZone) *faults |= 1u << kHeapFreeRedZone;
+    Store32(mem + 4, 0);
+    RefRemove(pool, w.ref->uStart);
+    pool->uiHeapSize -= total;
+    *release = mem;
+}
+
+// ---------------------------------------------------------------------
+// Allocation, free and checks under the lock
+
+// Takes a node of the first bucket that fits and has (or can grow) a free
+// node; null when none can.
+uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults) {
+    PoolLock lock(pool);
+    for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
+        ZosBkt *bkt = &pool->pstBkts[i];
+        if (bkt->uiDataSize < size) continue;
+        if (__builtin_expect(bkt->stFreeList.pstHead == nullptr, 0)) {
+            if (Zos_BktCreate(pool, i, false, faults) != ZOK) continue;
+            if (bkt->stFreeList.pstHead == nullptr) {
+                *faults |= 1u << kAllocFatal;
+                return nullptr;
+            }
+        }
+        Link *link = ListPopHead(&bkt->stFreeList);
+        bkt->uiAllocs++;
+        bkt->wFree--;
+        const uint32_t used = static_cast<uint32_t>(bkt->wTotal - bkt->wFree);
+        if (used > bkt->uiPeak) bkt->uiPeak = used;
+        uint8_t *node = NodeOf(link);
+        const uint32_t header = Load32(node);
+        if ((header & kFreeBit) == 0) *faults |= 1u << kAllocBusy;
+        Store32(node, header & ~kFreeBit);
+        if ((pool->wFlags & kFlagShrink) != 0) {
+            reinterpret_cast<FreeRec *>(link)->pstBlk->wFree--;
+        }
+        *found = bkt;
+        return node;
+    }
+    *faults |= 1u << kAllocEmpty;
+    return nullptr;
+}
+
+// Returns one node to its bucket; *release gets a large block to give
+// back after the lock.
+void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
+    PoolLock lock(pool);
+    const Where w = Locate(pool, mem);
+    if (__builtin_expect(w.kind != Kind::kNode, 0)) {
+        if (w.kind == Kind::kLarge) {
+            Zos_PoolHeapFree(pool, w, release, faults);
+        } else {
+            *faults |= 1u << kFreeBadId;
+        }
+        return;
+    }
+    uint8_t *node = w.node;
+    const uint32_t header = Load32(node);
+    const uint32_t magic = Load32(node + 4);
+    const uint32_t idx = BktIndex(header);
+    if (magic == kLargeMagic) {
+        *faults |= 1u << kHeapFreeBadId;  // a node dressed as a large allocation
+        return;
+    }
+    if ((header & kFreeBit) != 0) {
+        *faults |= 1u << kFreeTwice;
+        return;
+    }
+    if (idx >= pool->ucBktCnt || magic != kNodeMagic || idx != w.ref->uiBkt) {
+        *faults |= 1u << kFreeBadId;
+        return;
+    }
+    ZosBkt *bkt = &pool->pstBkts[idx];
+    if (Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone) *faults |= 1u << kFreeRedZone;
+    FreeRec *rec = RecOf(node);
+    std::memcpy(rec->acMark, kFreeMark, 4);
+    rec->pstBlk = w.ref->pstBlk;
+    Store32(node, header | kFreeBit);
+    ListAppend(&bkt->stFreeList, &rec->stLink);
+    bkt->wFree++;
+    bkt->uiFrees++;
+    if ((pool->wFlags & kFlagShrink) != 0) Zos_BktFree(pool, bkt, w.ref->pstBlk);
+}
+
+// Walks one bucket; the caller holds the lock.
+bool CheckBucket(ZosPool *pool, uint32_t idx, uint32_t *faults) {
+    ZosBkt *bkt = &pool->pstBkts[idx];
+    const uint32_t before = *faults;
+    uint32_t freeNodes = 0;
+    for (Link *l = bkt->stBlkList.pstHead; l != nullptr; l = l->pstNext) {
+        const auto *blk = reinterpret_cast<const ZosBlk *>(l);
+        for (const uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
+            const uint32_t header = Load32(node);
+            if (Load32(node + 4) != kNodeMagic || BktIndex(header) != idx) {
+                *faults |= 1u << kChkBktNodeMagic;
+            } else if ((header & kFreeBit) != 0) {
+                freeNodes++;
+            } else if (Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone) {
+                *faults |= 1u << kChkBktRedZone;
+            }
+        }
+    }
+    uint32_t listed = 0;
+    for (Link *l = bkt->stFreeList.pstHead; l != nullptr && listed <= bkt->wTotal;
+         l = l->pstNext, ++listed) {
+        if (std::memcmp(reinterpret_cast<const FreeRec *>(l)->acMark, kFreeMark, 4) != 0) {
+            *faults |= 1u << kChkBktFreeMagic;
+        }
+        if ((Load32(NodeOf(l)) & kFreeBit) == 0) *faults |= 1u << kChkBktFreeMask;
+    }
+    if (listed != bkt->wFree || freeNodes != bkt->wFree) *faults |= 1u << kChkBktFreeCount;
+    return *faults == before;
+}
+
+}  // namespace
+
+extern "C" {
+
+KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
+    if (pstCfg == nullptr || pstCfg->pstBktInfo == nullptr || pstCfg->ucBktCnt == 0 ||
+        (pstCfg->pfnAlloc != nullptr && pstCfg->pfnFree == nullptr)) {
+        Zos_OsdepTrace("PoolCreate null config.", "src/zos/zos_pool", 583);
+        return nullptr;
+    }
+    PFN_ZOS_POOL_ALLOC alloc = pstCfg->pfnAlloc != nullptr ? pstCfg->pfnAlloc : Zos_HeapAlloc;
+    PFN_ZOS_POOL_FREE release = pstCfg->pfnAlloc != nullptr ? pstCfg->pfnFree : Zos_HeapFree;
+    auto *pool = static_cast<ZosPool *>(alloc(sizeof(ZosPool)));
+    if (pool == nullptr) {
+        Zos_OsdepTrace("PoolCreate null config.", "src/zos/zos_pool", 583);
+        return nullptr;
+    }
+    std::memset(pool, 0, sizeof(*pool));
+    pool->ucBktCnt = pstCfg->ucBktCnt;
+    pool->wFlags = static_cast<uint16_t>((pstCfg->ucLocked != 0 ? kFlagLocked : 0) |
+                                         (pstCfg->ucShrink != 0 ? kFlagShrink : 0) |
+                                         (pstCfg->ucLogErr != 0 ? kFlagLog : 0));
+    pool->pfnAlloc = alloc;
+    pool->pfnFree = release;
+
+    pool->pstBkts = static_cast<ZosBkt *>(alloc(sizeof(ZosBkt) * pstCfg->ucBktCnt));
+    if (pool->pstBkts == nullptr) {
+        Zos_OsdepTrace("PoolCreate allc bkt group.", "src/zos/zos_pool", 621);
+        release(pool);
+        return nullptr;
+    }
+    std::memset(pool->pstBkts, 0, sizeof(ZosBkt) * pstCfg->ucBktCnt);
+    for (uint32_t i = 0; i < pstCfg->ucBktCnt; ++i) {
+        const ST_ZOS_BKT_INFO &row = pstCfg->pstBktInfo[i];
+        ZosBkt *bkt = &pool->pstBkts[i];
+        // A size or count the bucket record cannot hold leaves the data size
+        // 0, which the block maker refuses.
+        if (row.uiSize <= 0x7FFF0000u && row.uiInitCnt <= kMaxNodes && row.uiIncCnt <= kMaxNodes) {
+            bkt->uiDataSize = RoundUp(row.uiSize < kMinData ? kMinData : row.uiSize, 4);
+        }
+        bkt->uiStride = RoundUp(bkt->uiDataSize + kNodeExtra, kAlign);
+        SetDivisor(bkt);
+        bkt->wInitCnt = static_cast<uint16_t>(row.uiInitCnt);
+        bkt->wIncCnt = static_cast<uint16_t>(row.uiIncCnt);
+        ListInit(&bkt->stBlkList, bkt->wIncCnt != 0 ? kNoLimit : 1);
+        ListInit(&bkt->stFreeList, bkt->wIncCnt != 0 ? kNoLimit : bkt->wInitCnt);
+    }
+
+    if (pstCfg->ucLocked != 0 && !MutexCreate(pool)) {
+        Zos_OsdepTrace("PoolCreate create mutex.", "src/zos/zos_pool", 663);
+        release(pool->pstBkts);
+        release(pool);
+        return nullptr;
+    }
+
+    pool->ucAlign = static_cast<uint8_t>(kAlign);
+    pool->pcName = pstCfg->pcName != nullptr ? pstCfg->pcName : "unknown";
+    pool->uiHeapSize = 0;
+    pool->uiMinSize = 0xFFFFFFFFu;
+    for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
+        const uint32_t size = pool->pstBkts[i].uiDataSize;
+        if (size < pool->uiMinSize) pool->uiMinSize = size;
+        if (size > pool->uiMaxSize) pool->uiMaxSize = size;
+    }
+    pool->uiMagic = kPoolMagic;
+    if (Zos_BktGrpCreate(pool) != ZOK) {
+        Zos_PoolDelete(pool);
+        return nullptr;
+    }
+    return pool;
+}
+
+KESTRO_API void Zos_PoolDelete(ZPOOL zPool) {
+    ZosPool *pool = PoolOf(zPool);
+    if (pool == nullptr) return;
+    if (pool->uiMagic != kPoolMagic) {
+        Zos_OsdepTrace("PoolDelete invalid magic.", "src/zos/zos_pool", 729);
+        return;
+    }
+    pool->uiMagic = 0;
+    Zos_BktGrpDelete(pool);
+    // Large allocations still alive go back too: the pool owns them.
+    for (uint32_t i = 0; i < pool->uiRefCnt; ++i) {
+        if (pool->pstRefs[i].pstBlk == nullptr) {
+            pool->pfnFree(reinterpret_cast<void *>(pool->pstRefs[i].uStart));
+        }
+    }
+    if (pool->pstRefs != nullptr) pool->pfnFree(pool->pstRefs);
+    MutexDelete(pool);
+    PFN_ZOS_POOL_FREE release = pool->pfnFree;
+    release(pool->pstBkts);
+    release(pool);
+}
+
+KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
+    ZosPool *pool = PoolOf(zPool);
+    if (pool == nullptr) return nullptr;
+    if (pool->uiMagic != kPoolMagic) {
+        PoolLogStr(pool, "PoolAlloc invalid pool.");
+        return nullptr;
+    }
+    if (uiSize == 0 || uiSize >= 0x7FFFFFFFu) {
+        PoolLogStr(pool, "PoolAlloc size is 0 or too big.");
+        return nullptr;
+    }
+    if (uiSize > pool->uiMaxSize) return Zos_PoolHeapAlloc(pool, uiSize);
+
+    uint32_t faults = 0;
+    ZosBkt *bkt = nullptr;
+    uint8_t *node = TakeNode(pool, uiSize, &bkt, &faults);
+    // Diagnostic only: a damaged node is still handed out.
+    if (node != nullptr && (Load32(node + 4) != kNodeMagic ||
+                            std::memcmp(RecOf(node)->acMark, kFreeMark, sizeof(kFreeMark)) != 0 ||
+                            Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone)) {
+        faults |= 1u << kAllocBadId;
+    }
+    if (faults != 0) Report(pool, faults);
+    return node != nullptr ? node + kNodeHead : nullptr;
+}
+
+KESTRO_API void *Zos_PoolAllocClrd(ZPOOL zPool, uint32_t uiSize) {
+    void *p = Zos_PoolAlloc(zPool, uiSize);
+    if (p != nullptr) std::memset(p, 0, uiSize);
+    return p;
+}
+
+KESTRO_API void Zos_PoolFree(ZPOOL zPool, void *pMem) {
+    ZosPool *pool = PoolOf(zPool);
+    if (pool == nullptr || pMem == nullptr) return;
+    if (pool->uiMagic != kPoolMagic) {
+        PoolLogErr(pool, "PoolFree <%s> invalid magic.");
+        return;
+    }
+    uint32_t faults = 0;
+    void *release = nullptr;
+    PutNode(pool, pMem, &release, &faults);
+    if (release != nullptr) pool->pfnFree(release);
+    if (faults != 0) Report(pool, faults);
+}
+
+KESTRO_API uint32_t Zos_PoolGetSize(ZPOOL zPool, void *pMem, uint32_t *puiSize) {
+    if (puiSize != nullptr) *puiSize = 0;
+    ZosPool *pool = PoolOf(zPool);
+    if (pool == nullptr || pMem == nullptr || puiSize == nullptr) return ZFAILED;
+    if (pool->uiMagic != kPoolMagic) {
+        PoolLogErr(pool, "PoolGetSize <%s> invalid magic.");
+        return ZFAILED;
+    }
+    uint32_t size = 0;
+    {
+        PoolLock lock(pool);
+        const Where w = Locate(pool, pMem);
+        if (w.kind == Kind::kLarge) {
+            size = Load32(w.node) & ~kLargeBit;
+        } else if (w.kind == Kind::kNode && Load32(w.node + 4) == kNodeMagic &&
+                   BktIndex(Load32(w.node)) == w.ref->uiBkt) {
+            size = pool->pstBkts[w.ref->uiBkt].uiDataSize;
+        }
+    }
+    if (size == 0) {
+        PoolLogErr(pool, "PoolGetSize <%s> invalid id(ex.magic id).");
+        return ZFAILED;
+    }
+    *puiSize = size;
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_PoolFillPoison(ZPOOL zPool, void *pMem) {
+    ZosPool *pool = PoolOf(zPool);
+    if (pool == nullptr || pMem == nullptr) return ZFAILED;
+    if (pool->uiMagic != kPoolMagic) {
+        PoolLogErr(pool, "PoolFillPoison <%s> invalid magic.");
+        return ZFAILED;
+    }
+    bool ok = false;
+    {
+        PoolLock lock(pool);
+        const Where w = Locate(pool, pMem);
+        if (w.kind == Kind::kLarge) {
+            ok = true;
+        } else if (w.kind == Kind::kNode) {
+            const uint32_t header = Load32(w.node);
+            // A free node is refused: its data holds the free-list links.
+            if (Load32(w.node + 4) == kNodeMagic && BktIndex(header) == w.ref->uiBkt &&
+                (header & kFreeBit) == 0) {
+                std::memset(pMem, 0xCC, pool->pstBkts[w.ref->uiBkt].uiDataSize);
+                ok = true;
+            }
+        }
+    }
+    if (!ok) {
+        PoolLogErr(pool, "PoolFillPoison <%s> invalid id.");
+        return ZFAILED;
+    }
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_PoolIsValid(ZPOOL zPool, void *pMem) {
+    ZosPool *pool = PoolOf(zPool);
+    if (pool == nullptr || pMem == nullptr) return 0;
+    if (pool->uiMagic != kPoolMagic) {
+        PoolLogErr(pool, "PoolIsValid <%s> invalid magic.");
+        return 0;
+    }
+    Kind kind = Kind::kForeign;
+    {
+        PoolLock lock(pool);
+        kind = Locate(pool, pMem).kind;
+    }
+    if (kind == Kind::kForeign) {
+        PoolLogErr(pool, "PoolIsValid <%s> invalid bucket id.");
+        return 0;
+    }
+    return 1;
+}
+
+KESTRO_API uint32_t Zos_PoolChkMem(ZPOOL zPool, void *pMem) {
+    ZosPool *pool = PoolOf(zPool);
+    if (pool == nullptr || pMem == nullptr) return 0;
+    if (pool->uiMagic != kPoolMagic) {
+        PoolLogErr(pool, "PoolChkMem <%s> invalid magic.");
+        return 0;
+    }
+    enum { kSound, kBadId, kBadRedZone } result = kSound;
+    bool countError = false;
+    {
+        PoolLock lock(pool);
+        const Where w = Locate(pool, pMem);
+        if (w.kind == Kind::kForeign) {
+            result = kBadId;
+        } else if (w.kind == Kind::kNode) {
+            const ZosBkt *bkt = &pool->pstBkts[w.ref->uiBkt];
+            countError = bkt->stFreeList.uiCount != bkt->wFree;
+            if (Load32(w.node + 4) != kNodeMagic || BktIndex(Load32(w.node)) != w.ref->uiBkt) {
+                result = kBadId;
+            } else if (Load32(w.node + kNodeHead + bkt->uiDataSize) != kRedZone) {
+                result = kBadRedZone;
+            }
+        }
+    }
+    if (countError) PoolLogErr(pool, "PoolChkMem <%s> free count error.");
+    if (result == kBadId) {
+        PoolLogErr(pool, "PoolChkMem <%s> invalid id(ex.magic id).");
+        return 0;
+    }
+    if (result == kBadRedZone) {
+        PoolLogErr(pool, "PoolChkMem <%s> invalid redzone.");
+        return 0;
+    }
+    return 1;
+}
+
+KESTRO_API uint32_t Zos_PoolChkBkt(ZPOOL zPool, uint32_t uiBktIdx) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool) || uiBktIdx >= pool->ucBktCnt) return 0;
+    uint32_t faults = 0;
+    bool sound = false;
+    {
+        PoolLock lock(pool);
+        sound = CheckBucket(pool, uiBktIdx, &faults);
+    }
+    Report(pool, faults);
+    return sound ? 1 : 0;
+}
+
+KESTRO_API uint32_t Zos_PoolChkPool(ZPOOL zPool) {
+    ZosPool *pool = PoolOf(zPool);
+    if (pool == nullptr) return 0;
+    if (pool->uiMagic != kPoolMagic) {
+        PoolLogErr(pool, "PoolChkPool <%s> invalid magic.");
+        return 0;
+    }
+    uint32_t faults = 0;
+    bool sound = true;
+    {
+        PoolLock lock(pool);
+        for (uint32_t i = 0; i < pool->ucBktCnt; ++i)
+            sound = CheckBucket(pool, i, &faults) && sound;
+    }
+    Report(pool, faults);
+    if (!sound) {
+        if (LogOn(pool)) {
+            Zos_LogStr(Zos_LogGetZosId(), ZOS_LOG_LEVEL_INFO, "~~~~~~~Bad Memory Pool ---");
+        }
+        return 0;
+    }
+    return 1;
+}
+
+KESTRO_API uint32_t Zos_PoolGetBktCount(ZPOOL zPool) {
+    ZosPool *pool = PoolOf(zPool);
+    return ValidPool(pool) ? pool->ucBktCnt : 0;
+}
+
+KESTRO_API uint32_t Zos_PoolGetBktStat(ZPOOL zPool, uint32_t uiBktIdx,
+                                       ST_ZOS_POOL_BKT_STAT *pstStat) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool) || uiBktIdx >= pool->ucBktCnt || pstStat == nullptr) return ZFAILED;
+    PoolLock lock(pool);
+    const ZosBkt *bkt = &pool->pstBkts[uiBktIdx];
+    pstStat->uiSize = bkt->uiDataSize;
+    pstStat->uiTotal = bkt->wTotal;
+    pstStat->uiFree = bkt->wFree;
+    pstStat->uiPeak = bkt->uiPeak;
+    pstStat->uiAllocs = bkt->uiAllocs;
+    pstStat->uiFrees = bkt->uiFrees;
+    pstStat->uiBlocks = bkt->stBlkList.uiCount;
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_PoolGetHeapSize(ZPOOL zPool) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool)) return 0;
+    PoolLock lock(pool);
+    return pool->uiHeapSize;
+}
+
+}  // extern "C"
+
+uint32_t zos::PoolPrintStats(ZPOOL zPool) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool)) return ZFAILED;
+    // The figures are taken together under the lock and printed after it.
+    ST_ZOS_POOL_BKT_STAT rows[255];
+    uint32_t count = 0;
+    uint32_t heap = 0;
+    {
+        PoolLock lock(pool);
+        count = pool->ucBktCnt;
+        heap = pool->uiHeapSize;
+        for (uint32_t i = 0; i < count; ++i) {
+            const ZosBkt *bkt = &pool->pstBkts[i];
+            rows[i] = {bkt->uiDataSize, bkt->wTotal,  bkt->wFree, bkt->uiPeak,
+                       bkt->uiAllocs,   bkt->uiFrees, 0};
+        }
+    }
+    Zos_Printf("\r\n    BUCKET      TOTAL       FREE  PEEK ALLOC    REQUEST    RELEASE\r\n");
+    Zos_Printf("    ------      -----       ----  ----------    -------    -------\r\n");
+    uint32_t total = 0;
+    uint32_t free = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        const ST_ZOS_POOL_BKT_STAT &r = rows[i];
+        Zos_Printf("%10u %10d %10d %11u %10u %10u\r\n", r.uiSize, static_cast<int32_t>(r.uiTotal),
+                   static_cast<int32_t>(r.uiFree), r.uiPeak, r.uiAllocs, r.uiFrees);
+        total += r.uiSize * r.uiTotal;
+        free += r.uiSize * r.uiFree;
+    }
+    Zos_Printf("\r\n             total       used       free  \r\n");
+    Zos_Printf("Mem:    %10u %10u %10u \r\n", total, total - free, free);
+    Zos_Printf("Heap:   %10u\r\n\r\n", heap);
+    return ZOK;
+}

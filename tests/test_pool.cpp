@@ -1,0 +1,241 @@
+// Bucket pools: layout of nodes, growth, reuse, shrink, large allocations
+// and the refusal of bad pointers without damage to the pool.
+#include <cstring>
+#include <vector>
+
+#include "zos_test.h"
+
+namespace {
+
+uint32_t Word(const void *p, int offset) {
+    uint32_t v = 0;
+    std::memcpy(&v, static_cast<const uint8_t *>(p) + offset, 4);
+    return v;
+}
+
+ST_ZOS_POOL_BKT_STAT Stat(ZPOOL pool, uint32_t bkt) {
+    ST_ZOS_POOL_BKT_STAT s{};
+    EXPECT_EQ(Zos_PoolGetBktStat(pool, bkt, &s), ZOK);
+    return s;
+}
+
+// total, free, peak, allocations, frees, blocks
+std::vector<uint32_t> Counts(ZPOOL pool, uint32_t bkt) {
+    const ST_ZOS_POOL_BKT_STAT s = Stat(pool, bkt);
+    return {s.uiTotal, s.uiFree, s.uiPeak, s.uiAllocs, s.uiFrees, s.uiBlocks};
+}
+using V = std::vector<uint32_t>;
+
+// A pool over the given rows, logging on, lock and shrink as asked.
+class PoolTest : public ZosTest {
+  protected:
+    ZPOOL Make(std::vector<ST_ZOS_BKT_INFO> rows, uint8_t shrink = 0, uint8_t locked = 1) {
+        rows_ = std::move(rows);
+        ST_ZOS_POOL_CFG cfg{"test pool", rows_.data(), nullptr, nullptr,
+                            locked,      shrink,       1,       static_cast<uint8_t>(rows_.size())};
+        pool_ = Zos_PoolCreate(&cfg);
+        return pool_;
+    }
+    void TearDown() override {
+        Zos_PoolDelete(pool_);
+        ZosTest::TearDown();
+    }
+    std::vector<ST_ZOS_BKT_INFO> rows_;
+    ZPOOL pool_ = nullptr;
+};
+
+}  // namespace
+
+TEST_F(PoolTest, CreateRefusesIncompleteDescriptions) {
+    const ST_ZOS_BKT_INFO row{32, 1, 1};
+    ST_ZOS_POOL_CFG cfg{"x", &row, nullptr, nullptr, 1, 0, 1, 0};
+    EXPECT_EQ(Zos_PoolCreate(nullptr), nullptr);
+    EXPECT_EQ(Zos_PoolCreate(&cfg), nullptr);  // no rows
+    cfg.ucBktCnt = 1;
+    cfg.pstBktInfo = nullptr;
+    EXPECT_EQ(Zos_PoolCreate(&cfg), nullptr);
+    cfg.pstBktInfo = &row;
+    cfg.pfnAlloc = Zos_Malloc;  // an allocator without its release
+    EXPECT_EQ(Zos_PoolCreate(&cfg), nullptr);
+    EXPECT_EQ(Make({{32, 0, 0}}), nullptr);  // a bucket that can never hold a node
+    EXPECT_EQ(Make({{32, 70000, 1}}), nullptr);
+
+    EXPECT_EQ(Zos_PoolAlloc(nullptr, 8), nullptr);
+    Zos_PoolFree(nullptr, &cfg);
+    Zos_PoolDelete(nullptr);
+}
+
+TEST_F(PoolTest, NodesCarryHeaderMagicRedZoneAndFreeMarker) {
+    ASSERT_NE(Make({{1, 1, 1}, {17, 1, 1}, {100, 1, 1}}), nullptr);
+    // Sizes are raised to the smallest node (16, or the free record with
+    // 64-bit links) and rounded up to 4.
+    const uint32_t smallest = sizeof(void *) == 4 ? 16 : 28;
+    EXPECT_EQ(Stat(pool_, 0).uiSize, smallest);
+    EXPECT_EQ(Stat(pool_, 1).uiSize, smallest > 20 ? smallest : 20);
+    EXPECT_EQ(Stat(pool_, 2).uiSize, 100u);
+
+    auto *p = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 100));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % sizeof(void *), 0u);
+    EXPECT_EQ(Word(p, -8) >> 16, 2u);               // bucket index
+    EXPECT_EQ(Word(p, -8) & 0x40000000u, 0u);       // in use
+    EXPECT_EQ(Word(p, -4), 0xAC1D2D3Du);            // node magic
+    EXPECT_EQ(std::memcmp(p + 100, "ZZZZ", 4), 0);  // red zone
+    uint32_t size = 0;
+    EXPECT_EQ(Zos_PoolGetSize(pool_, p, &size), ZOK);
+    EXPECT_EQ(size, 100u);
+    EXPECT_EQ(Zos_PoolFillPoison(pool_, p), ZOK);
+    EXPECT_EQ(p[0], 0xCC);
+    EXPECT_EQ(p[99], 0xCC);
+    EXPECT_EQ(Zos_PoolChkMem(pool_, p), 1u);
+    Zos_PoolFree(pool_, p);
+    EXPECT_NE(Word(p, -8) & 0x40000000u, 0u);  // free bit
+    EXPECT_EQ(std::memcmp(p + 3 * sizeof(void *), "}{Zn", 4), 0);
+    EXPECT_EQ(Zos_PoolFillPoison(pool_, p), ZFAILED);  // a free node keeps its links
+    EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
+
+    EXPECT_EQ(Zos_PoolAlloc(pool_, 0), nullptr);
+    EXPECT_EQ(Zos_PoolAlloc(pool_, 0x7FFFFFFF), nullptr);
+}
+
+TEST_F(PoolTest, GrowsByIncrementAndReusesFirstInFirstOut) {
+    ASSERT_NE(Make({{32, 2, 3}}), nullptr);
+    EXPECT_EQ(Stat(pool_, 0).uiTotal, 2u);
+    void *a = Zos_PoolAlloc(pool_, 32);
+    void *b = Zos_PoolAlloc(pool_, 32);
+    void *c = Zos_PoolAlloc(pool_, 32);  // grows by 3
+    EXPECT_EQ(Counts(pool_, 0), (V{5, 2, 3, 3, 0, 2}));
+    // A freed node goes to the tail: the two never-used nodes come first.
+    Zos_PoolFree(pool_, a);
+    void *d = Zos_PoolAlloc(pool_, 8);
+    void *e = Zos_PoolAlloc(pool_, 8);
+    void *f = Zos_PoolAlloc(pool_, 8);
+    EXPECT_NE(d, a);
+    EXPECT_NE(e, a);
+    EXPECT_EQ(f, a);
+    EXPECT_EQ(Counts(pool_, 0), (V{5, 0, 5, 6, 1, 2}));
+    for (void *p : {b, c, d, e, f}) Zos_PoolFree(pool_, p);
+    EXPECT_EQ(Counts(pool_, 0), (V{5, 5, 5, 6, 6, 2}));
+}
+
+TEST_F(PoolTest, FullBucketFallsBackToLargerSizeClassThenToNothing) {
+    ASSERT_NE(Make({{32, 1, 0}, {64, 1, 0}}), nullptr);
+    void *a = Zos_PoolAlloc(pool_, 20);
+    void *b = Zos_PoolAlloc(pool_, 20);  // the 32-byte bucket cannot grow
+    uint32_t size = 0;
+    EXPECT_EQ(Zos_PoolGetSize(pool_, b, &size), ZOK);
+    EXPECT_EQ(size, 64u);
+    EXPECT_EQ(Zos_PoolAlloc(pool_, 20), nullptr);
+    Zos_PoolFree(pool_, a);
+    Zos_PoolFree(pool_, b);
+}
+
+TEST_F(PoolTest, ShrinkReleasesOnlyBlocksBeyondTheInitialCount) {
+    ASSERT_NE(Make({{32, 2, 2}, {64, 0, 1}}, 1), nullptr);
+    void *p[4];
+    for (void *&x : p) x = Zos_PoolAlloc(pool_, 32);
+    Zos_PoolFree(pool_, p[2]);
+    EXPECT_EQ(Counts(pool_, 0), (V{4, 1, 4, 4, 1, 2}));  // its block is still half in use
+    Zos_PoolFree(pool_, p[3]);
+    EXPECT_EQ(Counts(pool_, 0), (V{2, 0, 4, 4, 2, 1}));
+    Zos_PoolFree(pool_, p[0]);
+    Zos_PoolFree(pool_, p[1]);
+    EXPECT_EQ(Counts(pool_, 0), (V{2, 2, 4, 4, 4, 1}));  // the initial block stays
+    // A bucket without initial nodes gives its only block back.
+    Zos_PoolFree(pool_, Zos_PoolAlloc(pool_, 64));
+    EXPECT_EQ(Counts(pool_, 1), (V{0, 0, 1, 1, 1, 0}));
+    EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
+}
+
+TEST_F(PoolTest, LargeAllocationsCountInTheHeapBytes) {
+    ASSERT_NE(Make({{64, 0, 1}}), nullptr);
+    auto *p = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 65));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(Word(p, -8), 68u | 0x80000000u);
+    EXPECT_EQ(Word(p, -4), 0xACACACACu);
+    EXPECT_EQ(std::memcmp(p + 68, "ZZZZ", 4), 0);
+    EXPECT_EQ(Zos_PoolGetHeapSize(pool_), 80u);
+    uint32_t size = 0;
+    EXPECT_EQ(Zos_PoolGetSize(pool_, p, &size), ZOK);
+    EXPECT_EQ(size, 68u);
+    EXPECT_EQ(Zos_PoolIsValid(pool_, p), 1u);
+    EXPECT_EQ(Zos_PoolChkMem(pool_, p), 1u);
+    p[0] = 'k';
+    EXPECT_EQ(Zos_PoolFillPoison(pool_, p), ZOK);  // left as it is
+    EXPECT_EQ(p[0], 'k');
+    void *kept = Zos_PoolAlloc(pool_, 1000);  // released with the pool
+    ASSERT_NE(kept, nullptr);
+    Zos_PoolFree(pool_, p);
+    EXPECT_EQ(Zos_PoolGetHeapSize(pool_), 1012u);
+    Zos_PoolFree(pool_, p);  // second free: unknown now, refused
+    EXPECT_EQ(Zos_PoolGetHeapSize(pool_), 1012u);
+}
+
+TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
+    ASSERT_NE(Make({{32, 4, 4}, {128, 1, 1}}), nullptr);
+    auto *a = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 32));
+    auto *b = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 32));
+    void *big = Zos_PoolAlloc(pool_, 4000);
+    // Double free: the second changes nothing.
+    Zos_PoolFree(pool_, b);
+    const V before = Counts(pool_, 0);
+    auto same = [&] {
+        return Counts(pool_, 0) == before && Zos_PoolGetHeapSize(pool_) == 4012u &&
+               Zos_PoolChkPool(pool_) == 1u;
+    };
+    Zos_PoolFree(pool_, b);
+    ASSERT_TRUE(same());
+    EXPECT_EQ(before, (V{4, 3, 2, 2, 1, 1}));
+
+    // Wild pointers, even ones dressed as nodes or large allocations.
+    alignas(8) uint8_t fake[64] = {};
+    const uint32_t nodeHeader[2] = {0, 0xAC1D2D3Du};
+    std::memcpy(fake, nodeHeader, 8);
+    std::memcpy(fake + 40, "ZZZZ", 4);
+    const uint32_t largeHeader[2] = {8u | 0x80000000u, 0xACACACACu};
+    std::memcpy(fake + 16, largeHeader, 8);
+    for (void *wild : {static_cast<void *>(fake + 8), static_cast<void *>(fake + 24),
+                       static_cast<void *>(a + 4), static_cast<void *>(a - 8)}) {
+        Zos_PoolFree(pool_, wild);
+        uint32_t size = 7;
+        EXPECT_EQ(Zos_PoolGetSize(pool_, wild, &size), ZFAILED);
+        EXPECT_EQ(size, 0u);
+        EXPECT_EQ(Zos_PoolIsValid(pool_, wild), 0u);
+        EXPECT_EQ(Zos_PoolChkMem(pool_, wild), 0u);
+        EXPECT_EQ(Zos_PoolFillPoison(pool_, wild), ZFAILED);
+        EXPECT_TRUE(same());
+    }
+
+    // A node of another pool is refused by this one and stays live there.
+    const ST_ZOS_BKT_INFO row{32, 1, 1};
+    ST_ZOS_POOL_CFG cfg{"other", &row, nullptr, nullptr, 0, 0, 1, 1};
+    ZPOOL other = Zos_PoolCreate(&cfg);
+    ASSERT_NE(other, nullptr);
+    void *foreign = Zos_PoolAlloc(other, 32);
+    Zos_PoolFree(pool_, foreign);
+    EXPECT_TRUE(same());
+    EXPECT_EQ(Stat(other, 0).uiFree, 0u);
+    Zos_PoolFree(other, foreign);
+    EXPECT_EQ(Stat(other, 0).uiFree, 1u);
+    Zos_PoolDelete(other);
+
+    // One byte past the data: caught by the checks, the free still happens.
+    a[32] = 'x';
+    EXPECT_EQ(Zos_PoolChkMem(pool_, a), 0u);
+    EXPECT_EQ(Zos_PoolChkBkt(pool_, 0), 0u);
+    EXPECT_EQ(Zos_PoolChkPool(pool_), 0u);
+    Zos_PoolFree(pool_, a);
+    EXPECT_EQ(Stat(pool_, 0).uiFrees, 2u);
+    EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);  // red zones of free nodes are not judged
+    Zos_PoolFree(pool_, big);
+    EXPECT_EQ(Zos_PoolChkBkt(pool_, 2), 0u);  // no such bucket
+}
+
+TEST_F(PoolTest, SwitchedOffMutexesLeaveAWorkingUnlockedPool) {
+    Zos_CfgSetOsMutexSupt(0);
+    ASSERT_NE(Make({{32, 1, 1}}), nullptr);
+    void *p = Zos_PoolAlloc(pool_, 10);
+    Zos_PoolFree(pool_, p);
+    EXPECT_EQ(Stat(pool_, 0).uiFrees, 1u);
+    Zos_CfgSetOsMutexSupt(1);  // so shut-down deletes the locks start-up made
+}
