@@ -34,6 +34,16 @@
 #include "zucs.h"
 #include "sms_pdu.h"
 #include "zpand.h"
+#include "zbase64.h"
+#include "zbase32.h"
+#include "zbase16.h"
+#include "zcrc.h"
+#include "zmd5.h"
+#include "zsha1.h"
+#include "zdes.h"
+#include "zaka.h"
+#include "zrandom.h"
+#include "zuuid.h"
 #include "zfile.h"
 
 #endif /* KESTRO_LITE_H */
