@@ -45,14 +45,26 @@ inline bool IsRed(const Node *node) {
     return node != nullptr && node->uiColour == kRed;
 }
 
-inline Node *Leftmost(Node *node) {
-    while (node->pstLeft != nullptr) node = node->pstLeft;
+// Mirrored code takes a side: kLeft or kRight, and 1 - side for the other.
+constexpr int kLeft = 0;
+constexpr int kRight = 1;
+
+inline Node *&Kid(Node *node, int side) {
+    return side == kLeft ? node->pstLeft : node->pstRight;
+}
+
+// The last node down the given side.
+inline Node *Outermost(Node *node, int side) {
+    while (Kid(node, side) != nullptr) node = Kid(node, side);
     return node;
 }
 
+inline Node *Leftmost(Node *node) {
+    return Outermost(node, kLeft);
+}
+
 inline Node *Rightmost(Node *node) {
-    while (node->pstRight != nullptr) node = node->pstRight;
-    return node;
+    return Outermost(node, kRight);
 }
 
 // Signed order of a key against a node's key; the default order is
@@ -132,21 +144,14 @@ inline void Replace(Tree *tree, Node *node, Node *child) {
     if (child != nullptr) child->pstParent = parent;
 }
 
-void RotateLeft(Tree *tree, Node *node) {
-    Node *pivot = node->pstRight;
-    node->pstRight = pivot->pstLeft;
-    if (pivot->pstLeft != nullptr) pivot->pstLeft->pstParent = node;
+// Turns `node` down to the given side: its child on the other side takes
+// its place.
+void Rotate(Tree *tree, Node *node, int side) {
+    Node *pivot = Kid(node, 1 - side);
+    Kid(node, 1 - side) = Kid(pivot, side);
+    if (Kid(pivot, side) != nullptr) Kid(pivot, side)->pstParent = node;
     Replace(tree, node, pivot);
-    pivot->pstLeft = node;
-    node->pstParent = pivot;
-}
-
-void RotateRight(Tree *tree, Node *node) {
-    Node *pivot = node->pstLeft;
-    node->pstLeft = pivot->pstRight;
-    if (pivot->pstRight != nullptr) pivot->pstRight->pstParent = node;
-    Replace(tree, node, pivot);
-    pivot->pstRight = node;
+    Kid(pivot, side) = node;
     node->pstParent = pivot;
 }
 
@@ -157,41 +162,24 @@ bool InsertFixup(Tree *tree, Node *node) {
         Node *parent = node->pstParent;
         Node *grand = parent->pstParent;
         if (grand == nullptr) return false;
-        if (parent == grand->pstLeft) {
-            Node *uncle = grand->pstRight;
-            if (IsRed(uncle)) {
-                parent->uiColour = kBlack;
-                uncle->uiColour = kBlack;
-                grand->uiColour = kRed;
-                node = grand;
-                continue;
-            }
-            if (node == parent->pstRight) {
-                node = parent;
-                RotateLeft(tree, node);
-                parent = node->pstParent;
-            }
+        // The side of the grandparent the parent hangs on.
+        const int side = parent == grand->pstLeft ? kLeft : kRight;
+        Node *uncle = Kid(grand, 1 - side);
+        if (IsRed(uncle)) {
             parent->uiColour = kBlack;
+            uncle->uiColour = kBlack;
             grand->uiColour = kRed;
-            RotateRight(tree, grand);
-        } else {
-            Node *uncle = grand->pstLeft;
-            if (IsRed(uncle)) {
-                parent->uiColour = kBlack;
-                uncle->uiColour = kBlack;
-                grand->uiColour = kRed;
-                node = grand;
-                continue;
-            }
-            if (node == parent->pstLeft) {
-                node = parent;
-                RotateRight(tree, node);
-                parent = node->pstParent;
-            }
-            parent->uiColour = kBlack;
-            grand->uiColour = kRed;
-            RotateLeft(tree, grand);
+            node = grand;
+            continue;
         }
+        if (node == Kid(parent, 1 - side)) {
+            node = parent;
+            Rotate(tree, node, side);
+            parent = node->pstParent;
+        }
+        parent->uiColour = kBlack;
+        grand->uiColour = kRed;
+        Rotate(tree, grand, 1 - side);
     }
     tree->pstRoot->uiColour = kBlack;
     return true;
@@ -201,56 +189,30 @@ bool InsertFixup(Tree *tree, Node *node) {
 // `left` side of `parent`, leaving `node` (possibly null) one black short.
 void RemoveFixup(Tree *tree, Node *node, Node *parent, bool left) {
     while (node != tree->pstRoot && !IsRed(node)) {
-        if (left) {
-            Node *sibling = parent->pstRight;
-            if (IsRed(sibling)) {
-                sibling->uiColour = kBlack;
-                parent->uiColour = kRed;
-                RotateLeft(tree, parent);
-                sibling = parent->pstRight;
-            }
-            if (!IsRed(sibling->pstLeft) && !IsRed(sibling->pstRight)) {
-                sibling->uiColour = kRed;
-                node = parent;
-            } else {
-                if (!IsRed(sibling->pstRight)) {
-                    sibling->pstLeft->uiColour = kBlack;
-                    sibling->uiColour = kRed;
-                    RotateRight(tree, sibling);
-                    sibling = parent->pstRight;
-                }
-                sibling->uiColour = parent->uiColour;
-                parent->uiColour = kBlack;
-                sibling->pstRight->uiColour = kBlack;
-                RotateLeft(tree, parent);
-                node = tree->pstRoot;
-                break;
-            }
+        const int side = left ? kLeft : kRight;
+        Node *sibling = Kid(parent, 1 - side);
+        if (IsRed(sibling)) {
+            sibling->uiColour = kBlack;
+            parent->uiColour = kRed;
+            Rotate(tree, parent, side);
+            sibling = Kid(parent, 1 - side);
+        }
+        if (!IsRed(sibling->pstLeft) && !IsRed(sibling->pstRight)) {
+            sibling->uiColour = kRed;
+            node = parent;
         } else {
-            Node *sibling = parent->pstLeft;
-            if (IsRed(sibling)) {
-                sibling->uiColour = kBlack;
-                parent->uiColour = kRed;
-                RotateRight(tree, parent);
-                sibling = parent->pstLeft;
-            }
-            if (!IsRed(sibling->pstLeft) && !IsRed(sibling->pstRight)) {
+            if (!IsRed(Kid(sibling, 1 - side))) {
+                Kid(sibling, side)->uiColour = kBlack;
                 sibling->uiColour = kRed;
-                node = parent;
-            } else {
-                if (!IsRed(sibling->pstLeft)) {
-                    sibling->pstRight->uiColour = kBlack;
-                    sibling->uiColour = kRed;
-                    RotateLeft(tree, sibling);
-                    sibling = parent->pstLeft;
-                }
-                sibling->uiColour = parent->uiColour;
-                parent->uiColour = kBlack;
-                sibling->pstLeft->uiColour = kBlack;
-                RotateRight(tree, parent);
-                node = tree->pstRoot;
-                break;
+                Rotate(tree, sibling, 1 - side);
+                sibling = Kid(parent, 1 - side);
             }
+            sibling->uiColour = parent->uiColour;
+            parent->uiColour = kBlack;
+            Kid(sibling, 1 - side)->uiColour = kBlack;
+            Rotate(tree, parent, side);
+            node = tree->pstRoot;
+            break;
         }
         parent = node->pstParent;
         if (parent == nullptr) break;
@@ -321,88 +283,84 @@ Node *NewNode(Tree *tree) {
     return node;
 }
 
-// Pre-order: node, left, right.
-Node *PreNext(Node *node) {
-    if (node->pstLeft != nullptr) return node->pstLeft;
-    if (node->pstRight != nullptr) return node->pstRight;
+// The traversal steps come in mirrored pairs: pre-order forward walks
+// like post-order backward with the sides swapped, and so on.
+
+// Pre-order next (side kLeft) and post-order previous (kRight): the
+// node's child on `side`, else on the other side, else the other-side
+// child of the nearest ancestor reached from its `side`.
+Node *DownThenUp(Node *node, int side) {
+    if (Kid(node, side) != nullptr) return Kid(node, side);
+    if (Kid(node, 1 - side) != nullptr) return Kid(node, 1 - side);
     for (Node *parent = node->pstParent; parent != nullptr;
          node = parent, parent = parent->pstParent) {
-        if (node == parent->pstLeft && parent->pstRight != nullptr) return parent->pstRight;
+        if (node == Kid(parent, side) && Kid(parent, 1 - side) != nullptr) {
+            return Kid(parent, 1 - side);
+        }
     }
     return nullptr;
 }
 
-// The last node of a subtree in pre-order: right where possible, else
-// left, down to a leaf.
-Node *PreLast(Node *node) {
+// Down to a leaf, taking `side` where possible, else the other side: the
+// last node of a subtree in pre-order (kRight), the first in post-order
+// (kLeft).
+Node *DeepestOn(Node *node, int side) {
     for (;;) {
-        if (node->pstRight != nullptr) {
-            node = node->pstRight;
-        } else if (node->pstLeft != nullptr) {
-            node = node->pstLeft;
+        if (Kid(node, side) != nullptr) {
+            node = Kid(node, side);
+        } else if (Kid(node, 1 - side) != nullptr) {
+            node = Kid(node, 1 - side);
         } else {
             return node;
         }
     }
 }
 
-Node *PrePrev(Node *node) {
+// Pre-order previous (side kLeft) and post-order next (kRight): the
+// parent when coming from its `side` or when that side is empty, else
+// the deepest node of that side's subtree.
+Node *UpThenDown(Node *node, int side) {
     Node *parent = node->pstParent;
     if (parent == nullptr) return nullptr;
-    if (node == parent->pstLeft || parent->pstLeft == nullptr) return parent;
-    return PreLast(parent->pstLeft);
+    if (node == Kid(parent, side) || Kid(parent, side) == nullptr) return parent;
+    return DeepestOn(Kid(parent, side), 1 - side);
 }
 
-// The first node of a subtree in post-order: left where possible, else
-// right, down to a leaf.
-Node *PostFirst(Node *node) {
-    for (;;) {
-        if (node->pstLeft != nullptr) {
-            node = node->pstLeft;
-        } else if (node->pstRight != nullptr) {
-            node = node->pstRight;
-        } else {
-            return node;
-        }
+// In-order next (side kRight) and previous (kLeft).
+Node *InStep(Node *node, int side) {
+    if (Kid(node, side) != nullptr) return Outermost(Kid(node, side), 1 - side);
+    Node *parent = node->pstParent;
+    while (parent != nullptr && node == Kid(parent, side)) {
+        node = parent;
+        parent = parent->pstParent;
     }
+    return parent;
+}
+
+// Pre-order: node, left, right.
+inline Node *PreNext(Node *node) {
+    return DownThenUp(node, kLeft);
+}
+
+inline Node *PrePrev(Node *node) {
+    return UpThenDown(node, kLeft);
 }
 
 // Post-order: left, right, node.
-Node *PostNext(Node *node) {
-    Node *parent = node->pstParent;
-    if (parent == nullptr) return nullptr;
-    if (node == parent->pstRight || parent->pstRight == nullptr) return parent;
-    return PostFirst(parent->pstRight);
+inline Node *PostNext(Node *node) {
+    return UpThenDown(node, kRight);
 }
 
-Node *PostPrev(Node *node) {
-    if (node->pstRight != nullptr) return node->pstRight;
-    if (node->pstLeft != nullptr) return node->pstLeft;
-    for (Node *parent = node->pstParent; parent != nullptr;
-         node = parent, parent = parent->pstParent) {
-        if (node == parent->pstRight && parent->pstLeft != nullptr) return parent->pstLeft;
-    }
-    return nullptr;
+inline Node *PostPrev(Node *node) {
+    return DownThenUp(node, kRight);
 }
 
-Node *InNext(Node *node) {
-    if (node->pstRight != nullptr) return Leftmost(node->pstRight);
-    Node *parent = node->pstParent;
-    while (parent != nullptr && node == parent->pstRight) {
-        node = parent;
-        parent = parent->pstParent;
-    }
-    return parent;
+inline Node *InNext(Node *node) {
+    return InStep(node, kRight);
 }
 
-Node *InPrev(Node *node) {
-    if (node->pstLeft != nullptr) return Rightmost(node->pstLeft);
-    Node *parent = node->pstParent;
-    while (parent != nullptr && node == parent->pstLeft) {
-        node = parent;
-        parent = parent->pstParent;
-    }
-    return parent;
+inline Node *InPrev(Node *node) {
+    return InStep(node, kLeft);
 }
 
 uint32_t Height(const Node *node) {
@@ -564,7 +522,7 @@ KESTRO_API uint32_t Zos_RbtAdd(ZRBT zTree, uintptr_t zKey, uintptr_t zValue) {
     node->zKey = zKey;
     node->zValue = zValue;
     node->pstParent = parent;
-    (left ? parent->pstLeft : parent->pstRight) = node;
+    Kid(parent, left ? kLeft : kRight) = node;
     tree->uiSize++;
     if (!InsertFixup(tree, node)) {
         ZOS_LOG_ERR("RbtInsert fixup failed.");
