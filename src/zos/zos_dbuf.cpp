@@ -339,69 +339,121 @@ void TraceDrop(ZosDbuf *b) {
 // ---------------------------------------------------------------------
 // Append and prepend
 
-uint32_t PstAdd(ZosDbuf *b, const uint8_t *data, uint32_t n, const char *addFail) {
-    if (n == 0 || data == nullptr) return ZFAILED;
+// The Mult forms: the room left in the end block takes what fits (at the
+// back the first bytes, at the front the last ones), new blocks the rest.
+// A zero length or no data fails, with `lenFail` when it is given.
+uint32_t AddMult(ZosDbuf *b, const uint8_t *data, uint32_t n, bool prepend, const char *lenFail,
+                 const char *addFail) {
+    if (n == 0 || data == nullptr) {
+        if (lenFail != nullptr) ZOS_LOG_ERR("%s", lenFail);
+        return ZFAILED;
+    }
     if (n > kMaxLen - b->uiLen) {
         ZOS_LOG_ERR("%s", addFail);
         return ZFAILED;
     }
-    Blk *last = b->pstLast;
-    const uint32_t room = last != nullptr ? last->uiCap - last->uiTail : 0;
-    if (room >= n) {
-        std::memcpy(last->Area() + last->uiTail, data, n);
-        last->uiTail += n;
-        last->uiLen += n;
-        b->uiLen += n;
-        return ZOK;
-    }
+    Blk *end = prepend ? b->pstFirst : b->pstLast;
+    uint32_t room = 0;
+    if (end != nullptr) room = prepend ? end->uiHead : end->uiCap - end->uiTail;
+    const uint32_t fit = room < n ? room : n;
     Chain c;
-    if (!AddData(b, data + room, n - room, false, &c)) {
+    if (fit < n && !AddData(b, prepend ? data : data + fit, n - fit, prepend, &c)) {
         ZOS_LOG_ERR("%s", addFail);
         return ZFAILED;
     }
-    if (room != 0) {
-        std::memcpy(last->Area() + last->uiTail, data, room);
-        last->uiTail += room;
-        last->uiLen += room;
+    if (fit != 0) {
+        if (prepend) {
+            end->uiHead -= fit;
+            std::memcpy(end->Data(), data + n - fit, fit);
+        } else {
+            std::memcpy(end->Area() + end->uiTail, data, fit);
+            end->uiTail += fit;
+        }
+        end->uiLen += fit;
     }
-    LinkAfter(b, c);
+    if (c.first != nullptr) {
+        if (prepend) {
+            LinkBefore(b, c);
+        } else {
+            LinkAfter(b, c);
+        }
+    }
     b->uiLen += n;
     return ZOK;
 }
 
-uint32_t PreAdd(ZosDbuf *b, const uint8_t *data, uint32_t n, const char *lenFail,
-                const char *addFail) {
-    if (n == 0 || data == nullptr) {
-        ZOS_LOG_ERR("%s", lenFail);
+// The one-byte forms: a new standard block when the end block is full.
+uint32_t AddByte(ZDBUF zDbuf, uint8_t ucData, bool prepend, const char *idFail,
+                 const char *memFail) {
+    ZosDbuf *b = Check(zDbuf, ZOS_DBUF_TYPE_MEM, true, false);
+    if (b == nullptr) {
+        ZOS_LOG_ERR("%s", idFail);
         return ZFAILED;
     }
-    if (n > kMaxLen - b->uiLen) {
-        ZOS_LOG_ERR("%s", addFail);
-        return ZFAILED;
+    if (b->uiLen >= kMaxLen) return ZFAILED;
+    Blk *k = prepend ? b->pstFirst : b->pstLast;
+    if (k == nullptr || (prepend ? k->uiHead == 0 : k->uiTail == k->uiCap)) {
+        k = NewBlk(b->zPool, b->uiBlkSize);
+        if (k == nullptr) {
+            ZOS_LOG_ERR("%s", memFail);
+            return ZFAILED;
+        }
+        if (prepend) {
+            k->uiHead = k->uiCap;
+            k->uiTail = k->uiCap;
+            LinkBefore(b, Chain{k, k});
+        } else {
+            LinkAfter(b, Chain{k, k});
+        }
     }
-    Blk *first = b->pstFirst;
-    const uint32_t room = first != nullptr ? first->uiHead : 0;
-    if (room >= n) {
-        first->uiHead -= n;
-        std::memcpy(first->Data(), data, n);
-        first->uiLen += n;
-        b->uiLen += n;
-        return ZOK;
+    if (prepend) {
+        k->Area()[--k->uiHead] = ucData;
+    } else {
+        k->Area()[k->uiTail++] = ucData;
     }
-    Chain c;
-    if (!AddData(b, data, n - room, true, &c)) {
-        ZOS_LOG_ERR("%s", addFail);
-        return ZFAILED;
-    }
-    if (room != 0) {
-        // The head room takes the last bytes of the data.
-        first->uiHead = 0;
-        std::memcpy(first->Area(), data + n - room, room);
-        first->uiLen += room;
-    }
-    LinkBefore(b, c);
-    b->uiLen += n;
+    k->uiLen++;
+    b->uiLen++;
     return ZOK;
+}
+
+// The log texts of one reserving form.
+struct AllocTexts {
+    const char *idFail;
+    const char *zeroFail;
+    const char *dataFail;
+};
+
+// The checks the reserving forms share: the buffer, and the size (rounded
+// up to a word for memory buffers), which must fit the length left.
+ZosDbuf *AllocCheck(ZDBUF zDbuf, uint32_t *size, const AllocTexts &t) {
+    ZosDbuf *b = Check(zDbuf, kAnyType, true, false);
+    if (b == nullptr) {
+        ZOS_LOG_ERR("%s", t.idFail);
+        return nullptr;
+    }
+    if (*size == 0) {
+        ZOS_LOG_ERR("%s", t.zeroFail);
+        return nullptr;
+    }
+    if (b->ucType == ZOS_DBUF_TYPE_MEM) *size = (*size + 3) & ~3u;
+    if (*size == 0 || *size > kMaxLen - b->uiLen) {
+        ZOS_LOG_ERR("%s", t.dataFail);
+        return nullptr;
+    }
+    return b;
+}
+
+// A reserved area at the start of a new block linked at the back.
+uint8_t *AllocInNewBlk(ZosDbuf *b, uint32_t size, const AllocTexts &t) {
+    Blk *k = NewBlk(b->zPool, size > b->uiBlkSize ? size : b->uiBlkSize);
+    if (k == nullptr) {
+        ZOS_LOG_ERR("%s", t.dataFail);
+        return nullptr;
+    }
+    k->uiTail = size;
+    k->uiLen = size;
+    LinkAfter(b, Chain{k, k});
+    return k->Area();
 }
 
 void CopyOut(ZosDbuf *b, uint32_t off, uint32_t len, uint8_t *dst) {
@@ -705,20 +757,10 @@ KESTRO_API uint32_t Zos_DbufRefCnt(ZDBUF zDbuf) {
 // Reserving areas
 
 KESTRO_API void *Zos_DbufAlloc(ZDBUF zDbuf, uint32_t uiSize) {
-    ZosDbuf *b = Check(zDbuf, kAnyType, true, false);
-    if (b == nullptr) {
-        ZOS_LOG_ERR("DbufAlloc invalid id.");
-        return nullptr;
-    }
-    if (uiSize == 0) {
-        ZOS_LOG_ERR("DbufAlloc alloc 0 size.");
-        return nullptr;
-    }
-    if (b->ucType == ZOS_DBUF_TYPE_MEM) uiSize = (uiSize + 3) & ~3u;
-    if (uiSize == 0 || uiSize > kMaxLen - b->uiLen) {
-        ZOS_LOG_ERR("DbufAlloc alloc data.");
-        return nullptr;
-    }
+    static constexpr AllocTexts kTexts{"DbufAlloc invalid id.", "DbufAlloc alloc 0 size.",
+                                       "DbufAlloc alloc data."};
+    ZosDbuf *b = AllocCheck(zDbuf, &uiSize, kTexts);
+    if (b == nullptr) return nullptr;
     uint8_t *p = nullptr;
     for (Blk *k = b->pstFirst; k != nullptr && p == nullptr; k = k->pstNext) {
         if (k->uiCap - k->uiTail >= uiSize) {
@@ -732,35 +774,18 @@ KESTRO_API void *Zos_DbufAlloc(ZDBUF zDbuf, uint32_t uiSize) {
         }
     }
     if (p == nullptr) {
-        Blk *k = NewBlk(b->zPool, uiSize > b->uiBlkSize ? uiSize : b->uiBlkSize);
-        if (k == nullptr) {
-            ZOS_LOG_ERR("DbufAlloc alloc data.");
-            return nullptr;
-        }
-        k->uiTail = uiSize;
-        k->uiLen = uiSize;
-        LinkAfter(b, Chain{k, k});
-        p = k->Area();
+        p = AllocInNewBlk(b, uiSize, kTexts);
+        if (p == nullptr) return nullptr;
     }
     b->uiLen += uiSize;
     return p;
 }
 
 KESTRO_API void *Zos_DbufAllocX(ZDBUF zDbuf, uint32_t uiSize) {
-    ZosDbuf *b = Check(zDbuf, kAnyType, true, false);
-    if (b == nullptr) {
-        ZOS_LOG_ERR("DbufAllocX invalid id.");
-        return nullptr;
-    }
-    if (uiSize == 0) {
-        ZOS_LOG_ERR("DbufAllocX alloc 0 size.");
-        return nullptr;
-    }
-    if (b->ucType == ZOS_DBUF_TYPE_MEM) uiSize = (uiSize + 3) & ~3u;
-    if (uiSize == 0 || uiSize > kMaxLen - b->uiLen) {
-        ZOS_LOG_ERR("DbufAllocX alloc data.");
-        return nullptr;
-    }
+    static constexpr AllocTexts kTexts{"DbufAllocX invalid id.", "DbufAllocX alloc 0 size.",
+                                       "DbufAllocX alloc data."};
+    ZosDbuf *b = AllocCheck(zDbuf, &uiSize, kTexts);
+    if (b == nullptr) return nullptr;
     Blk *k = b->pstLast;
     uint8_t *p = nullptr;
     if (k != nullptr && k->uiCap - k->uiTail >= uiSize) {
@@ -772,15 +797,8 @@ KESTRO_API void *Zos_DbufAllocX(ZDBUF zDbuf, uint32_t uiSize) {
         }
         k->uiLen += uiSize;
     } else {
-        k = NewBlk(b->zPool, uiSize > b->uiBlkSize ? uiSize : b->uiBlkSize);
-        if (k == nullptr) {
-            ZOS_LOG_ERR("DbufAllocX alloc data.");
-            return nullptr;
-        }
-        k->uiTail = uiSize;
-        k->uiLen = uiSize;
-        LinkAfter(b, Chain{k, k});
-        p = k->Area();
+        p = AllocInNewBlk(b, uiSize, kTexts);
+        if (p == nullptr) return nullptr;
     }
     b->uiLen += uiSize;
     return p;
@@ -946,25 +964,7 @@ KESTRO_API uint8_t *Zos_DbufBlkO2D(ZDBUF zDbuf, uint32_t uiIndex, uint32_t uiOff
 // Append and prepend
 
 KESTRO_API uint32_t Zos_DbufPstAddD(ZDBUF zDbuf, uint8_t ucData) {
-    ZosDbuf *b = Check(zDbuf, ZOS_DBUF_TYPE_MEM, true, false);
-    if (b == nullptr) {
-        ZOS_LOG_ERR("DbufPstAddD invalid id.");
-        return ZFAILED;
-    }
-    if (b->uiLen >= kMaxLen) return ZFAILED;
-    Blk *k = b->pstLast;
-    if (k == nullptr || k->uiTail == k->uiCap) {
-        k = NewBlk(b->zPool, b->uiBlkSize);
-        if (k == nullptr) {
-            ZOS_LOG_ERR("DbufPstAddD alloc data.");
-            return ZFAILED;
-        }
-        LinkAfter(b, Chain{k, k});
-    }
-    k->Area()[k->uiTail++] = ucData;
-    k->uiLen++;
-    b->uiLen++;
-    return ZOK;
+    return AddByte(zDbuf, ucData, false, "DbufPstAddD invalid id.", "DbufPstAddD alloc data.");
 }
 
 KESTRO_API uint32_t Zos_DbufPstAddMultD(ZDBUF zDbuf, const void *pData, uint32_t uiLen) {
@@ -973,7 +973,8 @@ KESTRO_API uint32_t Zos_DbufPstAddMultD(ZDBUF zDbuf, const void *pData, uint32_t
         ZOS_LOG_ERR("DbufPstAddMultD invalid id.");
         return ZFAILED;
     }
-    return PstAdd(b, static_cast<const uint8_t *>(pData), uiLen, "DbufPstAddMultD add data.");
+    return AddMult(b, static_cast<const uint8_t *>(pData), uiLen, false, nullptr,
+                   "DbufPstAddMultD add data.");
 }
 
 KESTRO_API uint32_t Zos_DbufPstAddStrD(ZDBUF zDbuf, const char *pcStr) {
@@ -994,27 +995,7 @@ KESTRO_API uint32_t Zos_DbufPstAddFmtD(ZDBUF zDbuf, const char *pcFormat, ...) {
 }
 
 KESTRO_API uint32_t Zos_DbufPreAddD(ZDBUF zDbuf, uint8_t ucData) {
-    ZosDbuf *b = Check(zDbuf, ZOS_DBUF_TYPE_MEM, true, false);
-    if (b == nullptr) {
-        ZOS_LOG_ERR("DbufPreAddD invalid id.");
-        return ZFAILED;
-    }
-    if (b->uiLen >= kMaxLen) return ZFAILED;
-    Blk *k = b->pstFirst;
-    if (k == nullptr || k->uiHead == 0) {
-        k = NewBlk(b->zPool, b->uiBlkSize);
-        if (k == nullptr) {
-            ZOS_LOG_ERR("DbufPreAddD alloc data.");
-            return ZFAILED;
-        }
-        k->uiHead = k->uiCap;
-        k->uiTail = k->uiCap;
-        LinkBefore(b, Chain{k, k});
-    }
-    k->Area()[--k->uiHead] = ucData;
-    k->uiLen++;
-    b->uiLen++;
-    return ZOK;
+    return AddByte(zDbuf, ucData, true, "DbufPreAddD invalid id.", "DbufPreAddD alloc data.");
 }
 
 KESTRO_API uint32_t Zos_DbufPreAddMultD(ZDBUF zDbuf, const void *pData, uint32_t uiLen) {
@@ -1023,8 +1004,8 @@ KESTRO_API uint32_t Zos_DbufPreAddMultD(ZDBUF zDbuf, const void *pData, uint32_t
         ZOS_LOG_ERR("DbufPreAddMultD invalid id.");
         return ZFAILED;
     }
-    return PreAdd(b, static_cast<const uint8_t *>(pData), uiLen, "DbufPreAddMultD invalid length.",
-                  "DbufPreAddMultD add data.");
+    return AddMult(b, static_cast<const uint8_t *>(pData), uiLen, true,
+                   "DbufPreAddMultD invalid length.", "DbufPreAddMultD add data.");
 }
 
 KESTRO_API uint32_t Zos_DbufPreAddStrD(ZDBUF zDbuf, const char *pcStr) {
