@@ -13,6 +13,7 @@
 
 #include "zcrc.h"
 #include "zpand.h"
+#include "zutil_bytes.h"
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #include <immintrin.h>
@@ -20,6 +21,8 @@
 #endif
 
 namespace {
+
+using zutil::LoadLe32;
 
 constexpr uint32_t kPoly32 = 0xEDB88320u;  // reflected 0x04C11DB7
 
@@ -41,16 +44,6 @@ constexpr Crc32Tables MakeCrc32Tables() {
 
 constexpr Crc32Tables kCrc32 = MakeCrc32Tables();
 
-inline uint32_t Load32(const uint8_t *p) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
-#else
-    return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
-#endif
-}
-
 // Continues a reflected CRC register (no initial value, no complement).
 uint32_t Crc32Tables8(uint32_t crc, const uint8_t *p, size_t len) {
     while (len != 0 && (reinterpret_cast<uintptr_t>(p) & 3) != 0) {
@@ -58,8 +51,8 @@ uint32_t Crc32Tables8(uint32_t crc, const uint8_t *p, size_t len) {
         --len;
     }
     for (; len >= 8; p += 8, len -= 8) {
-        const uint32_t lo = crc ^ Load32(p);
-        const uint32_t hi = Load32(p + 4);
+        const uint32_t lo = crc ^ LoadLe32(p);
+        const uint32_t hi = LoadLe32(p + 4);
         crc = kCrc32[7][lo & 0xFF] ^ kCrc32[6][(lo >> 8) & 0xFF] ^ kCrc32[5][(lo >> 16) & 0xFF] ^
               kCrc32[4][lo >> 24] ^ kCrc32[3][hi & 0xFF] ^ kCrc32[2][(hi >> 8) & 0xFF] ^
               kCrc32[1][(hi >> 16) & 0xFF] ^ kCrc32[0][hi >> 24];

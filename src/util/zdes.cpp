@@ -10,9 +10,15 @@
 #include <cstring>
 
 #include "zdes.h"
+#include "zutil_bytes.h"
 #include "zos_mem.h"
 
 namespace {
+
+using zutil::LoadBe32;
+using zutil::Rotl;
+using zutil::Rotr;
+using zutil::StoreBe32;
 
 constexpr uint8_t kSbox[8][64] = {
     {14, 4,  13, 1, 2,  15, 11, 8, 3, 10, 6, 12, 5,  9,  0,  7,  0,  15, 7,  4,  14, 2,
@@ -57,14 +63,6 @@ constexpr uint8_t kPc2[48] = {14, 17, 11, 24, 1,  5,  3,  28, 15, 6,  21, 10, 23
 
 constexpr uint8_t kShifts[16] = {1, 1, 2, 2, 2, 2, 2, 2, 1, 2, 2, 2, 2, 2, 2, 1};
 
-constexpr uint32_t Rotl(uint32_t v, int n) {
-    return (v << n) | (v >> (32 - n));
-}
-
-constexpr uint32_t Rotr(uint32_t v, int n) {
-    return (v >> n) | (v << (32 - n));
-}
-
 using SpTable = std::array<std::array<uint32_t, 64>, 8>;
 
 // kSp[j][x]: S-box j of the 6-bit input x, put in place and through P,
@@ -85,17 +83,6 @@ constexpr SpTable MakeSp() {
 }
 
 constexpr SpTable kSp = MakeSp();
-
-inline uint32_t LoadBe32(const uint8_t *p) {
-    return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
-}
-
-inline void StoreBe32(uint8_t *p, uint32_t v) {
-    p[0] = static_cast<uint8_t>(v >> 24);
-    p[1] = static_cast<uint8_t>(v >> 16);
-    p[2] = static_cast<uint8_t>(v >> 8);
-    p[3] = static_cast<uint8_t>(v);
-}
 
 // Exchanges the bits of a selected by mask << shift with those of b
 // selected by mask.

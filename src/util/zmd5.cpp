@@ -3,31 +3,15 @@
 
 #include "zmd5.h"
 #include "zos_fmt.h"
+#include "zutil_bytes.h"
 
 namespace {
 
+using zutil::LoadLe32;
+using zutil::Rotl;
+using zutil::StoreLe32;
+
 const uint8_t aucZmd5Padding[64] = {0x80};
-
-inline uint32_t Rotl(uint32_t v, int n) {
-    return (v << n) | (v >> (32 - n));
-}
-
-inline uint32_t LoadLe32(const uint8_t *p) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
-#else
-    return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
-#endif
-}
-
-inline void StoreLe32(uint8_t *p, uint32_t v) {
-    p[0] = static_cast<uint8_t>(v);
-    p[1] = static_cast<uint8_t>(v >> 8);
-    p[2] = static_cast<uint8_t>(v >> 16);
-    p[3] = static_cast<uint8_t>(v >> 24);
-}
 
 // The four round functions; G and I in forms that shorten the dependency
 // chain (same values as the textbook definitions).

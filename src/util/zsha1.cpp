@@ -10,6 +10,7 @@
 
 #include "zpand.h"
 #include "zsha1.h"
+#include "zutil_bytes.h"
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #include <immintrin.h>
@@ -18,20 +19,9 @@
 
 namespace {
 
-inline uint32_t Rotl(uint32_t v, int n) {
-    return (v << n) | (v >> (32 - n));
-}
-
-inline uint32_t LoadBe32(const uint8_t *p) {
-    return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
-}
-
-inline void StoreBe32(uint8_t *p, uint32_t v) {
-    p[0] = static_cast<uint8_t>(v >> 24);
-    p[1] = static_cast<uint8_t>(v >> 16);
-    p[2] = static_cast<uint8_t>(v >> 8);
-    p[3] = static_cast<uint8_t>(v);
-}
+using zutil::LoadBe32;
+using zutil::Rotl;
+using zutil::StoreBe32;
 
 // The 80 steps over n blocks, with a 16-word rolling message schedule.
 #define ZSHA1_W(i) \
