@@ -10,6 +10,7 @@
 #include "zos_env.h"
 #include "zos_fmt.h"
 #include "zos_log.h"
+#include "zos_log_int.h"
 #include "zos_print.h"
 #include "zos_print_int.h"
 #include "zos_time.h"
@@ -137,16 +138,7 @@ uint32_t AddPrefix(const ST_ZOS_CFG *cfg, char *buf, uint32_t size, const LogRec
     const bool time = cfg != nullptr && cfg->LogDispTimeSupt != 0;
     const bool inMs = cfg != nullptr && cfg->LogDispTimeInMs != 0;
     ST_ZOS_SYS_TIME t{};
-    if (date || time) {
-        if (inMs) {
-            ST_ZOS_EPOCH_TIME now{};
-            Zos_GetEpochTime(&now);
-            Zos_Time2SysTime(now.llSec, &t);
-            t.uiMillisecond = now.uiNsec / 1000000u;
-        } else {
-            Zos_SysTime(&t);
-        }
-    }
+    if (date || time) zos::LogStampTime(inMs, &t);
     const char *nm = name != nullptr && name[0] != '\0' ? name : r->acName;
     const char *word = LevelWord(level);
     const int yy = t.wYear % 2000;

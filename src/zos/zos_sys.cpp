@@ -7,6 +7,7 @@
 #include "zos_dump.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
+#include "zos_log_int.h"
 #include "zos_mem.h"
 #include "zos_osdep.h"
 #include "zos_pmem.h"
@@ -321,14 +322,7 @@ KESTRO_API void Zos_SysInitPrint(const char *pcText) {
     if (cfg->LogPrint == 0 || (cfg->LogLevel & ZOS_LOG_LEVEL_INFO) == 0) return;
 
     ST_ZOS_SYS_TIME t{};
-    if (cfg->LogDispTimeInMs != 0) {
-        ST_ZOS_EPOCH_TIME now{};
-        Zos_GetEpochTime(&now);
-        Zos_Time2SysTime(now.llSec, &t);
-        t.uiMillisecond = now.uiNsec / 1000000u;
-    } else {
-        Zos_SysTime(&t);
-    }
+    zos::LogStampTime(cfg->LogDispTimeInMs != 0, &t);
     const int yy = t.wYear % 2000;
     const long ms = static_cast<long>(t.uiMillisecond);
     const bool date = cfg->LogDispDateSupt != 0;
