@@ -18,6 +18,10 @@ KESTRO_API uint32_t Zbase16_Encode(const uint8_t *pucData, uint32_t uiLen, char 
 KESTRO_API uint32_t Zbase16_Decode(const char *pcText, uint32_t uiLen, uint8_t *pucOut,
                                    uint32_t *puiSize);
 
+/* Allocating forms, as in zbase64.h. */
+KESTRO_API uint32_t Zbase16_EncodeX(ZUBUF zBuf, const ST_ZOS_SSTR *pstData, ST_ZOS_SSTR *pstResult);
+KESTRO_API uint32_t Zbase16_DecodeX(ZUBUF zBuf, const ST_ZOS_SSTR *pstText, ST_ZOS_SSTR *pstResult);
+
 ZOS_END_DECLS
 
 #endif /* ZBASE16_H */
