@@ -44,6 +44,8 @@ KESTRO_API char *Zos_SysStrAlloc(const char *pcText);
 KESTRO_API char *Zos_SysStrNAlloc(const char *pcData, uint32_t uiLen);
 KESTRO_API char *Zos_SysStrXAlloc(const ST_ZOS_SSTR *pstStr);
 KESTRO_API char *Zos_SysStrFAlloc(const char *pcFormat, ...);
+/* A copy of a data buffer's whole content; null for an empty buffer. */
+KESTRO_API char *Zos_SysStrDAlloc(ZDBUF zDbuf);
 KESTRO_API void Zos_SysStrFree(char *pcText);
 KESTRO_API uint32_t Zos_SysStrLen(const char *pcText);
 

@@ -23,6 +23,12 @@ KESTRO_API uint32_t Zos_NStrNCpy(char *pcDst, uint32_t uiSize, const char *pcSrc
 KESTRO_API uint32_t Zos_NStrXCpy(char *pcDst, uint32_t uiSize, const ST_ZOS_SSTR *pstSrc);
 /* As Zos_NStrXCpy, but an empty source succeeds even without a destination. */
 KESTRO_API uint32_t Zos_NStrUXCpy(char *pcDst, uint32_t uiSize, const ST_ZOS_SSTR *pstSrc);
+/* The start of a data buffer's content (a null buffer copies ""); on a
+ * failed copy the destination holds "". */
+KESTRO_API uint32_t Zos_NStrDCpy(char *pcDst, uint32_t uiSize, ZDBUF zDbuf);
+/* A copy of a counted string, NUL-terminated, in a buffer of any kind
+ * (zos_ubuf.h): as Zos_UbufCpyXSStr. */
+KESTRO_API uint32_t Zos_SStrXCpy(ZUBUF zBuf, ST_ZOS_SSTR *pstDst, const ST_ZOS_SSTR *pstSrc);
 /* Appends a C string at a moving cursor with a remaining count: the cursor
  * is left on the stored NUL (the next copy appends) and the count reduced by
  * the characters copied. Fails, writing nothing, when the text and its NUL

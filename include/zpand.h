@@ -161,6 +161,38 @@ KESTRO_API uint32_t Zpand_TaskIsMainThread(void);
  * minimum and maximum (exported for tests). */
 KESTRO_API int32_t Zpand_TaskMapPriority(uint32_t uiPriority, int32_t iMin, int32_t iMax);
 
+/* Host facts, read straight from the system (no table slot): they seed
+ * the node of the UUIDs. Every field is 32 bits wide whatever the
+ * platform's word size; values that do not fit are truncated. */
+typedef struct tagZPAND_SYS_INFO {
+    uint32_t uiUptime; /* seconds since boot */
+    uint32_t auiLoads[3];
+    uint32_t uiTotalRam; /* in units of uiMemUnit bytes */
+    uint32_t uiFreeRam;
+    uint32_t uiSharedRam;
+    uint32_t uiBufferRam;
+    uint32_t uiTotalSwap;
+    uint32_t uiFreeSwap;
+    uint32_t uiProcs;
+    uint32_t uiTotalHigh;
+    uint32_t uiFreeHigh;
+    uint32_t uiMemUnit;
+    uint32_t auiSpare[2];
+} ST_ZPAND_SYS_INFO;
+
+KESTRO_API uint32_t Zpand_GetSysInfo(ST_ZPAND_SYS_INFO *pstInfo);
+/* The host name, NUL-terminated and cut to fit uiSize. */
+KESTRO_API uint32_t Zpand_GetHostName(char *pcName, uint32_t uiSize);
+
+/* Processor features the codecs may use, as a mask of ZPAND_CPU_* bits:
+ * detected once, then ANDed with the KESTRO_CPU_MASK environment variable
+ * when it is set (0 turns every accelerated path off). */
+#define ZPAND_CPU_CLMUL 0x1u /* carry-less multiplication (x86 PCLMULQDQ) */
+#define ZPAND_CPU_SHA1 0x2u  /* SHA-1 instructions (x86 SHA extensions) */
+#define ZPAND_CPU_SSSE3 0x4u /* x86 SSSE3 vector instructions */
+#define ZPAND_CPU_BMI2 0x8u  /* x86 bit manipulation (BMI1 and BMI2) */
+KESTRO_API uint32_t Zpand_CpuFeatures(void);
+
 ZOS_END_DECLS
 
 #endif /* ZPAND_H */

@@ -47,6 +47,10 @@ TEST_F(ZosTest, SwitchedOffKindsSucceedWithoutDoingAnything) {
     EXPECT_EQ(Zos_SemCreateOne(&s), ZOK);
     EXPECT_EQ(Zos_SemWait(&s, 0), ZOK);  // nothing waits when switched off
     EXPECT_EQ(s, 0x77u);
+    // Switched on again, so shut-down deletes the locks start-up made.
+    Zos_CfgSetOsMutexSupt(1);
+    Zos_CfgSetOsSharexSupt(1);
+    Zos_CfgSetOsSemSupt(1);
 }
 
 TEST_F(ZosTest, EmptySlotFails) {

@@ -161,10 +161,14 @@ TEST_P(MemModeTest, SystemStrings) {
     EXPECT_EQ(n[3], '\0');
 
     // A second free of the same string is refused and frees nothing; its
-    // length reads 0 once freed.
+    // length reads 0 once freed. Both refusals are logged.
     Zos_SysStrFree(s);
+    EXPECT_FALSE(ktest::LoggedContains("SysStrFree invalid magic."));
     Zos_SysStrFree(s);
+    EXPECT_TRUE(ktest::LoggedContains("SysStrFree invalid magic."));
+    EXPECT_FALSE(ktest::LoggedContains("SysStrLen invalid magic id."));
     EXPECT_EQ(Zos_SysStrLen(s), 0u);
+    EXPECT_TRUE(ktest::LoggedContains("SysStrLen invalid magic id."));
     Zos_SysStrFree(x);
     Zos_SysStrFree(f);
     Zos_SysStrFree(n);

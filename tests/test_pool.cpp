@@ -237,4 +237,5 @@ TEST_F(PoolTest, SwitchedOffMutexesLeaveAWorkingUnlockedPool) {
     void *p = Zos_PoolAlloc(pool_, 10);
     Zos_PoolFree(pool_, p);
     EXPECT_EQ(Stat(pool_, 0).uiFrees, 1u);
+    Zos_CfgSetOsMutexSupt(1);  // so shut-down deletes the locks start-up made
 }

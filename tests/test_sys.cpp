@@ -36,19 +36,33 @@ uint32_t FailingInit() {
     return ZFAILED;
 }
 
+const std::vector<std::string> kDestroyed = {
+    "time destroy ok.",  "pmem destroy ok.",   "dbuf destroy ok.",
+    "trace destroy ok.", "dump destroy ok.",   "log destroy ok.",
+    "print destroy ok.", "memory destroy ok.", "system destroy ok."};
+
 }  // namespace
 
 TEST(SysFrame, StartAndStopPrintTheirProgressInOrder) {
     ktest::ClearPrinted();
     ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
     ASSERT_EQ(Zos_SysInit(), ZOK);
     const std::string started = ktest::Printed();
     // Default switches: time with milliseconds, no date.
     EXPECT_TRUE(std::regex_search(
         started, std::regex(R"(^\d\d:\d\d:\d\d\.\d\d\d ZOS: INFO: time init ok\.\n)")))
         << started;
-    EXPECT_EQ(Messages(started),
-              (std::vector<std::string>{"time init ok.", "memory init ok.", "pmem init ok."}));
+    std::vector<std::string> messages = Messages(started);
+    ASSERT_EQ(messages.size(), 9u) << started;
+    // The last line comes from the system log, echoed to the console.
+    EXPECT_TRUE(std::regex_match(messages.back(),
+                                 std::regex(R"(kestro_lite system \d{4}-\d\d-\d\dT\S+ init ok\.)")))
+        << messages.back();
+    messages.pop_back();
+    EXPECT_EQ(messages, (std::vector<std::string>{
+                            "time init ok.", "print init ok.", "log init ok.", "memory init ok.",
+                            "dump init ok.", "trace init ok.", "dbuf init ok.", "pmem init ok."}));
 
     // A second start is a no-op and prints nothing.
     ktest::ClearPrinted();
@@ -56,9 +70,7 @@ TEST(SysFrame, StartAndStopPrintTheirProgressInOrder) {
     EXPECT_EQ(ktest::Printed(), "");
 
     Zos_SysDestroy();
-    EXPECT_EQ(Messages(ktest::Printed()),
-              (std::vector<std::string>{"time destroy ok.", "pmem destroy ok.",
-                                        "memory destroy ok.", "system destroy ok."}));
+    EXPECT_EQ(Messages(ktest::Printed()), kDestroyed);
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
 
     // Shut-down without start-up does nothing at all.
@@ -77,13 +89,38 @@ TEST(SysFrame, FailedStepPrintsItsTextAndUndoesEverything) {
     EXPECT_NE(out.find("init time fail!\r\n"), std::string::npos) << out;
     EXPECT_EQ(out.find("time init ok."), std::string::npos);
     // The whole shut-down runs, then the holder is gone.
-    EXPECT_EQ(Messages(out),
-              (std::vector<std::string>{"time destroy ok.", "pmem destroy ok.",
-                                        "memory destroy ok.", "system destroy ok."}));
+    EXPECT_EQ(Messages(out), kDestroyed);
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
+
+    // A log that cannot be made (its cache would not fit any pool) stops
+    // start-up at step 3, after print and before memory.
+    ktest::ClearPrinted();
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ASSERT_EQ(Zos_CfgSetLogBufSize(0x7FFFFFF0u), ZOK);
+    EXPECT_EQ(Zos_SysInit(), ZFAILED);
+    const std::string logFail = ktest::Printed();
+    EXPECT_NE(logFail.find("init log fail!\r\n"), std::string::npos) << logFail;
+    const std::vector<std::string> msgs = Messages(logFail);
+    ASSERT_GE(msgs.size(), 2u);
+    EXPECT_EQ(msgs[0], "time init ok.");
+    EXPECT_EQ(msgs[1], "print init ok.");
+    EXPECT_EQ(std::vector<std::string>(msgs.begin() + 2, msgs.end()), kDestroyed);
+    EXPECT_EQ(Zos_OsenvLocate(), nullptr);
+
     // The next start-up begins from a fresh table and succeeds.
+    ktest::UseTestLogDir();
     EXPECT_EQ(Zos_SysInit(), ZOK);
     Zos_SysDestroy();
+}
+
+TEST_F(ZosTest, FailingConfigurationInitIsLogged) {
+    void *cfg = nullptr;
+    EXPECT_EQ(Zos_SysCfgAttach(
+                  9, 8, [](void *) -> uint32_t { return 1; }, nullptr, &cfg),
+              ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("SysCfgAttach init config."));
+    ASSERT_EQ(ktest::Logged().size(), 1u);
+    EXPECT_EQ(ktest::Logged()[0].level, ZOS_LOG_LEVEL_ERROR);
 }
 
 TEST(SysFrame, ProgressLineShapesFollowTheSwitches) {

@@ -171,6 +171,8 @@ TEST_F(TimeTest, RecordToSecondsMovesByRecordZoneLessCurrentZone) {
     const bool wide = sizeof(time_t) == 8;
     for (const char *bad : {"1899-12-31T23:59:59Z", "1969-12-31T23:59:59Z", "1969-12-31T23:59:58Z"})
         EXPECT_EQ(Secs(bad), kFailed) << bad;
+    EXPECT_TRUE(ktest::LoggedContains("SysTime2Time less than 1900."));
+    EXPECT_TRUE(ktest::LoggedContains("SysTime2Time mktime."));
     EXPECT_EQ(Secs("1969-12-31T23:59:57Z"), -3);
     EXPECT_EQ(Secs("2038-01-19T03:14:07Z"), 2147483647);
     EXPECT_EQ(Secs("2038-01-19T03:14:08Z"), wide ? 2147483648 : kFailed);
@@ -199,8 +201,13 @@ TEST_F(TimeTest, TextFormParserAndFormatter) {
         EXPECT_EQ(Zos_Str2SysTime(bad, &rec), ZFAILED) << bad;
         EXPECT_EQ(Fields(rec), Fields(before)) << bad;
     }
+    // Each refusal names its reason in the system log.
+    EXPECT_TRUE(ktest::LoggedContains("Str2SysTime incompleted format."));
+    EXPECT_TRUE(ktest::LoggedContains("Str2SysTime tail exist."));
+    EXPECT_FALSE(ktest::LoggedContains("Str2SysTime null parameter."));
     EXPECT_EQ(Zos_Str2SysTime(nullptr, &rec), ZFAILED);
     EXPECT_EQ(Zos_Str2SysTime("2016-01-01T00:00:00Z", nullptr), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("Str2SysTime null parameter."));
     ASSERT_EQ(Zos_Str2SysTime("2016-02-29T23:59:59.5-00:30", &rec), ZOK);
     EXPECT_TRUE(rec.uiMillisecond == 500 && rec.iTzOffset == 1800 && rec.ucWeekDay == 1);
 
@@ -218,7 +225,9 @@ TEST_F(TimeTest, TextFormParserAndFormatter) {
     std::string format, expected;
     for (int i = 0; i < 42; ++i) format += "TZD", expected += "+596523:14:08";
     EXPECT_EQ(std::string(Zos_SysTime2Str((format + "!").c_str(), &rec)), expected + "!");
+    EXPECT_FALSE(ktest::LoggedContains("SysTime2Str too large format."));
     EXPECT_EQ(Zos_SysTime2Str(std::string(128, 'x').c_str(), &rec), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("SysTime2Str too large format."));
 }
 
 TEST_F(TimeTest, ClocksCurrentZoneAndMissingSlots) {

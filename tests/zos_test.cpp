@@ -3,14 +3,27 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
+#include <regex>
+#include <sstream>
 
 namespace ktest {
 namespace {
 
 std::mutex g_printMutex;
 std::string g_printed;
+
+std::mutex g_logMutex;
+std::vector<LogLine> g_logged;
+
+void RecordLine(void * /*user*/, uint32_t level, const char *msg) {
+    std::lock_guard<std::mutex> lock(g_logMutex);
+    g_logged.push_back(LogLine{level, msg != nullptr ? msg : ""});
+}
 
 }  // namespace
 
@@ -29,6 +42,28 @@ void ClearPrinted() {
     g_printed.clear();
 }
 
+std::vector<LogLine> Logged() {
+    std::lock_guard<std::mutex> lock(g_logMutex);
+    return g_logged;
+}
+
+void ClearLogged() {
+    std::lock_guard<std::mutex> lock(g_logMutex);
+    g_logged.clear();
+}
+
+bool LoggedContains(const std::string &text) {
+    std::lock_guard<std::mutex> lock(g_logMutex);
+    for (const LogLine &l : g_logged) {
+        if (l.msg.find(text) != std::string::npos) return true;
+    }
+    return false;
+}
+
+void WatchSystemLog() {
+    Zos_LogSetWatcher(Zos_LogGetZosId(), RecordLine, nullptr);
+}
+
 ZOS_OSDEP_FUNC &Slot(uint32_t n) {
     ST_ZOS_OSENV *holder = Zos_OsenvLocateNew();
     return holder->pfnOsdep[n];
@@ -43,12 +78,56 @@ std::string TempDir() {
     return dir;
 }
 
+std::string FreshDir(const std::string &name) {
+    const std::string dir = TempDir() + "/" + name;
+    std::error_code ec;
+    std::filesystem::remove_all(dir, ec);
+    std::filesystem::create_directories(dir, ec);
+    return dir;
+}
+
+std::string Golden(const std::string &name) {
+    const std::filesystem::path here(__FILE__);
+    std::ifstream in(here.parent_path() / "golden" / name, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+std::string Mask(const std::string &text, const std::string &pattern, const std::string &with) {
+    return std::regex_replace(text, std::regex(pattern), with);
+}
+
+std::string ReadFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+std::vector<std::string> FilesIn(const std::string &dir) {
+    std::vector<std::string> out;
+    for (const auto &e : std::filesystem::directory_iterator(dir)) out.push_back(e.path());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+void UseTestLogDir() {
+    const std::string dir = TempDir() + "/logs";
+    ::mkdir(dir.c_str(), 0755);
+    Zos_CfgSetLogDir(dir.c_str());
+}
+
 }  // namespace ktest
 
 void ZosTest::SetUp() {
     ktest::ClearPrinted();
+    ktest::ClearLogged();
     ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
     ASSERT_EQ(Zos_SysInit(), ZOK);
+    ktest::WatchSystemLog();
+    ktest::ClearPrinted();  // the start-up lines
 }
 
 void ZosTest::TearDown() {

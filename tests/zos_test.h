@@ -1,10 +1,12 @@
-// Shared fixture: starts the layer for each test and records what it
-// prints (through the configuration's print hook).
+// Shared fixture: starts the layer for each test, records what it prints
+// (through the configuration's print hook) and every line of the system
+// log (through a log watcher).
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "kestro_lite.h"
 
@@ -16,12 +18,43 @@ void ClearPrinted();
 // The hook itself, for tests that start the layer on their own.
 void PrintHook(const char *text);
 
+// One line of the system log: its level bit and its message (no prefix).
+struct LogLine {
+    uint32_t level;
+    std::string msg;
+};
+// Lines the system log wrote since the last ClearLogged (thread-safe).
+std::vector<LogLine> Logged();
+void ClearLogged();
+// True when a recorded message contains the text.
+bool LoggedContains(const std::string &text);
+// Installs the recording watcher on the system log (the fixture does this
+// after start-up; tests that start the layer on their own call it).
+void WatchSystemLog();
+
 // The platform table slot n of the current holder (created on demand), so a
 // test can replace an operation and restore it.
 ZOS_OSDEP_FUNC &Slot(uint32_t n);
 
 // Directory for files a test writes (under the build tree, or /tmp).
 std::string TempDir();
+// A fresh, empty directory under TempDir for one test.
+std::string FreshDir(const std::string &name);
+// The content of tests/golden/<name>, byte for byte ("" if missing).
+std::string Golden(const std::string &name);
+// Text with every match of the pattern replaced (for masking times and
+// addresses before a golden comparison).
+std::string Mask(const std::string &text, const std::string &pattern, const std::string &with);
+
+// The whole content of a file ("" when missing), and the entries of a
+// directory with their paths, sorted by name.
+std::string ReadFile(const std::string &path);
+std::vector<std::string> FilesIn(const std::string &dir);
+
+// Points the configuration's log directory at TempDir()/logs, so the
+// system log's files stay out of the working directory. Call before
+// Zos_SysInit.
+void UseTestLogDir();
 
 }  // namespace ktest
 

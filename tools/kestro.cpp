@@ -42,12 +42,16 @@ void ShowConfig() {
 }  // namespace
 
 int RunStatus(int /*argc*/, char ** /*argv*/) {
+    // The system log's lines are echoed to the console, so its start-up
+    // line (and any failure the layer logs) shows with the progress lines.
+    Zos_CfgSetLogPrint(1);
     if (Zos_SysInit() != ZOK) {
         std::fprintf(stderr, "kestro: the layer did not start\n");
         return 1;
     }
     std::printf("kestro_lite version %s\n", Kestro_GetVersion());
     ShowConfig();
+    Zos_LogInfo(Zos_LogGetZosId(), "kestro status shown.");
     Zos_SysDestroy();
     return 0;
 }
@@ -56,6 +60,17 @@ namespace {
 
 const Command kCommands[] = {
     {"status", "start the layer, show version and configuration, stop it", RunStatus},
+    {"base64", "[-d] [-u] [TEXT]: Base64 encode (-u URL-safe) or decode", RunBase64},
+    {"base32", "[-d] [TEXT]: Base32 encode or decode", RunBase32},
+    {"hex", "[-d] [TEXT]: upper-case hex encode or decode", RunHex},
+    {"crc32", "[FILE...]: CRC-32 of files or standard input", RunCrc32},
+    {"fcs16", "[FILE...]: PPP FCS-16 of files or standard input", RunFcs16},
+    {"md5", "[FILE...]: MD5 of files or standard input", RunMd5},
+    {"sha1", "[FILE...]: SHA-1 of files or standard input", RunSha1},
+    {"des", "-e|-d KEY [DATA]: DES with length byte and padding, hex key", RunDes},
+    {"milenage", "K RAND SQN AMF --op OP|--opc OPC: f1-f5* and OPc", RunMilenage},
+    {"uuid", "[COUNT]: version-1 UUIDs", RunUuid},
+    {"random", "[16|32|64] [COUNT]: random numbers", RunRandom},
     {"sms", "decode <hex> | submit | deliver | deliver-report: SMS PDUs", RunSms},
     {"utf8", "<text>: its code points and UTF-16 units", RunUtf8},
     {"pinyin", "<text>: the text spelled in pinyin", RunPinyin},

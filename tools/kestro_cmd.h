@@ -12,6 +12,19 @@ struct Command {
 // Starts the layer, shows the version and the configuration, stops it.
 int RunStatus(int argc, char **argv);
 
+// Codecs (cmd_codec.cpp): text codecs encode their argument or standard
+// input, or decode it with -d; digests and checksums take files.
+int RunBase64(int argc, char **argv);
+int RunBase32(int argc, char **argv);
+int RunHex(int argc, char **argv);
+int RunCrc32(int argc, char **argv);
+int RunFcs16(int argc, char **argv);
+int RunMd5(int argc, char **argv);
+int RunSha1(int argc, char **argv);
+int RunDes(int argc, char **argv);
+int RunMilenage(int argc, char **argv);
+int RunUuid(int argc, char **argv);
+int RunRandom(int argc, char **argv);
 // SMS PDUs: "sms decode <hex>", "sms submit", "sms deliver", "sms deliver-report".
 int RunSms(int argc, char **argv);
 // Code points and UTF-16 units of a UTF-8 text.

@@ -69,6 +69,23 @@ const char *FirstReading(uint16_t unit) {
     return n < ZUCS_PINYIN_READINGS ? ppinyin_all_pinyin[n] : nullptr;
 }
 
+// The allocating forms: a heap result of `units` elements (terminator
+// included) filled by `fill`, which returns the count it wrote.
+template <typename T, typename Fill>
+uint32_t AllocResult(T **ppResult, uint32_t *puiCount, uint64_t units, Fill fill) {
+    if (ppResult == nullptr) return ZFAILED;
+    *ppResult = nullptr;
+    if (puiCount != nullptr) *puiCount = 0;
+    const uint64_t bytes = units * sizeof(T);
+    if (bytes > 0x7FFFFFFEu) return ZFAILED;
+    auto *out = static_cast<T *>(Zos_Malloc(static_cast<uint32_t>(bytes)));
+    if (out == nullptr) return ZFAILED;
+    const uint32_t n = fill(out, static_cast<uint32_t>(units));
+    *ppResult = out;
+    if (puiCount != nullptr) *puiCount = n;
+    return ZOK;
+}
+
 }  // namespace
 
 extern "C" {
@@ -136,33 +153,22 @@ KESTRO_API uint32_t Zucs_BmpToUtf8(char *pcOut, uint32_t uiOutSize, const uint16
 
 KESTRO_API uint32_t Zucs_Utf8ToBmpX(uint16_t **ppwResult, uint32_t *puiCount, const char *pcText,
                                     uint32_t uiLen) {
+    // Checked first: the input is not read for a call without a result.
     if (ppwResult == nullptr) return ZFAILED;
-    *ppwResult = nullptr;
-    if (puiCount != nullptr) *puiCount = 0;
-    const uint64_t count = Zucs_Utf8StrLen(pcText, uiLen);
-    const uint64_t bytes = (count + 1) * sizeof(uint16_t);
-    if (bytes > 0x7FFFFFFEu) return ZFAILED;
-    auto *out = static_cast<uint16_t *>(Zos_Malloc(static_cast<uint32_t>(bytes)));
-    if (out == nullptr) return ZFAILED;
-    const uint32_t n = Zucs_Utf8ToBmp(out, static_cast<uint32_t>(count + 1), pcText, uiLen);
-    *ppwResult = out;
-    if (puiCount != nullptr) *puiCount = n;
-    return ZOK;
+    const uint64_t units = uint64_t{Zucs_Utf8StrLen(pcText, uiLen)} + 1;
+    return AllocResult(ppwResult, puiCount, units, [&](uint16_t *out, uint32_t n) {
+        return Zucs_Utf8ToBmp(out, n, pcText, uiLen);
+    });
 }
 
 KESTRO_API uint32_t Zucs_BmpToUtf8X(char **ppcResult, uint32_t *puiSize, const uint16_t *pwStr,
                                     uint32_t uiCount) {
+    // Checked first: the input is not read for a call without a result.
     if (ppcResult == nullptr) return ZFAILED;
-    *ppcResult = nullptr;
-    if (puiSize != nullptr) *puiSize = 0;
-    const uint64_t size = Zucs_Utf8Size(pwStr, uiCount);
-    if (size + 1 > 0x7FFFFFFEu) return ZFAILED;
-    auto *out = static_cast<char *>(Zos_Malloc(static_cast<uint32_t>(size + 1)));
-    if (out == nullptr) return ZFAILED;
-    const uint32_t n = Zucs_BmpToUtf8(out, static_cast<uint32_t>(size + 1), pwStr, uiCount);
-    *ppcResult = out;
-    if (puiSize != nullptr) *puiSize = n;
-    return ZOK;
+    const uint64_t units = uint64_t{Zucs_Utf8Size(pwStr, uiCount)} + 1;
+    return AllocResult(ppcResult, puiSize, units, [&](char *out, uint32_t n) {
+        return Zucs_BmpToUtf8(out, n, pwStr, uiCount);
+    });
 }
 
 KESTRO_API uint32_t Zucs_BmpToCpStr(char *pcOut, uint32_t uiOutSize, const uint16_t * /*pwStr*/,

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "zos_cfg_rec.h"
+#include "zos_dbuf.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
 #include "zos_mem.h"
@@ -243,6 +244,18 @@ KESTRO_API char *Zos_SysStrFAlloc(const char *pcFormat, ...) {
     va_start(ap, pcFormat);
     Zos_VSPrintf(text, pcFormat, ap);
     va_end(ap);
+    return text;
+}
+
+KESTRO_API char *Zos_SysStrDAlloc(ZDBUF zDbuf) {
+    const uint32_t len = Zos_DbufLen(zDbuf);
+    if (len == 0) return nullptr;
+    char *text = Zos_SysStrAllocN(len);
+    if (text == nullptr) return nullptr;
+    if (Zos_DbufCopyD(zDbuf, 0, len, text) != ZOK) {
+        Zos_SysStrFree(text);
+        return nullptr;
+    }
     return text;
 }
 

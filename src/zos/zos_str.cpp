@@ -3,10 +3,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "zos_dbuf.h"
 #include "zos_fmt.h"
 #include "zos_mem.h"
 #include "zos_str.h"
 #include "zos_sys.h"
+#include "zos_ubuf.h"
 #include "zos_util.h"
 
 namespace {
@@ -307,6 +309,23 @@ KESTRO_API uint32_t Zos_NStrUXCpy(char *pcDst, uint32_t uiSize, const ST_ZOS_SST
     const bool empty = pstSrc == nullptr || pstSrc->pcStr == nullptr || pstSrc->uiLen == 0;
     if (empty && (pcDst == nullptr || uiSize == 0)) return ZOK;
     return Zos_NStrXCpy(pcDst, uiSize, pstSrc);
+}
+
+KESTRO_API uint32_t Zos_NStrDCpy(char *pcDst, uint32_t uiSize, ZDBUF zDbuf) {
+    if (pcDst == nullptr || uiSize == 0) return ZFAILED;
+    const uint32_t len = Zos_DbufLen(zDbuf);
+    const uint32_t n = len < uiSize - 1 ? len : uiSize - 1;
+    if (n != 0 && Zos_DbufCopyD(zDbuf, 0, n, pcDst) != ZOK) {
+        pcDst[0] = '\0';
+        ZOS_LOG_ERR("NStrDCpy copy the data.");
+        return ZFAILED;
+    }
+    pcDst[n] = '\0';
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_SStrXCpy(ZUBUF zBuf, ST_ZOS_SSTR *pstDst, const ST_ZOS_SSTR *pstSrc) {
+    return Zos_UbufCpyXSStr(zBuf, pstSrc, pstDst);
 }
 
 KESTRO_API uint32_t Zos_StrFCpy(char **ppcCursor, uint16_t *pusRemain, const char *pcSrc) {

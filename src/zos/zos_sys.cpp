@@ -3,13 +3,17 @@
 #include <cstring>
 
 #include "zos_cfg_rec.h"
+#include "zos_dbuf.h"
+#include "zos_dump.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
+#include "zos_log_int.h"
 #include "zos_mem.h"
 #include "zos_osdep.h"
 #include "zos_pmem.h"
 #include "zos_print.h"
 #include "zos_time.h"
+#include "zos_trace.h"
 #include "zos_util.h"
 
 namespace {
@@ -46,11 +50,18 @@ struct InitStep {
     const char *failText;
 };
 
+// clang-format off: one step per line keeps the order easy to read and edit.
 constexpr InitStep kInitSteps[] = {
     {Zos_TimeInit, "time init ok.", "init time fail!\r\n"},
+    {Zos_PrintInit, "print init ok.", "init print fail!\r\n"},
+    {Zos_LogInit, "log init ok.", "init log fail!\r\n"},
     {Zos_MemInit, "memory init ok.", "init memory fail!\r\n"},
+    {Zos_DumpInit, "dump init ok.", "init dump fail!\r\n"},
+    {Zos_TraceInit, "trace init ok.", "init trace fail!\r\n"},
+    {Zos_DbufInit, "dbuf init ok.", "init dbuf fail!\r\n"},
     {Zos_PMemInit, "pmem init ok.", "init pmem fail!\r\n"},
 };
+// clang-format on
 
 // One shut-down step; a null destroy only prints its line.
 struct DestroyStep {
@@ -58,12 +69,19 @@ struct DestroyStep {
     const char *okText;
 };
 
+// clang-format off
 constexpr DestroyStep kDestroySteps[] = {
     {Zos_TimeDestroy, "time destroy ok."},
     {Zos_PMemDestroy, "pmem destroy ok."},
+    {Zos_DbufDestroy, "dbuf destroy ok."},
+    {Zos_TraceDestroy, "trace destroy ok."},
+    {Zos_DumpDestroy, "dump destroy ok."},
+    {Zos_LogDestroy, "log destroy ok."},
+    {Zos_PrintDestroy, "print destroy ok."},
     {Zos_MemDestroy, "memory destroy ok."},
     {nullptr, "system destroy ok."},
 };
+// clang-format on
 
 // Month number of a three-letter English month name, 0 if none.
 uint32_t MonthOf(const char *s) {
@@ -304,14 +322,7 @@ KESTRO_API void Zos_SysInitPrint(const char *pcText) {
     if (cfg->LogPrint == 0 || (cfg->LogLevel & ZOS_LOG_LEVEL_INFO) == 0) return;
 
     ST_ZOS_SYS_TIME t{};
-    if (cfg->LogDispTimeInMs != 0) {
-        ST_ZOS_EPOCH_TIME now{};
-        Zos_GetEpochTime(&now);
-        Zos_Time2SysTime(now.llSec, &t);
-        t.uiMillisecond = now.uiNsec / 1000000u;
-    } else {
-        Zos_SysTime(&t);
-    }
+    zos::LogStampTime(cfg->LogDispTimeInMs != 0, &t);
     const int yy = t.wYear % 2000;
     const long ms = static_cast<long>(t.uiMillisecond);
     const bool date = cfg->LogDispDateSupt != 0;

@@ -1,0 +1,197 @@
+// Data buffers against std::string and std::vector: a 1400-byte payload
+// with three 20-byte headers put in front, payloads appended one after the
+// other, and flattening a chain of payloads into one contiguous copy.
+// Arenas against jemalloc: many small objects allocated, then all freed.
+#include <benchmark/benchmark.h>
+#include <jemalloc/jemalloc.h>
+
+#include <string>
+#include <vector>
+
+#include "kestro_lite.h"
+
+namespace {
+
+constexpr uint32_t kPayload = 1400;
+constexpr uint32_t kHeader = 20;
+constexpr int kHeaders = 3;
+constexpr int kPayloads = 8;
+constexpr int kObjects = 256;
+
+const std::string &Payload() {
+    static const std::string p(kPayload, 'p');
+    return p;
+}
+
+const std::string &Header() {
+    static const std::string h(kHeader, 'h');
+    return h;
+}
+
+void Quiet(const char *) {}
+
+// The layer, started once for the whole run (its data-buffer pool).
+void Start() {
+    static const bool started = [] {
+        Zos_CfgSetPrintDisp(Quiet);
+        return Zos_SysInit() == ZOK;
+    }();
+    if (!started) std::abort();
+}
+
+// The data-buffer pool (arg 0), which as configured releases a block
+// bucket's memory whenever it falls wholly free, or a pool with the same
+// buckets that keeps its blocks (arg 1): the steady state of an engine
+// with many buffers alive.
+ZPOOL PoolFor(const benchmark::State &state) {
+    static const ZPOOL steady = [] {
+        ST_ZOS_POOL_CFG cfg = *Zos_CfgGetDbufPool();
+        cfg.ucShrink = 0;
+        return Zos_PoolCreate(&cfg);
+    }();
+    return state.range(0) == 0 ? nullptr : steady;
+}
+
+// Sizes of the small objects: 16 to 96 bytes in a fixed cycle.
+uint32_t ObjectSize(int i) {
+    return 16 + static_cast<uint32_t>(i * 37 % 81);
+}
+
+// ---------------------------------------------------------------------
+// Payload with headers in front
+
+void PacketDbuf(benchmark::State &state) {
+    Start();
+    ZPOOL pool = PoolFor(state);
+    for (auto _ : state) {
+        ZDBUF b = Zos_DbufCreate(pool, 1, 256);
+        Zos_DbufPstAddMultD(b, Payload().data(), kPayload);
+        for (int i = 0; i < kHeaders; ++i) Zos_DbufPreAddMultD(b, Header().data(), kHeader);
+        benchmark::DoNotOptimize(b);
+        Zos_DbufDelete(b);
+    }
+}
+
+void PacketString(benchmark::State &state) {
+    for (auto _ : state) {
+        std::string s;
+        s.append(Payload());
+        for (int i = 0; i < kHeaders; ++i) s.insert(0, Header());
+        benchmark::DoNotOptimize(s.data());
+    }
+}
+
+void PacketVector(benchmark::State &state) {
+    for (auto _ : state) {
+        std::vector<char> v;
+        v.insert(v.end(), Payload().begin(), Payload().end());
+        for (int i = 0; i < kHeaders; ++i) v.insert(v.begin(), Header().begin(), Header().end());
+        benchmark::DoNotOptimize(v.data());
+    }
+}
+
+// ---------------------------------------------------------------------
+// Payloads appended
+
+void AppendDbuf(benchmark::State &state) {
+    Start();
+    ZPOOL pool = PoolFor(state);
+    for (auto _ : state) {
+        ZDBUF b = Zos_DbufCreate(pool, 1, 2048);
+        for (int i = 0; i < kPayloads; ++i) Zos_DbufPstAddMultD(b, Payload().data(), kPayload);
+        benchmark::DoNotOptimize(b);
+        Zos_DbufDelete(b);
+    }
+}
+
+void AppendString(benchmark::State &state) {
+    for (auto _ : state) {
+        std::string s;
+        for (int i = 0; i < kPayloads; ++i) s.append(Payload());
+        benchmark::DoNotOptimize(s.data());
+    }
+}
+
+void AppendVector(benchmark::State &state) {
+    for (auto _ : state) {
+        std::vector<char> v;
+        for (int i = 0; i < kPayloads; ++i) v.insert(v.end(), Payload().begin(), Payload().end());
+        benchmark::DoNotOptimize(v.data());
+    }
+}
+
+// ---------------------------------------------------------------------
+// Flattening a chain of payloads into one contiguous copy
+
+void FlattenDbuf(benchmark::State &state) {
+    Start();
+    ZDBUF b = Zos_DbufCreate(PoolFor(state), 1, 2048);
+    for (int i = 0; i < kPayloads; ++i) Zos_DbufPstAddMultD(b, Payload().data(), kPayload);
+    for (auto _ : state) {
+        ZDBUF flat = Zos_DbufFlat(b);
+        benchmark::DoNotOptimize(flat);
+        Zos_DbufDelete(flat);
+    }
+    Zos_DbufDelete(b);
+}
+
+void FlattenString(benchmark::State &state) {
+    const std::vector<std::string> chunks(kPayloads, Payload());
+    for (auto _ : state) {
+        std::string s;
+        s.reserve(kPayloads * kPayload);
+        for (const std::string &c : chunks) s.append(c);
+        benchmark::DoNotOptimize(s.data());
+    }
+}
+
+void FlattenVector(benchmark::State &state) {
+    const std::vector<std::vector<char>> chunks(
+        kPayloads, std::vector<char>(Payload().begin(), Payload().end()));
+    for (auto _ : state) {
+        std::vector<char> v;
+        v.reserve(kPayloads * kPayload);
+        for (const auto &c : chunks) v.insert(v.end(), c.begin(), c.end());
+        benchmark::DoNotOptimize(v.data());
+    }
+}
+
+// ---------------------------------------------------------------------
+// Many small objects: an arena dropped whole, or one jemalloc free each
+
+void ArenaSmallObjects(benchmark::State &state) {
+    Start();
+    for (auto _ : state) {
+        ZCBUF c = Zos_CbufCreate(4096);
+        for (int i = 0; i < kObjects; ++i)
+            benchmark::DoNotOptimize(Zos_CbufAlloc(c, ObjectSize(i)));
+        Zos_CbufDelete(c);
+    }
+    state.SetItemsProcessed(state.iterations() * kObjects);
+}
+
+void JemallocSmallObjects(benchmark::State &state) {
+    void *objs[kObjects];
+    for (auto _ : state) {
+        for (int i = 0; i < kObjects; ++i) {
+            objs[i] = mallocx(ObjectSize(i), 0);
+            benchmark::DoNotOptimize(objs[i]);
+        }
+        for (int i = 0; i < kObjects; ++i) dallocx(objs[i], 0);
+    }
+    state.SetItemsProcessed(state.iterations() * kObjects);
+}
+
+}  // namespace
+
+BENCHMARK(PacketDbuf)->Arg(0)->Arg(1);
+BENCHMARK(PacketString);
+BENCHMARK(PacketVector);
+BENCHMARK(AppendDbuf)->Arg(0)->Arg(1);
+BENCHMARK(AppendString);
+BENCHMARK(AppendVector);
+BENCHMARK(FlattenDbuf)->Arg(0)->Arg(1);
+BENCHMARK(FlattenString);
+BENCHMARK(FlattenVector);
+BENCHMARK(ArenaSmallObjects);
+BENCHMARK(JemallocSmallObjects);

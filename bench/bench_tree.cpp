@@ -1,0 +1,160 @@
+// The red-black tree against std::map (insert, find, remove of 1,000 and
+// 100,000 keys in random order) and the hash table against
+// std::unordered_map (find among 1,000 entries).
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <unordered_map>
+#include <vector>
+
+#include "kestro_lite.h"
+
+namespace {
+
+struct Layer {
+    Layer() { Zos_SysInit(); }
+    ~Layer() { Zos_SysDestroy(); }
+};
+
+void EnsureLayer() {
+    static Layer layer;
+}
+
+// Distinct keys in random order, the same for every run of one size.
+const std::vector<uintptr_t> &Keys(size_t n) {
+    static std::map<size_t, std::vector<uintptr_t>> cache;
+    auto &keys = cache[n];
+    if (keys.empty()) {
+        for (size_t i = 0; i < n; ++i) keys.push_back(i * 2654435761u % 0xFFFFFFFBu);
+        std::shuffle(keys.begin(), keys.end(), std::mt19937(42));
+    }
+    return keys;
+}
+
+ZRBT BuildTree(const std::vector<uintptr_t> &keys) {
+    ZRBT tree = Zos_RbtCreate(nullptr);
+    for (uintptr_t k : keys) Zos_RbtAdd(tree, k, k);
+    return tree;
+}
+
+std::map<uintptr_t, uintptr_t> BuildMap(const std::vector<uintptr_t> &keys) {
+    std::map<uintptr_t, uintptr_t> map;
+    for (uintptr_t k : keys) map.emplace(k, k);
+    return map;
+}
+
+void TreeInsert_Rbt(benchmark::State &state) {
+    EnsureLayer();
+    const auto &keys = Keys(state.range(0));
+    for (auto _ : state) {
+        ZRBT tree = BuildTree(keys);
+        benchmark::DoNotOptimize(tree);
+        Zos_RbtDelete(tree);
+    }
+    state.SetItemsProcessed(state.iterations() * keys.size());
+}
+
+void TreeInsert_StdMap(benchmark::State &state) {
+    const auto &keys = Keys(state.range(0));
+    for (auto _ : state) {
+        auto map = BuildMap(keys);
+        benchmark::DoNotOptimize(map);
+    }
+    state.SetItemsProcessed(state.iterations() * keys.size());
+}
+
+void TreeFind_Rbt(benchmark::State &state) {
+    EnsureLayer();
+    const auto &keys = Keys(state.range(0));
+    ZRBT tree = BuildTree(keys);
+    for (auto _ : state) {
+        for (uintptr_t k : keys) benchmark::DoNotOptimize(Zos_RbtFind(tree, k));
+    }
+    Zos_RbtDelete(tree);
+    state.SetItemsProcessed(state.iterations() * keys.size());
+}
+
+void TreeFind_StdMap(benchmark::State &state) {
+    const auto &keys = Keys(state.range(0));
+    auto map = BuildMap(keys);
+    for (auto _ : state) {
+        for (uintptr_t k : keys) benchmark::DoNotOptimize(map.find(k));
+    }
+    state.SetItemsProcessed(state.iterations() * keys.size());
+}
+
+// Removal of every key (in another random order); the tree is rebuilt
+// outside the timed part.
+void TreeRemove_Rbt(benchmark::State &state) {
+    EnsureLayer();
+    const auto &keys = Keys(state.range(0));
+    std::vector<uintptr_t> order(keys);
+    std::shuffle(order.begin(), order.end(), std::mt19937(7));
+    for (auto _ : state) {
+        state.PauseTiming();
+        ZRBT tree = BuildTree(keys);
+        state.ResumeTiming();
+        for (uintptr_t k : order) Zos_RbtRmv(tree, k);
+        state.PauseTiming();
+        Zos_RbtDelete(tree);
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * keys.size());
+}
+
+void TreeRemove_StdMap(benchmark::State &state) {
+    const auto &keys = Keys(state.range(0));
+    std::vector<uintptr_t> order(keys);
+    std::shuffle(order.begin(), order.end(), std::mt19937(7));
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto map = BuildMap(keys);
+        state.ResumeTiming();
+        for (uintptr_t k : order) map.erase(k);
+        benchmark::DoNotOptimize(map);
+    }
+    state.SetItemsProcessed(state.iterations() * keys.size());
+}
+
+// With Zos_HashKeyFromUint32 the key data is the seed (0 here) and the
+// value comes as argument 1.
+uint32_t WordCmp(uintptr_t zItem, uintptr_t, uintptr_t zValue, uintptr_t) {
+    return zItem == zValue ? 0 : 1;
+}
+
+void HashFind_Zos(benchmark::State &state) {
+    EnsureLayer();
+    const auto &keys = Keys(1000);
+    ST_ZOS_HASH hash;
+    Zos_HashCreate(&hash, 1024, Zos_HashKeyFromUint32, WordCmp);
+    for (uintptr_t k : keys) Zos_HashInsert(&hash, k, 0, k, 0);
+    uintptr_t item = 0;
+    for (auto _ : state) {
+        for (uintptr_t k : keys) benchmark::DoNotOptimize(Zos_HashFind(&hash, 0, k, 0, &item));
+    }
+    Zos_HashDelete(&hash);
+    state.SetItemsProcessed(state.iterations() * keys.size());
+}
+
+void HashFind_StdUnorderedMap(benchmark::State &state) {
+    const auto &keys = Keys(1000);
+    std::unordered_map<uintptr_t, uintptr_t> map;
+    for (uintptr_t k : keys) map.emplace(k, k);
+    for (auto _ : state) {
+        for (uintptr_t k : keys) benchmark::DoNotOptimize(map.find(k));
+    }
+    state.SetItemsProcessed(state.iterations() * keys.size());
+}
+
+}  // namespace
+
+BENCHMARK(TreeInsert_Rbt)->Arg(1000)->Arg(100000);
+BENCHMARK(TreeInsert_StdMap)->Arg(1000)->Arg(100000);
+BENCHMARK(TreeFind_Rbt)->Arg(1000)->Arg(100000);
+BENCHMARK(TreeFind_StdMap)->Arg(1000)->Arg(100000);
+BENCHMARK(TreeRemove_Rbt)->Arg(1000)->Arg(100000);
+BENCHMARK(TreeRemove_StdMap)->Arg(1000)->Arg(100000);
+BENCHMARK(HashFind_Zos);
+BENCHMARK(HashFind_StdUnorderedMap);

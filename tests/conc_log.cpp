@@ -1,0 +1,82 @@
+// Several threads log to one log with a rotating file while others print
+// and write to the system log: every line arrives whole, once, in each
+// thread's order.
+#include <atomic>
+#include <map>
+#include <sstream>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "zos_test.h"
+
+namespace {
+
+std::atomic<int> g_watched{0};
+
+void CountLine(void *, uint32_t, const char *) {
+    g_watched.fetch_add(1, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+TEST_F(ZosTest, ThreadsShareOneLogWithARotatingFile) {
+    const std::string dir = ktest::FreshDir("conc");
+    ASSERT_EQ(Zos_CfgSetLogFileSize(20000), ZOK);
+    ASSERT_EQ(Zos_CfgSetLogFileCount(200), ZOK);
+    ZLOGID log = Zos_LogCreateX("CONC", (dir + "/conc.log").c_str(), ZOS_LOG_FLAG_MUTEX,
+                                ZOS_LOG_LEVEL_ALL, 4096);
+    ASSERT_NE(log, nullptr);
+    g_watched = 0;
+    Zos_LogSetWatcher(log, CountLine, nullptr);
+
+    constexpr int kThreads = 4;
+    constexpr int kLines = 1500;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t, log] {
+            for (int i = 0; i < kLines; ++i) {
+                const std::string pad(static_cast<size_t>(i % 50), 'x');
+                Zos_LogInfo(log, "t%d n%05d %s", t, i, pad.c_str());
+            }
+        });
+    }
+    // Meanwhile: console lines and system-log lines from another thread.
+    threads.emplace_back([] {
+        for (int i = 0; i < 300; ++i) {
+            Zos_Printf("print %d\n", i);
+            Zos_LogInfo(Zos_LogGetZosId(), "system %d", i);
+        }
+    });
+    for (std::thread &th : threads) th.join();
+    ASSERT_EQ(Zos_LogFlush(log), ZOK);
+    EXPECT_EQ(Zos_LogDelete(log), ZOK);
+    EXPECT_EQ(g_watched.load(), kThreads * kLines);
+    EXPECT_EQ(ktest::Logged().size(), 300u);
+
+    const std::vector<std::string> files = ktest::FilesIn(dir);  // oldest first
+    EXPECT_GT(files.size(), 5u);  // it rotated while the threads wrote
+
+    const std::regex shape(R"(\d\d:\d\d:\d\d\.\d{3} CONC: INFO: t(\d) n(\d{5}) (x*))");
+    std::map<int, int> next;
+    int total = 0;
+    for (const std::string &f : files) {
+        std::istringstream in(ktest::ReadFile(f));
+        std::string line;
+        ASSERT_TRUE(std::getline(in, line));
+        EXPECT_EQ(line, "#ZOSLOG#\r");
+        while (std::getline(in, line)) {
+            std::smatch m;
+            ASSERT_TRUE(std::regex_match(line, m, shape)) << f << ": " << line;
+            const int t = std::stoi(m[1]);
+            const int n = std::stoi(m[2]);
+            EXPECT_EQ(m[3].length(), n % 50) << line;
+            EXPECT_EQ(n, next[t]) << "thread " << t << " in " << f;
+            next[t] = n + 1;
+            ++total;
+        }
+    }
+    EXPECT_EQ(total, kThreads * kLines);
+    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(next[t], kLines) << t;
+}
