@@ -165,7 +165,9 @@ KESTRO_API uint32_t Zpand_SemDelete(ZSEM *pzSem) {
 KESTRO_API uint32_t Zpand_SemWait(ZSEM *pzSem, uint32_t uiTimeout) {
     auto *s = From<Sem>(pzSem);
     if (s == nullptr) return ZFAILED;
-    const timespec deadline = Deadline(uiTimeout);
+    // Only a bounded wait needs the clock.
+    const bool bounded = uiTimeout != 0xFFFFFFFFu && uiTimeout != 0;
+    const timespec deadline = bounded ? Deadline(uiTimeout) : timespec{};
     pthread_mutex_lock(&s->mutex);
     int rc = 0;
     while (s->count == 0 && rc == 0) {
