@@ -67,7 +67,7 @@ void ReleaseAll(Bucket *b) {
     Zos_DlistDelete(&b->stBlocks);
     if (b->ucLocked) Zos_MutexDelete(&b->zMutex);
     b->uiMagic = 0;
-    Zos_Free(b);
+    zos::FreeLine(b);
 }
 
 }  // namespace
@@ -88,7 +88,7 @@ KESTRO_API ZDBKT Zos_DbktCreate(uint32_t bLocked, uint32_t bCheck, uint32_t uiNo
     if (area < 2 * sizeof(void *)) area = 2 * sizeof(void *);
     area = (area + sizeof(void *) - 1) & ~static_cast<uint32_t>(sizeof(void *) - 1);
 
-    auto *b = static_cast<Bucket *>(Zos_MallocClrd(sizeof(Bucket)));
+    auto *b = static_cast<Bucket *>(zos::MallocLine(sizeof(Bucket)));
     if (b == nullptr) {
         ZOS_LOG_ERR("DbktCreate alloc bucket.");
         return nullptr;
@@ -102,7 +102,7 @@ KESTRO_API ZDBKT Zos_DbktCreate(uint32_t bLocked, uint32_t bCheck, uint32_t uiNo
     b->uiStride = area + sizeof(NodeHead);
     if (b->ucLocked && Zos_MutexCreate(&b->zMutex) != ZOK) {
         ZOS_LOG_ERR("DbktCreate create mutex.");
-        Zos_Free(b);
+        zos::FreeLine(b);
         return nullptr;
     }
     // Without growth the bucket is its first block and nothing more.

@@ -10,6 +10,7 @@
 
 #include "zos_dbkt.h"
 #include "zos_dlist_link.h"
+#include "zos_lite_lock.h"
 
 namespace zos::dbkt {
 
@@ -56,9 +57,10 @@ struct Bucket {
     uint32_t uiGets;
     uint32_t uiPuts;
     uint32_t uiPeak;
-    uint32_t uiNodeSize;  // caller's area plus the tag
+    uintptr_t zTaker;  // owned: the thread that took the last node
     ST_ZOS_DLIST stFree;
-    uint32_t uiStride;  // bytes per node inside a block
+    uint32_t uiNodeSize;  // caller's area plus the tag
+    uint32_t uiStride;    // bytes per node inside a block
     ZMUTEX zMutex;
     ST_ZOS_DLIST stBlocks;
 };
@@ -89,13 +91,16 @@ __attribute__((cold, noinline)) void Fault(const char *text);
 // Node hand-out. `covered`: a lock held by the caller (the bucket's own,
 // or the owner's) serialises the bucket's lists, so their mutexes are not
 // taken. `owned`: the bucket belongs to one container that keeps its nodes
-// to itself, under its own lock (the queues). Such a bucket puts a node
-// back at the head of the free list, so the container reuses the node it
-// freed last, still in the cache, rather than the one freed longest ago;
-// and its blocks do not keep their own free counts, which nothing reads
-// and which would move a block's header between the cores of a producer
-// and a consumer on every node. Which node serves is not seen outside such
-// a container; the bucket's own counters are kept the same either way.
+// to itself, under its own lock (the queues). Which node serves is then
+// not seen outside, so such a bucket picks the end of the free list a node
+// goes back to by cache: the head when the thread that gives it back took
+// the last node (one thread adding and polling reuses the node it just
+// freed, still in its cache), else the tail, as any bucket does (a
+// producer then does not take, one by one, the nodes its consumer has just
+// written). Its blocks do not keep their own free counts either: nothing
+// reads them, and the block header shared by many nodes would move between
+// a producer's and a consumer's cores on every node. The bucket's own
+// counters are kept the same either way.
 
 // Takes the free-list head, first growing the bucket when the list is
 // empty; null (logged) when no node can be had.
@@ -121,7 +126,11 @@ __attribute__((always_inline)) inline void *DblkGetNode(Bucket *b, bool covered,
         return nullptr;
     }
     head->uiTag = kUsedTag;
-    if (!owned) blk->uiFree--;
+    if (owned) {
+        b->zTaker = ThreadTag();
+    } else {
+        blk->uiFree--;
+    }
     b->usFree--;
     b->uiGets++;
     const uint32_t used = static_cast<uint32_t>(b->usTotal) - b->usFree;
@@ -129,8 +138,8 @@ __attribute__((always_inline)) inline void *DblkGetNode(Bucket *b, bool covered,
     return link;
 }
 
-// Puts a node in use back on the free list (at its tail unless `owned`);
-// 1 (logged) for a node that is not one in use.
+// Puts a node in use back on the free list; 1 (logged) for a node that is
+// not one in use.
 __attribute__((always_inline)) inline uint32_t DblkPutNode(Bucket *b, void *pNode, bool covered,
                                                            bool owned) {
     NodeHead *head = HeadOf(pNode);
@@ -139,7 +148,7 @@ __attribute__((always_inline)) inline uint32_t DblkPutNode(Bucket *b, void *pNod
         return ZFAILED;
     }
     head->uiTag = kFreeTag;
-    if (owned) {
+    if (owned && b->zTaker == ThreadTag()) {
         DlistLinkHead(&b->stFree, static_cast<Link *>(pNode));
     } else if (DlistAppend(&b->stFree, static_cast<Link *>(pNode), covered) != ZOK) {
         head->uiTag = kUsedTag;

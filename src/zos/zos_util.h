@@ -3,6 +3,7 @@
 
 #include "zos_lock.h"
 #include "zos_log.h"
+#include "zos_mem.h"
 
 // The one road for the layer's failure and warning lines: the system log.
 #define ZOS_LOG_ERR(...) ((void)Zos_LogError(Zos_LogGetZosId(), __VA_ARGS__))
@@ -26,5 +27,29 @@ class MutexGuard {
   private:
     ZMUTEX *mutex_;
 };
+
+// Zeroed memory from Zos_MallocClrd that starts on a cache line, for a
+// record whose hot fields threads on different cores take turns to change:
+// laid out within one line they then move between the cores as one. The
+// distance back to the block itself sits in the byte before the start.
+constexpr uint32_t kCacheLine = 64;
+
+inline void *MallocLine(uint32_t size) {
+    if (size > 0x7FFFFFFFu - kCacheLine) return nullptr;
+    auto *raw =
+        static_cast<unsigned char *>(Zos_MallocClrd(static_cast<int32_t>(size + kCacheLine)));
+    if (raw == nullptr) return nullptr;
+    const uintptr_t start =
+        (reinterpret_cast<uintptr_t>(raw) + kCacheLine) & ~uintptr_t{kCacheLine - 1};
+    auto *p = reinterpret_cast<unsigned char *>(start);
+    p[-1] = static_cast<unsigned char>(p - raw);
+    return p;
+}
+
+inline void FreeLine(void *p) {
+    if (p == nullptr) return;
+    auto *start = static_cast<unsigned char *>(p);
+    Zos_Free(start - start[-1]);
+}
 
 }  // namespace zos
