@@ -27,12 +27,15 @@ struct PNode {
     uintptr_t zItem;
 };
 
-// Allocated as one block: this header, then uiHighest + 1 level lists.
-struct PQueue {
+// Allocated as one block on a cache line: this header, then uiHighest + 1
+// level lists, which start on a line of their own so that adds and polls
+// changing them do not move the header's read-mostly half between cores.
+struct alignas(zos::kCacheLine) PQueue {
     uint32_t uiMagic;
     uint32_t uiHighest;
     uint32_t uiTop;
     uint32_t uiItemCount;
+    uint32_t uiBusy;  // locked queues: bit n set while level n holds items
     zos::QueueGate stGate;
     ZDBKT zBkt;
     ST_ZOS_DLIST *pstLevels;
@@ -56,8 +59,25 @@ PNode *FindAt(const ST_ZOS_DLIST *level, uintptr_t zItem) {
     return nullptr;
 }
 
-// First non-empty level in [from, to), or kNoLevel.
+// Keeps the busy bit of a level of a locked queue after a change to it.
+void NoteLevel(PQueue *q, uint32_t level) {
+    if (!q->stGate.ucLocked) return;
+    if (q->pstLevels[level].pstHead != nullptr) {
+        q->uiBusy |= 1u << level;
+    } else {
+        q->uiBusy &= ~(1u << level);
+    }
+}
+
+// First non-empty level in [from, to), or kNoLevel. A locked queue reads
+// its busy bits rather than the level lists, whose cache lines the adding
+// threads keep changing.
 uint32_t FirstBusy(const PQueue *q, uint32_t from, uint32_t to) {
+    if (q->stGate.ucLocked) {
+        const uint32_t below = to >= 32 ? ~0u : (1u << to) - 1;
+        const uint32_t busy = q->uiBusy & below & ~((1u << from) - 1);
+        return busy != 0 ? static_cast<uint32_t>(__builtin_ctz(busy)) : kNoLevel;
+    }
     for (uint32_t i = from; i < to; ++i) {
         if (q->pstLevels[i].pstHead != nullptr) return i;
     }
@@ -69,7 +89,7 @@ void Destroy(PQueue *q, uint32_t levelsMade) {
     for (uint32_t i = 0; i < levelsMade; ++i) Zos_DlistDelete(&q->pstLevels[i]);
     if (q->zBkt != nullptr) Zos_DbktDelete(q->zBkt);
     q->uiMagic = 0;
-    Zos_Free(q);
+    zos::FreeLine(q);
 }
 
 }  // namespace
@@ -91,7 +111,7 @@ KESTRO_API uint32_t Zos_PQueueCreate(uint32_t bLocked, uint32_t bBlocking, uint3
     }
     const uint32_t levels = uiHighest + 1;
     auto *q = static_cast<PQueue *>(
-        Zos_MallocClrd(static_cast<int32_t>(sizeof(PQueue) + levels * sizeof(ST_ZOS_DLIST))));
+        zos::MallocLine(static_cast<uint32_t>(sizeof(PQueue) + levels * sizeof(ST_ZOS_DLIST))));
     if (q == nullptr) {
         ZOS_LOG_ERR("PQueueCreate alloc queue.");
         return ZFAILED;
@@ -160,6 +180,7 @@ KESTRO_API uint32_t Zos_PQueueAdd(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
             zos::DbktPut(q->zBkt, node, covered);
             return ZFAILED;
         }
+        if (covered) q->uiBusy |= 1u << uiLevel;
         if (uiLevel < q->uiTop) q->uiTop = uiLevel;
         // Only the empty-to-non-empty step wakes a poller.
         post = q->uiItemCount++ == 0 && zos::GateMustPost(&q->stGate);
@@ -194,6 +215,7 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
     zos::DbktPut(q->zBkt, node, covered);
     q->uiItemCount--;
     if (level->pstHead == nullptr) {
+        NoteLevel(q, top);
         // Scans up to the highest level inclusive (unlike Rmv's rescan).
         q->uiTop = q->uiItemCount == 0 ? kNoLevel : FirstBusy(q, top, q->uiHighest + 1);
     }
@@ -223,6 +245,7 @@ KESTRO_API uint32_t Zos_PQueueRmv(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
     }
     zos::DbktPut(q->zBkt, node, covered);
     q->uiItemCount--;
+    NoteLevel(q, uiLevel);
     if (level->pstHead == nullptr && q->uiTop == uiLevel) {
         // This rescan stops short of the highest level: items left only
         // there wait for the next add to lower top again. Callers rely on

@@ -52,7 +52,7 @@ void Destroy(Queue *q) {
     if (q->zBkt != nullptr) Zos_DbktDelete(q->zBkt);
     Zos_DlistDelete(&q->stItems);
     q->uiMagic = 0;
-    Zos_Free(q);
+    zos::FreeLine(q);
 }
 
 }  // namespace
@@ -102,7 +102,7 @@ KESTRO_API uint32_t Zos_QueueCreate(uint32_t bLocked, uint32_t bBlocking, uint32
         ZOS_LOG_ERR("QueueCreate queue size is 0.");
         return ZFAILED;
     }
-    auto *q = static_cast<Queue *>(Zos_MallocClrd(sizeof(Queue)));
+    auto *q = static_cast<Queue *>(zos::MallocLine(sizeof(Queue)));
     if (q == nullptr) {
         ZOS_LOG_ERR("QueueCreate alloc queue.");
         return ZFAILED;
