@@ -30,7 +30,7 @@ struct PNode {
 // Allocated as one block on a cache line: this header, then uiHighest + 1
 // level lists, which start on a line of their own so that adds and polls
 // changing them do not move the header's read-mostly half between cores.
-struct alignas(zos::kCacheLine) PQueue {
+struct PQueue {
     uint32_t uiMagic;
     uint32_t uiHighest;
     uint32_t uiTop;
@@ -43,7 +43,10 @@ struct alignas(zos::kCacheLine) PQueue {
     uint32_t uiMaxCount;
 };
 
-static_assert(sizeof(PQueue) % alignof(ST_ZOS_DLIST) == 0);
+// Where the level lists start: the header rounded up to whole lines.
+constexpr uint32_t kHeadBytes =
+    (sizeof(PQueue) + zos::kCacheLine - 1) / zos::kCacheLine * zos::kCacheLine;
+static_assert(kHeadBytes % alignof(ST_ZOS_DLIST) == 0);
 
 PQueue *Valid(ZPQUEUE zQueue) {
     auto *q = static_cast<PQueue *>(zQueue);
@@ -111,7 +114,7 @@ KESTRO_API uint32_t Zos_PQueueCreate(uint32_t bLocked, uint32_t bBlocking, uint3
     }
     const uint32_t levels = uiHighest + 1;
     auto *q = static_cast<PQueue *>(
-        zos::MallocLine(static_cast<uint32_t>(sizeof(PQueue) + levels * sizeof(ST_ZOS_DLIST))));
+        zos::MallocLine(static_cast<uint32_t>(kHeadBytes + levels * sizeof(ST_ZOS_DLIST))));
     if (q == nullptr) {
         ZOS_LOG_ERR("PQueueCreate alloc queue.");
         return ZFAILED;
@@ -125,7 +128,7 @@ KESTRO_API uint32_t Zos_PQueueCreate(uint32_t bLocked, uint32_t bBlocking, uint3
         return ZFAILED;
     }
     q->uiTop = kNoLevel;
-    q->pstLevels = reinterpret_cast<ST_ZOS_DLIST *>(q + 1);
+    q->pstLevels = reinterpret_cast<ST_ZOS_DLIST *>(reinterpret_cast<char *>(q) + kHeadBytes);
     for (uint32_t i = 0; i < levels; ++i) {
         if (Zos_DlistCreate(&q->pstLevels[i], ZOS_LIST_NO_LIMIT) != ZOK) {
             Destroy(q, i + 1);
