@@ -1,0 +1,158 @@
+// Registry of live handles: an open-addressed set of addresses with linear
+// probing. Look-ups read the slots without a lock; adds and removes take
+// one mutex. The set grows by building a larger table and publishing it;
+// a replaced table stays allocated until the process ends, so a look-up
+// still walking it reads valid memory. The tables double, so the replaced
+// ones together never exceed the current one.
+#include "zos_live.h"
+
+#include <atomic>
+#include <mutex>
+#include <new>
+
+namespace {
+
+constexpr uintptr_t kEmpty = 0;
+constexpr uintptr_t kGone = 1;  // a removed entry: look-ups probe past it
+constexpr uint32_t kFirstBits = 10;
+
+struct Table {
+    uint32_t uiBits;
+    Table *pstRetired;  // the table this one replaced
+    std::atomic<uintptr_t> *pSlots;
+};
+
+struct Registry {
+    std::mutex mutex;
+    std::atomic<Table *> table{nullptr};
+    uint32_t uiLive = 0;
+    uint32_t uiUsed = 0;  // live and removed slots: what probing must walk
+};
+
+// Never destroyed: threads still running while the process exits may check
+// a handle after static destructors ran. The tables stay reachable from it.
+Registry &Reg() {
+    static Registry *reg = new Registry;
+    return *reg;
+}
+
+inline uint32_t Home(uintptr_t key, uint32_t bits) {
+    // Fibonacci hashing of the address without its always-zero low bits.
+    return static_cast<uint32_t>((static_cast<uint64_t>(key >> 3) * 0x9E3779B97F4A7C15ull) >>
+                                 (64 - bits));
+}
+
+Table *NewTable(uint32_t bits) {
+    auto *t = new (std::nothrow) Table;
+    if (t == nullptr) return nullptr;
+    t->uiBits = bits;
+    t->pstRetired = nullptr;
+    t->pSlots = new (std::nothrow) std::atomic<uintptr_t>[size_t{1} << bits];
+    if (t->pSlots == nullptr) {
+        delete t;
+        return nullptr;
+    }
+    for (size_t i = 0; i < (size_t{1} << bits); i++) {
+        t->pSlots[i].store(kEmpty, std::memory_order_relaxed);
+    }
+    return t;
+}
+
+// Places a key known to be absent; the caller holds the mutex.
+void Place(Table *t, uintptr_t key) {
+    const uint32_t mask = (1u << t->uiBits) - 1;
+    for (uint32_t i = Home(key, t->uiBits);; i = (i + 1) & mask) {
+        const uintptr_t v = t->pSlots[i].load(std::memory_order_relaxed);
+        if (v == kEmpty || v == kGone) {
+            t->pSlots[i].store(key, std::memory_order_release);
+            return;
+        }
+    }
+}
+
+// Makes room for one more entry: a new table when live and removed slots
+// would fill more than half of the current one.
+bool Reserve(Registry &reg) {
+    Table *cur = reg.table.load(std::memory_order_relaxed);
+    if (cur != nullptr && (reg.uiUsed + 1) * 2 <= (1u << cur->uiBits)) return true;
+    uint32_t bits = cur != nullptr ? cur->uiBits : kFirstBits;
+    while ((reg.uiLive + 1) * 4 > (1u << bits)) bits++;
+    if (bits > 30) return false;
+    Table *t = NewTable(bits);
+    if (t == nullptr) return false;
+    if (cur != nullptr) {
+        for (size_t i = 0; i < (size_t{1} << cur->uiBits); i++) {
+            const uintptr_t v = cur->pSlots[i].load(std::memory_order_relaxed);
+            if (v != kEmpty && v != kGone) Place(t, v);
+        }
+    }
+    t->pstRetired = cur;
+    reg.table.store(t, std::memory_order_release);
+    reg.uiUsed = reg.uiLive;
+    return true;
+}
+
+// The slot holding the key in the table, or null.
+std::atomic<uintptr_t> *Find(Table *t, uintptr_t key) {
+    const uint32_t mask = (1u << t->uiBits) - 1;
+    for (uint32_t i = Home(key, t->uiBits), n = 0; n <= mask; i = (i + 1) & mask, n++) {
+        const uintptr_t v = t->pSlots[i].load(std::memory_order_acquire);
+        if (v == key) return &t->pSlots[i];
+        if (v == kEmpty) return nullptr;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+namespace zos {
+
+bool LiveAdd(const void *handle) {
+    const auto key = reinterpret_cast<uintptr_t>(handle);
+    if (key <= kGone) return false;
+    Registry &reg = Reg();
+    std::lock_guard<std::mutex> hold(reg.mutex);
+    Table *cur = reg.table.load(std::memory_order_relaxed);
+    if (cur != nullptr && Find(cur, key) != nullptr) return true;
+    if (!Reserve(reg)) return false;
+    cur = reg.table.load(std::memory_order_relaxed);
+    const uint32_t mask = (1u << cur->uiBits) - 1;
+    for (uint32_t i = Home(key, cur->uiBits);; i = (i + 1) & mask) {
+        const uintptr_t v = cur->pSlots[i].load(std::memory_order_relaxed);
+        if (v == kEmpty || v == kGone) {
+            if (v == kEmpty) reg.uiUsed++;
+            cur->pSlots[i].store(key, std::memory_order_release);
+            break;
+        }
+    }
+    reg.uiLive++;
+    return true;
+}
+
+void LiveRemove(const void *handle) {
+    const auto key = reinterpret_cast<uintptr_t>(handle);
+    if (key <= kGone) return;
+    Registry &reg = Reg();
+    std::lock_guard<std::mutex> hold(reg.mutex);
+    Table *cur = reg.table.load(std::memory_order_relaxed);
+    if (cur == nullptr) return;
+    std::atomic<uintptr_t> *slot = Find(cur, key);
+    if (slot == nullptr) return;
+    slot->store(kGone, std::memory_order_release);
+    reg.uiLive--;
+}
+
+bool LiveHas(const void *handle) {
+    const auto key = reinterpret_cast<uintptr_t>(handle);
+    if (key <= kGone) return false;
+    Table *cur = Reg().table.load(std::memory_order_acquire);
+    return cur != nullptr && Find(cur, key) != nullptr;
+}
+
+uint32_t LiveCount() {
+    Registry &reg = Reg();
+    std::lock_guard<std::mutex> hold(reg.mutex);
+    return reg.uiLive;
+}
+
+}  // namespace zos
