@@ -87,8 +87,7 @@ std::string FreshDir(const std::string &name) {
 }
 
 std::string Golden(const std::string &name) {
-    const std::filesystem::path here(__FILE__);
-    std::ifstream in(here.parent_path() / "golden" / name, std::ios::binary);
+    std::ifstream in(std::filesystem::path(KESTRO_GOLDEN_DIR) / name, std::ios::binary);
     std::ostringstream out;
     out << in.rdbuf();
     return out.str();
