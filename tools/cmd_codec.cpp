@@ -175,9 +175,10 @@ int ForEachFile(const char *cmd, int argc, char **argv, std::string (*digest)(FI
     int rc = kOk;
     auto one = [&](const char *path) {
         const bool isStdin = path == nullptr || std::strcmp(path, "-") == 0;
+        const char *name = isStdin ? "-" : path;
         FILE *f = isStdin ? stdin : std::fopen(path, "rb");
         if (f == nullptr) {
-            std::fprintf(stderr, "kestro %s: %s: %s\n", cmd, path, std::strerror(errno));
+            std::fprintf(stderr, "kestro %s: %s: %s\n", cmd, name, std::strerror(errno));
             rc = kFailed;
             return;
         }
@@ -185,12 +186,11 @@ int ForEachFile(const char *cmd, int argc, char **argv, std::string (*digest)(FI
         const std::string value = digest(f, ok);
         if (!isStdin) std::fclose(f);
         if (!ok) {
-            std::fprintf(stderr, "kestro %s: %s: read error or too large\n", cmd,
-                         isStdin ? "-" : path);
+            std::fprintf(stderr, "kestro %s: %s: read error or too large\n", cmd, name);
             rc = kFailed;
             return;
         }
-        std::printf("%s  %s\n", value.c_str(), isStdin ? "-" : path);
+        std::printf("%s  %s\n", value.c_str(), name);
     };
     for (int i = 1; i < argc; ++i) {
         if (argv[i][0] == '-' && argv[i][1] != '\0') {
