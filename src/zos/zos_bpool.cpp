@@ -12,6 +12,7 @@
 
 #include "zos_bpool_int.h"
 #include "zos_mem.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -58,8 +59,7 @@ uint32_t ClampPage(uint32_t page) {
 }
 
 ZosBpool *Valid(ZBPOOL zPool) {
-    auto *p = static_cast<ZosBpool *>(zPool);
-    return p != nullptr && p->uiMagic == kBpoolMagic ? p : nullptr;
+    return zos::LiveRecord<ZosBpool>(zPool, kBpoolMagic);
 }
 
 uint8_t *PageData(Page *page) {
@@ -130,6 +130,7 @@ ZosBpool *Build(void *mem, uint32_t type, uint32_t page, uint32_t align, bool pl
     pool->pstFirst->pucEnd = PageData(pool->pstFirst) + page;
     pool->pstPages = pool->pstFirst;
     Reset(pool);
+    if (!zos::LiveAdd(pool)) return nullptr;
     pool->uiMagic = kBpoolMagic;
     return pool;
 }
@@ -168,7 +169,12 @@ KESTRO_API ZBPOOL Zos_BpoolCreate(uint32_t uiType, uint32_t uiPageSize, uint32_t
         ZOS_LOG_ERR("BpoolCreate alloc memory.");
         return nullptr;
     }
-    return Build(mem, uiType, page, align, false);
+    ZosBpool *pool = Build(mem, uiType, page, align, false);
+    if (pool == nullptr) {
+        ZOS_LOG_ERR("BpoolCreate alloc memory.");
+        Zos_Free(mem);
+    }
+    return pool;
 }
 
 KESTRO_API void Zos_BpoolDelete(ZBPOOL zPool) {
@@ -178,6 +184,7 @@ KESTRO_API void Zos_BpoolDelete(ZBPOOL zPool) {
         return;
     }
     ReleasePages(pool);
+    zos::LiveRemove(pool);
     pool->uiMagic = 0;
     if (pool->ucPlaced == 0) Zos_Free(pool);
 }

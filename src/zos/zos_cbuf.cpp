@@ -18,6 +18,7 @@
 #include "zos_dlist.h"
 #include "zos_dlist_link.h"
 #include "zos_mem.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -55,8 +56,7 @@ constexpr uint32_t kRecSize = (sizeof(ZosCbuf) + 7) & ~static_cast<size_t>(7);
 ZosCbuf g_deadParent{};
 
 ZosCbuf *Valid(ZCBUF zCbuf) {
-    auto *c = static_cast<ZosCbuf *>(zCbuf);
-    return c != nullptr && c->uiMagic == kCbufMagic ? c : nullptr;
+    return zos::LiveRecord<ZosCbuf>(zCbuf, kCbufMagic);
 }
 
 ZosCbuf *FromLink(Link *link) {
@@ -95,6 +95,12 @@ ZosCbuf *Create(uint32_t hint) {
     c->zBpool = zos::BpoolPlace(reinterpret_cast<uint8_t *>(c) + kRecSize, 0, page, 4);
     ListInit(&c->stLarge);
     ListInit(&c->stChildren);
+    if (c->zBpool == nullptr || !zos::LiveAdd(c)) {
+        ZOS_LOG_ERR("CbufCreate alloc memory.");
+        Zos_BpoolDelete(c->zBpool);
+        Zos_Free(c);
+        return nullptr;
+    }
     c->uiMagic = kCbufMagic;
     return c;
 }
@@ -151,7 +157,7 @@ bool HoldIn(const ZosCbuf *c, const uint8_t *p) {
     if (Zos_BpoolHoldD(c->zBpool, p) != 0) return true;
     for (Link *l = c->stChildren.pstHead; l != nullptr; l = l->pstNext) {
         const ZosCbuf *child = FromLink(l);
-        if (child->uiMagic == kCbufMagic && HoldIn(child, p)) return true;
+        if (Valid(const_cast<ZosCbuf *>(child)) != nullptr && HoldIn(child, p)) return true;
     }
     return false;
 }
@@ -287,6 +293,7 @@ KESTRO_API void Zos_CbufDelete(ZCBUF zCbuf) {
     // Children that survived the clean lose their parent.
     while (Link *l = zos::DlistUnlinkHead(&c->stChildren)) FromLink(l)->pstParent = &g_deadParent;
     Zos_BpoolDelete(c->zBpool);
+    zos::LiveRemove(c);
     c->uiMagic = 0;
     ListInit(&c->stLarge);
     Zos_Free(c);
@@ -332,7 +339,7 @@ KESTRO_API uint32_t Zos_CbufDetach(ZCBUF zChild) {
     }
     ZosCbuf *parent = child->pstParent;
     if (parent == nullptr) return ZOK;
-    if (parent->uiMagic != kCbufMagic) {
+    if (Valid(parent) == nullptr) {
         ZOS_LOG_ERR("CbufDetach invalid parent.");
         // Only a dead parent gets here; its link carries nothing to undo.
         if (parent == &g_deadParent) child->pstParent = nullptr;

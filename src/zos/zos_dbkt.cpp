@@ -66,6 +66,7 @@ void ReleaseAll(Bucket *b) {
     Zos_DlistDelete(&b->stFree);
     Zos_DlistDelete(&b->stBlocks);
     if (b->ucLocked) Zos_MutexDelete(&b->zMutex);
+    zos::LiveRemove(b);
     b->uiMagic = 0;
     zos::FreeLine(b);
 }
@@ -114,6 +115,11 @@ KESTRO_API ZDBKT Zos_DbktCreate(uint32_t bLocked, uint32_t bCheck, uint32_t uiNo
     }
     if (usInitCount != 0 && !DblkCreate(b, usInitCount, false)) {
         ZOS_LOG_ERR("BktCreate create the first block.");
+        ReleaseAll(b);
+        return nullptr;
+    }
+    if (!zos::LiveAdd(b)) {
+        ZOS_LOG_ERR("DbktCreate alloc bucket.");
         ReleaseAll(b);
         return nullptr;
     }

@@ -11,6 +11,7 @@
 #include "zos_dbkt.h"
 #include "zos_dlist_link.h"
 #include "zos_lite_lock.h"
+#include "zos_live.h"
 
 namespace zos::dbkt {
 
@@ -68,8 +69,7 @@ struct Bucket {
 static_assert(sizeof(Block) % sizeof(void *) == 0 && sizeof(NodeHead) % 4 == 0);
 
 inline Bucket *Valid(ZDBKT zBkt) {
-    auto *b = static_cast<Bucket *>(zBkt);
-    return b != nullptr && b->uiMagic == kBucketMagic ? b : nullptr;
+    return zos::LiveRecord<Bucket>(zBkt, kBucketMagic);
 }
 
 inline NodeHead *HeadOf(void *area) {

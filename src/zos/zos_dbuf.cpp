@@ -18,6 +18,7 @@
 #include "zos_dump.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
+#include "zos_live.h"
 #include "zos_mem.h"
 #include "zos_pool.h"
 #include "zos_print.h"
@@ -79,8 +80,8 @@ struct Chain {
 };
 
 ZosDbuf *Quiet(ZDBUF zDbuf) {
-    auto *b = static_cast<ZosDbuf *>(zDbuf);
-    return b != nullptr && b->uiMagic == kDbufMagic && b->ucRefs != 0 ? b : nullptr;
+    ZosDbuf *b = zos::LiveRecord<ZosDbuf>(zDbuf, kDbufMagic);
+    return b != nullptr && b->ucRefs != 0 ? b : nullptr;
 }
 
 // The validity test with its lines; null when the buffer is refused.
@@ -301,6 +302,10 @@ ZosDbuf *NewHeader(ZPOOL pool, uint32_t type, uint32_t blkSize) {
     b->ucType = static_cast<uint8_t>(type);
     b->ucRefs = 1;
     b->zPool = pool;
+    if (!zos::LiveAdd(b)) {
+        Zos_PoolFree(pool, b);
+        return nullptr;
+    }
     b->uiMagic = kDbufMagic;
     return b;
 }
@@ -313,6 +318,7 @@ ZosDbuf *Sibling(const ZosDbuf *b) {
 void FreeHeader(ZosDbuf *b) {
     b->ucType = 0;
     b->ucRefs = 0;
+    zos::LiveRemove(b);
     b->uiMagic = 0;
     Zos_PoolFree(b->zPool, b);
 }
@@ -634,7 +640,7 @@ KESTRO_API uint32_t Zos_DbufChkValid(ZDBUF zDbuf, uint32_t uiRefusedType, uint32
         ZOS_LOG_WARN("DbufChkValid null buffer.");
         return ZFAILED;
     }
-    if (b->uiMagic != kDbufMagic) {
+    if (zos::LiveRecord<const ZosDbuf>(b, kDbufMagic) == nullptr) {
         ZOS_LOG_ERR("DbufChkValid invalid magic.");
         return ZFAILED;
     }

@@ -6,6 +6,7 @@
 #include "zos_mem.h"
 #include "zos_print.h"
 #include "zos_time.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -57,6 +58,7 @@ void FreeStack(DumpRec *d) {
 void FreeDump(DumpRec *d) {
     FreeStack(d);
     Zos_DlistDelete(&d->stStack);
+    zos::LiveRemove(d);
     d->uiMagic = 0;
     Zos_Free(d);
 }
@@ -88,7 +90,7 @@ KESTRO_API void Zos_DumpDestroy(void) {
         zos::MutexGuard lock(&env->zDumpMutex);
         while (env->stDumpList.pstHead != nullptr) {
             DumpRec *d = DumpOfLink(Zos_DlistDequeue(&env->stDumpList));
-            if (d->uiMagic != kDumpMagic) {
+            if (zos::LiveRecord<DumpRec>(d, kDumpMagic) == nullptr) {
                 ZOS_LOG_ERR("DumpDestroy invalid dump id.");
                 continue;
             }
@@ -115,6 +117,12 @@ KESTRO_API ZDUMP Zos_DumpCreate(const char *pcName, uint16_t usDeepSize) {
     }
     d->wDeepSize = usDeepSize;
     d->pcName = pcName;
+    if (!zos::LiveAdd(d)) {
+        ZOS_LOG_ERR("DumpCreate alloc dump.");
+        Zos_DlistDelete(&d->stStack);
+        Zos_Free(d);
+        return nullptr;
+    }
     d->uiMagic = kDumpMagic;
     zos::MutexGuard lock(&env->zDumpMutex);
     Zos_DlistInsert(&env->stDumpList, env->stDumpList.pstTail, &d->stLink);
@@ -125,7 +133,7 @@ KESTRO_API uint32_t Zos_DumpDelete(ZDUMP zDump) {
     ZosEnv *env = DumpEnv();
     auto *d = static_cast<DumpRec *>(zDump);
     if (env == nullptr || d == nullptr) return ZFAILED;
-    if (d->uiMagic != kDumpMagic) {
+    if (zos::LiveRecord<DumpRec>(d, kDumpMagic) == nullptr) {
         ZOS_LOG_ERR("DumpDelete invalid id.");
         return ZFAILED;
     }
@@ -139,7 +147,7 @@ KESTRO_API uint32_t Zos_DumpClear(ZDUMP zDump) {
     ZosEnv *env = DumpEnv();
     auto *d = static_cast<DumpRec *>(zDump);
     if (env == nullptr || d == nullptr) return ZFAILED;
-    if (d->uiMagic != kDumpMagic) {
+    if (zos::LiveRecord<DumpRec>(d, kDumpMagic) == nullptr) {
         ZOS_LOG_ERR("DumpClear invalid id.");
         return ZFAILED;
     }
@@ -153,7 +161,7 @@ KESTRO_API uint32_t Zos_DumpStack(ZDUMP zDump, const char *pcFile, uint32_t uiLi
     ZosEnv *env = DumpEnv();
     auto *d = static_cast<DumpRec *>(zDump);
     if (env == nullptr || d == nullptr) return ZFAILED;
-    if (d->uiMagic != kDumpMagic) {
+    if (zos::LiveRecord<DumpRec>(d, kDumpMagic) == nullptr) {
         ZOS_LOG_ERR("DumpStack invalid id.");
         return ZFAILED;
     }
@@ -191,7 +199,7 @@ KESTRO_API uint32_t Zos_DumpPrintBuf(ZDUMP zDump, ZDBUF zDbuf) {
     ZosEnv *env = DumpEnv();
     auto *d = static_cast<DumpRec *>(zDump);
     if (env == nullptr || d == nullptr) return ZFAILED;
-    if (d->uiMagic != kDumpMagic) {
+    if (zos::LiveRecord<DumpRec>(d, kDumpMagic) == nullptr) {
         ZOS_LOG_ERR("DumpPrintBuf invalid id.");
         return ZFAILED;
     }

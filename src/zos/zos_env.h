@@ -61,10 +61,6 @@ struct ZosEnv {
     ZOS_TRACE_EVNT pfnTraceEvnt;
     ZMUTEX zHttpMutex;
     void *pHttpMap;
-    // Recently freed system strings, released only when pushed out, so a
-    // second free or length query of one of them reads live memory.
-    void *apSysStrFreed[32];
-    uint32_t uiSysStrFreedPos;
 };
 
 namespace zos {
@@ -79,8 +75,5 @@ inline ZosEnv *EnvIfAny() {
     void *p = nullptr;
     return Zos_SysEnvLocate(ZOS_COMP_ZOS, &p) == ZOK ? static_cast<ZosEnv *>(p) : nullptr;
 }
-
-// Releases the system strings still held back after their free.
-void MemReleaseFreedStrings(ZosEnv *env);
 
 }  // namespace zos

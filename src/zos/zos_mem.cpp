@@ -10,6 +10,7 @@
 #include "zos_osdep.h"
 #include "zos_pool_int.h"
 #include "zos_print.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -18,7 +19,7 @@ constexpr uint32_t kSysStrMagic = 0x0123DEEAu;
 constexpr uint32_t kSysStrHeader = 8;  // magic, length
 
 struct SysStrHeader {
-    uint32_t magic;
+    uint32_t uiMagic;
     uint32_t len;
 };
 
@@ -48,9 +49,6 @@ KESTRO_API uint32_t Zos_MemInit(void) {
     if (env == nullptr || cfg == nullptr) return ZFAILED;
     if (env->ucMemInit != 0) return ZOK;
     if (cfg->UseOsMalloc == 0) {
-        // Strings freed while in heap mode go back to the heap before the
-        // entry points switch over.
-        zos::MemReleaseFreedStrings(env);
         ZPOOL pool = Zos_PoolCreate(&cfg->MemPool);
         if (pool == nullptr) return ZFAILED;
         std::atomic_ref<ZPOOL>(env->zMemPool).store(pool, std::memory_order_release);
@@ -59,21 +57,9 @@ KESTRO_API uint32_t Zos_MemInit(void) {
     return ZOK;
 }
 
-}  // extern "C"
-
-void zos::MemReleaseFreedStrings(ZosEnv *env) {
-    if (env == nullptr) return;
-    for (void *&slot : env->apSysStrFreed) {
-        Zos_Free(std::atomic_ref<void *>(slot).exchange(nullptr));
-    }
-}
-
-extern "C" {
-
 KESTRO_API void Zos_MemDestroy(void) {
     ZosEnv *env = zos::EnvIfAny();
     if (env == nullptr) return;
-    zos::MemReleaseFreedStrings(env);
     if (env->ucMemInit == 0) return;
     ZPOOL pool = MemPool(env);
     if (pool != nullptr) {
@@ -205,7 +191,11 @@ KESTRO_API char *Zos_SysStrAllocN(uint32_t uiLen) {
     if (uiLen == 0 || uiLen > 0x7FFFFFF5u) return nullptr;
     auto *h = static_cast<SysStrHeader *>(Zos_Malloc(uiLen + kSysStrHeader + 1));
     if (h == nullptr) return nullptr;
-    h->magic = kSysStrMagic;
+    if (!zos::LiveAdd(h)) {
+        Zos_Free(h);
+        return nullptr;
+    }
+    h->uiMagic = kSysStrMagic;
     h->len = uiLen;
     char *text = reinterpret_cast<char *>(h) + kSysStrHeader;
     text[uiLen] = '\0';
@@ -261,28 +251,22 @@ KESTRO_API char *Zos_SysStrDAlloc(ZDBUF zDbuf) {
 
 KESTRO_API void Zos_SysStrFree(char *pcText) {
     if (pcText == nullptr) return;
-    SysStrHeader *h = HeaderOf(pcText);
-    if (h->magic != kSysStrMagic) {
+    // Only a registered header is read: a string freed before, or text
+    // that never was a system string, is refused without touching it.
+    SysStrHeader *h = zos::LiveRecord<SysStrHeader>(HeaderOf(pcText), kSysStrMagic);
+    if (h == nullptr) {
         ZOS_LOG_ERR("SysStrFree invalid magic.");
         return;
     }
-    // A freed string is held back in a small ring and released only when a
-    // later free pushes it out: a repeated free or length query of a string
-    // freed shortly before then reads live memory whose magic is cleared,
-    // and is refused with its log line instead of touching freed memory.
-    h->magic = 0;
-    ZosEnv *env = zos::Env();
-    if (env == nullptr) return;
-    constexpr uint32_t kSlots = sizeof(env->apSysStrFreed) / sizeof(env->apSysStrFreed[0]);
-    const uint32_t pos = std::atomic_ref<uint32_t>(env->uiSysStrFreedPos).fetch_add(1) % kSlots;
-    void *old = std::atomic_ref<void *>(env->apSysStrFreed[pos]).exchange(h);
-    Zos_Free(old);
+    zos::LiveRemove(h);
+    h->uiMagic = 0;
+    Zos_Free(h);
 }
 
 KESTRO_API uint32_t Zos_SysStrLen(const char *pcText) {
     if (pcText == nullptr) return 0;
-    const SysStrHeader *h = HeaderOf(pcText);
-    if (h->magic != kSysStrMagic) {
+    const SysStrHeader *h = zos::LiveRecord<SysStrHeader>(HeaderOf(pcText), kSysStrMagic);
+    if (h == nullptr) {
         ZOS_LOG_ERR("SysStrLen invalid magic id.");
         return 0;
     }

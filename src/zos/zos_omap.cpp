@@ -4,6 +4,7 @@
 #include "zos_mem.h"
 #include "zos_rbt.h"
 #include "zos_rbt_int.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -21,7 +22,7 @@ struct Omap {
 
 inline Omap *Valid(ZOMAP zMap) {
     Omap *map = static_cast<Omap *>(zMap);
-    return (map != nullptr && map->uiMagic == kMagic) ? map : nullptr;
+    return zos::LiveRecord<Omap>(map, kMagic);
 }
 
 inline uint32_t After(const Omap *map, uint32_t uiId) {
@@ -71,6 +72,12 @@ KESTRO_API ZOMAP Zos_OmapCreate(uint32_t uiFirstId, uint32_t uiRange) {
         Zos_Free(map);
         return nullptr;
     }
+    if (!zos::LiveAdd(map)) {
+        ZOS_LOG_ERR("OmapCreate alloc mem.");
+        Zos_RbtDelete(map->zTree);
+        Zos_Free(map);
+        return nullptr;
+    }
     map->uiMagic = kMagic;
     map->uiFirst = uiFirstId;
     map->uiLast = uiFirstId + (uiRange - 1);
@@ -84,6 +91,7 @@ KESTRO_API void Zos_OmapDelete(ZOMAP zMap) {
         if (zMap != nullptr) ZOS_LOG_ERR("OmapDelete invalid id.");
         return;
     }
+    zos::LiveRemove(map);
     map->uiMagic = 0;
     Zos_RbtDelete(map->zTree);
     Zos_Free(map);

@@ -25,6 +25,7 @@
 #include "zos_osdep.h"
 #include "zos_pool_int.h"
 #include "zos_print.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -157,7 +158,7 @@ ZosPool *PoolOf(ZPOOL zPool) {
 }
 
 bool ValidPool(const ZosPool *pool) {
-    return pool != nullptr && pool->uiMagic == kPoolMagic;
+    return zos::LiveRecord<const ZosPool>(pool, kPoolMagic) != nullptr;
 }
 
 uint32_t BktIndex(uint32_t header) {
@@ -229,6 +230,22 @@ void PoolLogErr(const ZosPool *pool, const char *format) {
 // Plain log strings at the error level.
 void PoolLogStr(const ZosPool *pool, const char *text) {
     if (LogOn(pool)) Zos_LogStr(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ERROR, text);
+}
+
+// The refusal of a handle that is not a live pool. A deleted pool's record
+// is gone with its log switch and name, so its line is always written,
+// naming it "unknown"; a registered record is still read for both.
+void RefusedErr(const ZosPool *pool, const char *format) {
+    if (zos::LiveHas(pool)) {
+        PoolLogErr(pool, format);
+    } else {
+        Zos_LogError(Zos_LogGetZosId(), format, "unknown");
+    }
+}
+
+void RefusedStr(const ZosPool *pool, const char *text) {
+    if (!zos::LiveHas(pool) || LogOn(pool))
+        Zos_LogStr(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ERROR, text);
 }
 
 __attribute__((noinline, cold)) void Report(const ZosPool *pool, uint32_t faults) {
@@ -753,6 +770,13 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
         if (size < pool->uiMinSize) pool->uiMinSize = size;
         if (size > pool->uiMaxSize) pool->uiMaxSize = size;
     }
+    if (!zos::LiveAdd(pool)) {
+        Zos_OsdepTrace("PoolCreate null config.", "src/zos/zos_pool", 583);
+        zos::LiteLockDelete(&pool->stLock);
+        release(pool->pstBkts);
+        release(pool);
+        return nullptr;
+    }
     pool->uiMagic = kPoolMagic;
     if (Zos_BktGrpCreate(pool) != ZOK) {
         Zos_PoolDelete(pool);
@@ -764,10 +788,11 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
 KESTRO_API void Zos_PoolDelete(ZPOOL zPool) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr) return;
-    if (pool->uiMagic != kPoolMagic) {
+    if (!ValidPool(pool)) {
         Zos_OsdepTrace("PoolDelete invalid magic.", "src/zos/zos_pool", 729);
         return;
     }
+    zos::LiveRemove(pool);
     pool->uiMagic = 0;
     Zos_BktGrpDelete(pool);
     // Large allocations still alive go back too: the pool owns them.
@@ -786,8 +811,8 @@ KESTRO_API void Zos_PoolDelete(ZPOOL zPool) {
 KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr) return nullptr;
-    if (pool->uiMagic != kPoolMagic) {
-        PoolLogStr(pool, "PoolAlloc invalid pool.");
+    if (!ValidPool(pool)) {
+        RefusedStr(pool, "PoolAlloc invalid pool.");
         return nullptr;
     }
     if (uiSize == 0 || uiSize >= 0x7FFFFFFFu) {
@@ -818,8 +843,8 @@ KESTRO_API void *Zos_PoolAllocClrd(ZPOOL zPool, uint32_t uiSize) {
 KESTRO_API void Zos_PoolFree(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr) return;
-    if (pool->uiMagic != kPoolMagic) {
-        PoolLogErr(pool, "PoolFree <%s> invalid magic.");
+    if (!ValidPool(pool)) {
+        RefusedErr(pool, "PoolFree <%s> invalid magic.");
         return;
     }
     uint32_t faults = 0;
@@ -833,8 +858,8 @@ KESTRO_API uint32_t Zos_PoolGetSize(ZPOOL zPool, void *pMem, uint32_t *puiSize) 
     if (puiSize != nullptr) *puiSize = 0;
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr || puiSize == nullptr) return ZFAILED;
-    if (pool->uiMagic != kPoolMagic) {
-        PoolLogErr(pool, "PoolGetSize <%s> invalid magic.");
+    if (!ValidPool(pool)) {
+        RefusedErr(pool, "PoolGetSize <%s> invalid magic.");
         return ZFAILED;
     }
     uint32_t size = 0;
@@ -859,8 +884,8 @@ KESTRO_API uint32_t Zos_PoolGetSize(ZPOOL zPool, void *pMem, uint32_t *puiSize) 
 KESTRO_API uint32_t Zos_PoolFillPoison(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr) return ZFAILED;
-    if (pool->uiMagic != kPoolMagic) {
-        PoolLogErr(pool, "PoolFillPoison <%s> invalid magic.");
+    if (!ValidPool(pool)) {
+        RefusedErr(pool, "PoolFillPoison <%s> invalid magic.");
         return ZFAILED;
     }
     bool ok = false;
@@ -889,8 +914,8 @@ KESTRO_API uint32_t Zos_PoolFillPoison(ZPOOL zPool, void *pMem) {
 KESTRO_API uint32_t Zos_PoolIsValid(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr) return 0;
-    if (pool->uiMagic != kPoolMagic) {
-        PoolLogErr(pool, "PoolIsValid <%s> invalid magic.");
+    if (!ValidPool(pool)) {
+        RefusedErr(pool, "PoolIsValid <%s> invalid magic.");
         return 0;
     }
     Kind kind = Kind::kForeign;
@@ -908,8 +933,8 @@ KESTRO_API uint32_t Zos_PoolIsValid(ZPOOL zPool, void *pMem) {
 KESTRO_API uint32_t Zos_PoolChkMem(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr) return 0;
-    if (pool->uiMagic != kPoolMagic) {
-        PoolLogErr(pool, "PoolChkMem <%s> invalid magic.");
+    if (!ValidPool(pool)) {
+        RefusedErr(pool, "PoolChkMem <%s> invalid magic.");
         return 0;
     }
     enum { kSound, kBadId, kBadRedZone } result = kSound;
@@ -957,8 +982,8 @@ KESTRO_API uint32_t Zos_PoolChkBkt(ZPOOL zPool, uint32_t uiBktIdx) {
 KESTRO_API uint32_t Zos_PoolChkPool(ZPOOL zPool) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr) return 0;
-    if (pool->uiMagic != kPoolMagic) {
-        PoolLogErr(pool, "PoolChkPool <%s> invalid magic.");
+    if (!ValidPool(pool)) {
+        RefusedErr(pool, "PoolChkPool <%s> invalid magic.");
         return 0;
     }
     uint32_t faults = 0;

@@ -11,6 +11,7 @@
 #include "zos_mem.h"
 #include "zos_pqueue.h"
 #include "zos_queue_gate.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -50,7 +51,7 @@ static_assert(kHeadBytes % alignof(ST_ZOS_DLIST) == 0);
 
 PQueue *Valid(ZPQUEUE zQueue) {
     auto *q = static_cast<PQueue *>(zQueue);
-    return q != nullptr && q->uiMagic == kPQueueMagic ? q : nullptr;
+    return zos::LiveRecord<PQueue>(q, kPQueueMagic);
 }
 
 // First node of a level holding the item, or null.
@@ -91,6 +92,7 @@ void Destroy(PQueue *q, uint32_t levelsMade) {
     zos::GateDelete(&q->stGate);
     for (uint32_t i = 0; i < levelsMade; ++i) Zos_DlistDelete(&q->pstLevels[i]);
     if (q->zBkt != nullptr) Zos_DbktDelete(q->zBkt);
+    zos::LiveRemove(q);
     q->uiMagic = 0;
     zos::FreeLine(q);
 }
@@ -143,6 +145,11 @@ KESTRO_API uint32_t Zos_PQueueCreate(uint32_t bLocked, uint32_t bBlocking, uint3
     q->uiInitCount = uiInitCount;
     q->uiMaxCount = most;
     q->uiHighest = uiHighest;
+    if (!zos::LiveAdd(q)) {
+        ZOS_LOG_ERR("PQueueCreate alloc queue.");
+        Destroy(q, levels);
+        return ZFAILED;
+    }
     q->uiMagic = kPQueueMagic;
     *pzQueue = q;
     return ZOK;

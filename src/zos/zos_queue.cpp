@@ -11,6 +11,7 @@
 #include "zos_mem.h"
 #include "zos_queue.h"
 #include "zos_queue_gate.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -31,8 +32,7 @@ struct Queue {
 };
 
 Queue *Valid(ZQUEUE zQueue) {
-    auto *q = static_cast<Queue *>(zQueue);
-    return q != nullptr && q->uiMagic == kQueueMagic ? q : nullptr;
+    return zos::LiveRecord<Queue>(zQueue, kQueueMagic);
 }
 
 // Takes the lock once the queue holds a value and returns true holding it;
@@ -51,6 +51,7 @@ void Destroy(Queue *q) {
     zos::GateDelete(&q->stGate);
     if (q->zBkt != nullptr) Zos_DbktDelete(q->zBkt);
     Zos_DlistDelete(&q->stItems);
+    zos::LiveRemove(q);
     q->uiMagic = 0;
     zos::FreeLine(q);
 }
@@ -120,6 +121,11 @@ KESTRO_API uint32_t Zos_QueueCreate(uint32_t bLocked, uint32_t bBlocking, uint32
         return ZFAILED;
     }
     if (Zos_DlistCreate(&q->stItems, ZOS_LIST_NO_LIMIT) != ZOK) {
+        Destroy(q);
+        return ZFAILED;
+    }
+    if (!zos::LiveAdd(q)) {
+        ZOS_LOG_ERR("QueueCreate alloc queue.");
         Destroy(q);
         return ZFAILED;
     }

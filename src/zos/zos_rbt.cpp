@@ -4,6 +4,7 @@
 #include "zos_cbuf.h"
 #include "zos_dbuf.h"
 #include "zos_fmt.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -38,7 +39,7 @@ struct Tree {
 
 inline Tree *Valid(ZRBT zTree) {
     Tree *tree = static_cast<Tree *>(zTree);
-    return (tree != nullptr && tree->uiMagic == kMagic) ? tree : nullptr;
+    return zos::LiveRecord<Tree>(tree, kMagic);
 }
 
 inline bool IsRed(const Node *node) {
@@ -451,6 +452,11 @@ KESTRO_API ZRBT Zos_RbtCreate(ZCBUF zParent) {
         return nullptr;
     }
     Tree *tree = static_cast<Tree *>(record);
+    if (!zos::LiveAdd(tree)) {
+        ZOS_LOG_ERR("RbtCreate alloc mem.");
+        Zos_CbufDelete(zCbuf);
+        return nullptr;
+    }
     tree->uiMagic = kMagic;
     tree->uiSize = 0;
     tree->zCbuf = zCbuf;
@@ -467,6 +473,7 @@ KESTRO_API void Zos_RbtDelete(ZRBT zTree) {
         return;
     }
     ZCBUF zCbuf = tree->zCbuf;
+    zos::LiveRemove(tree);
     tree->uiMagic = 0;
     Zos_CbufDelete(zCbuf);
 }

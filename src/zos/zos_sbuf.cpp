@@ -9,6 +9,7 @@
 #include "zos_dlist_link.h"
 #include "zos_mem.h"
 #include "zos_sbuf.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -52,13 +53,11 @@ struct ZosPbuf {
 };
 
 ZosSbuf *ValidS(ZSBUF z) {
-    auto *s = static_cast<ZosSbuf *>(z);
-    return s != nullptr && s->uiMagic == kSbufMagic ? s : nullptr;
+    return zos::LiveRecord<ZosSbuf>(z, kSbufMagic);
 }
 
 ZosPbuf *ValidP(ZPBUF z) {
-    auto *p = static_cast<ZosPbuf *>(z);
-    return p != nullptr && p->uiMagic == kPbufMagic ? p : nullptr;
+    return zos::LiveRecord<ZosPbuf>(z, kPbufMagic);
 }
 
 uint8_t *SegData(Segment *s) {
@@ -76,6 +75,11 @@ KESTRO_API ZSBUF Zos_SbufCreate(uint32_t uiSegSize) {
         return nullptr;
     }
     s->uiSegSize = uiSegSize == 0 ? kDefaultSeg : uiSegSize > kLargest ? kLargest : uiSegSize;
+    if (!zos::LiveAdd(s)) {
+        ZOS_LOG_ERR("SbufCreate alloc memory.");
+        Zos_Free(s);
+        return nullptr;
+    }
     s->uiMagic = kSbufMagic;
     return s;
 }
@@ -90,6 +94,7 @@ KESTRO_API void Zos_SbufDelete(ZSBUF zSbuf) {
         s->pstSegs = seg->pstNext;
         Zos_Free(seg);
     }
+    zos::LiveRemove(s);
     s->uiMagic = 0;
     Zos_Free(s);
 }
@@ -143,6 +148,11 @@ KESTRO_API ZPBUF Zos_PbufCreate(void) {
         return nullptr;
     }
     p->stPages.uiMax = ZOS_LIST_NO_LIMIT;
+    if (!zos::LiveAdd(p)) {
+        ZOS_LOG_ERR("PbufCreate alloc memory.");
+        Zos_Free(p);
+        return nullptr;
+    }
     p->uiMagic = kPbufMagic;
     return p;
 }
@@ -157,6 +167,7 @@ KESTRO_API void Zos_PbufDelete(ZPBUF zPbuf) {
         reinterpret_cast<PageHdr *>(l)->uiMark = 0;
         Zos_Free(l);
     }
+    zos::LiveRemove(p);
     p->uiMagic = 0;
     Zos_Free(p);
 }

@@ -146,9 +146,6 @@ KESTRO_API uint32_t Zos_OsenvAttach(void) {
 KESTRO_API void Zos_OsenvDetach(void) {
     ST_ZOS_OSENV *holder = RawHolder();
     if (holder == nullptr) return;
-    if (holder->pfnOsdep != nullptr && holder->pstComps != nullptr) {
-        zos::MemReleaseFreedStrings(static_cast<ZosEnv *>(holder->pstComps[ZOS_COMP_ZOS].pEnv));
-    }
     if (holder->pstComps != nullptr) {
         // The configuration release functions are not called here: the
         // records go with the holder as plain memory.

@@ -15,6 +15,7 @@
 #include "zos_sbuf.h"
 #include "zos_str.h"
 #include "zos_ubuf.h"
+#include "zos_live.h"
 #include "zos_util.h"
 
 namespace {
@@ -51,8 +52,10 @@ bool WordIs(const void *buf, size_t offset, uint32_t magic) {
     return w == magic;
 }
 
-// The kinds other than the wrapper, in their testing order.
+// The kinds other than the wrapper, in their testing order. Only a live
+// handle's words are read: a deleted or foreign one is an unknown buffer.
 Ops KindOps(void *buf) {
+    if (!zos::LiveHas(buf)) return {false, nullptr, nullptr, nullptr, nullptr, nullptr};
     if (WordIs(buf, 2 * kPtr, kCbufMagic)) {
         return {true, buf, Zos_CbufAlloc, Zos_CbufFree, Zos_CbufSize, Zos_CbufHoldD};
     }
@@ -69,11 +72,23 @@ Ops KindOps(void *buf) {
 }
 
 Ops OpsOf(void *buf) {
+    if (!zos::LiveHas(buf)) return {false, nullptr, nullptr, nullptr, nullptr, nullptr};
     if (WordIs(buf, 0, kWrapMagic)) {
         const auto *w = static_cast<const ZosUbuf *>(buf);
         return {true, w->pTarget, w->pfnAlloc, w->pfnFree, w->pfnSize, w->pfnHold};
     }
     return KindOps(buf);
+}
+
+// Makes a filled wrapper a live handle; frees it when it cannot be.
+ZosUbuf *Register(ZosUbuf *w) {
+    if (!zos::LiveAdd(w)) {
+        ZOS_LOG_ERR("UbufCreate alloc memory.");
+        Zos_Free(w);
+        return nullptr;
+    }
+    w->uiMagic = kWrapMagic;
+    return w;
 }
 
 // ---------------------------------------------------------------------
@@ -184,8 +199,7 @@ KESTRO_API ZUBUF Zos_UbufCreate(void *pBuf) {
     w->pfnFree = ops.free;
     w->pfnSize = ops.size;
     w->pfnHold = ops.hold;
-    w->uiMagic = kWrapMagic;
-    return w;
+    return Register(w);
 }
 
 KESTRO_API ZUBUF Zos_UbufCreateX(void *pBuf, PFN_ZOS_UBUF_ALLOC pfnAlloc, PFN_ZOS_UBUF_FREE pfnFree,
@@ -200,17 +214,17 @@ KESTRO_API ZUBUF Zos_UbufCreateX(void *pBuf, PFN_ZOS_UBUF_ALLOC pfnAlloc, PFN_ZO
     w->pfnFree = pfnFree;
     w->pfnSize = pfnSize;
     w->pfnHold = pfnHold;
-    w->uiMagic = kWrapMagic;
-    return w;
+    return Register(w);
 }
 
 KESTRO_API uint32_t Zos_UbufDelete(ZUBUF zUbuf) {
     if (zUbuf == nullptr) return ZFAILED;
-    auto *w = static_cast<ZosUbuf *>(zUbuf);
-    if (w->uiMagic != kWrapMagic) {
+    auto *w = zos::LiveRecord<ZosUbuf>(zUbuf, kWrapMagic);
+    if (w == nullptr) {
         ZOS_LOG_ERR("UbufDelete invalid id.");
         return ZFAILED;
     }
+    zos::LiveRemove(w);
     w->uiMagic = 0;
     Zos_Free(w);
     return ZOK;
@@ -277,6 +291,17 @@ KESTRO_API uint32_t Zos_UbufHoldD(ZUBUF zBuf, const void *pMem) {
     if (zBuf == nullptr) return 0;
     const Ops ops = OpsOf(zBuf);
     return ops.known && ops.hold != nullptr ? ops.hold(ops.target, pMem) : 0;
+}
+
+// Makes a filled wrapper a live handle; frees it when it cannot be.
+ZosUbuf *Register(ZosUbuf *w) {
+    if (!zos::LiveAdd(w)) {
+        ZOS_LOG_ERR("UbufCreate alloc memory.");
+        Zos_Free(w);
+        return nullptr;
+    }
+    w->uiMagic = kWrapMagic;
+    return w;
 }
 
 // ---------------------------------------------------------------------

@@ -1,0 +1,147 @@
+// Calls on deleted handles: every family refuses them with its own line
+// and without reading the freed record. The sanitizer build serves the heap
+// from the C library, so a read of a freed record stops the test there.
+#include <cstring>
+
+#include "zos_test.h"
+
+namespace {
+
+// Runs a call on a dead handle and checks the line it logged.
+template <class F>
+void ExpectRefused(const char *line, F call) {
+    ktest::ClearLogged();
+    call();
+    EXPECT_TRUE(ktest::LoggedContains(line)) << line;
+}
+
+}  // namespace
+
+TEST_F(ZosTest, DeadHandleBuffers) {
+    ZCBUF cbuf = Zos_CbufCreate(64);
+    ASSERT_NE(cbuf, nullptr);
+    Zos_CbufDelete(cbuf);
+    ExpectRefused("CbufAlloc invalid id.", [&] { EXPECT_EQ(Zos_CbufAlloc(cbuf, 8), nullptr); });
+    ExpectRefused("CbufDelete invalid id.", [&] { Zos_CbufDelete(cbuf); });
+    ExpectRefused("CbufClone invalid id.", [&] { EXPECT_EQ(Zos_CbufClone(cbuf), nullptr); });
+
+    // A child whose parent died: detaching it is refused, not a read of
+    // the parent's freed record.
+    ZCBUF parent = Zos_CbufCreate(64);
+    ZCBUF child = Zos_CbufCreate(64);
+    ASSERT_EQ(Zos_CbufClone(child), child);  // survives the parent's clean
+    ASSERT_EQ(Zos_CbufAttach(parent, child), ZOK);
+    Zos_CbufDelete(parent);
+    ExpectRefused("CbufDetach invalid parent.", [&] { EXPECT_EQ(Zos_CbufDetach(child), ZFAILED); });
+    Zos_CbufDelete(child);
+
+    ZBPOOL bpool = Zos_BpoolCreate(0, 256, 4);
+    ASSERT_NE(bpool, nullptr);
+    Zos_BpoolDelete(bpool);
+    ExpectRefused("BpoolAlloc invalid id.", [&] { EXPECT_EQ(Zos_BpoolAlloc(bpool, 8), nullptr); });
+    ExpectRefused("BpoolDelete invalid id.", [&] { Zos_BpoolDelete(bpool); });
+
+    ZSBUF sbuf = Zos_SbufCreate(0);
+    ZPBUF pbuf = Zos_PbufCreate();
+    ASSERT_NE(sbuf, nullptr);
+    ASSERT_NE(pbuf, nullptr);
+    Zos_SbufDelete(sbuf);
+    Zos_PbufDelete(pbuf);
+    ExpectRefused("SbufAlloc invalid id.", [&] { EXPECT_EQ(Zos_SbufAlloc(sbuf, 8), nullptr); });
+    ExpectRefused("SbufDelete invalid id.", [&] { Zos_SbufDelete(sbuf); });
+    ExpectRefused("PbufDelete invalid id.", [&] { Zos_PbufDelete(pbuf); });
+
+    ZDBUF dbuf = Zos_DbufCreate(nullptr, 1, 128);
+    ASSERT_NE(dbuf, nullptr);
+    Zos_DbufDelete(dbuf);
+    ExpectRefused("DbufChkValid invalid magic.",
+                  [&] { EXPECT_EQ(Zos_DbufChkValid(dbuf, 0, 0, 0), ZFAILED); });
+    ExpectRefused("DbufPstAddD invalid id.",
+                  [&] { EXPECT_EQ(Zos_DbufPstAddD(dbuf, 'x'), ZFAILED); });
+
+    // The universal buffer: a second delete of a wrapper, and dispatch on a
+    // deleted buffer of each kind it knows.
+    ZCBUF inner = Zos_CbufCreate(64);
+    ZUBUF ubuf = Zos_UbufCreate(inner);
+    ASSERT_NE(ubuf, nullptr);
+    EXPECT_EQ(Zos_UbufDelete(ubuf), ZOK);
+    ExpectRefused("UbufDelete invalid id.", [&] { EXPECT_EQ(Zos_UbufDelete(ubuf), ZFAILED); });
+    ExpectRefused("UbufAlloc unknown buffer.", [&] { EXPECT_EQ(Zos_UbufAlloc(ubuf, 8), nullptr); });
+    Zos_CbufDelete(inner);
+    ExpectRefused("UbufAlloc unknown buffer.",
+                  [&] { EXPECT_EQ(Zos_UbufAlloc(inner, 8), nullptr); });
+    ExpectRefused("UbufAlloc unknown buffer.", [&] { EXPECT_EQ(Zos_UbufAlloc(sbuf, 8), nullptr); });
+    ExpectRefused("UbufCreate unknown buffer.", [&] { EXPECT_EQ(Zos_UbufCreate(dbuf), nullptr); });
+}
+
+TEST_F(ZosTest, DeadHandleContainers) {
+    ZQUEUE queue = nullptr;
+    ASSERT_EQ(Zos_QueueCreate(1, 0, 4, 4, &queue), ZOK);
+    EXPECT_EQ(Zos_QueueDelete(queue), ZOK);
+    ExpectRefused("QueueAdd invalid id.", [&] { EXPECT_EQ(Zos_QueueAdd(queue, 1), ZFAILED); });
+    ExpectRefused("QueueGetBusyCount invalid id.",
+                  [&] { EXPECT_EQ(Zos_QueueGetBusyCount(queue), 0u); });
+    uint32_t a = 7, b = 7, c = 7, d = 7, e = 7;
+    ExpectRefused("QueueGetCount invalid id.",
+                  [&] { EXPECT_EQ(Zos_QueueGetCount(queue, &a, &b, &c, &d, &e), ZFAILED); });
+    ExpectRefused("QueueDelete invalid id.", [&] { EXPECT_EQ(Zos_QueueDelete(queue), ZFAILED); });
+
+    ZPQUEUE pqueue = nullptr;
+    ASSERT_EQ(Zos_PQueueCreate(1, 0, 4, 4, 3, &pqueue), ZOK);
+    EXPECT_EQ(Zos_PQueueDelete(pqueue), ZOK);
+    ExpectRefused("PQueueAdd invalid id.",
+                  [&] { EXPECT_EQ(Zos_PQueueAdd(pqueue, 1, 5), ZFAILED); });
+
+    ZRBT tree = Zos_RbtCreate(nullptr);
+    ASSERT_NE(tree, nullptr);
+    Zos_RbtDelete(tree);
+    ExpectRefused("RbtInsert invalid id.", [&] { EXPECT_EQ(Zos_RbtAdd(tree, 1, 2), ZFAILED); });
+    ExpectRefused("RbtDelete invalid id.", [&] { Zos_RbtDelete(tree); });
+
+    ZOMAP map = Zos_OmapCreate(1, 10);
+    ASSERT_NE(map, nullptr);
+    Zos_OmapDelete(map);
+    uint32_t id = 0;
+    ExpectRefused("OmapAllocId invalid id.",
+                  [&] { EXPECT_EQ(Zos_OmapAllocId(map, &id), ZFAILED); });
+
+    ZDBKT bkt = Zos_DbktCreate(1, 1, 16, 2, 4, 0);
+    ASSERT_NE(bkt, nullptr);
+    EXPECT_EQ(Zos_DbktDelete(bkt), ZOK);
+    ExpectRefused("DbktGetBkt invalid id.", [&] { EXPECT_EQ(Zos_DbktGetBkt(bkt), nullptr); });
+    ExpectRefused("DbktDelete invalid id.", [&] { EXPECT_EQ(Zos_DbktDelete(bkt), ZFAILED); });
+
+    ZDUMP dump = Zos_DumpCreate("dead", 2);
+    ASSERT_NE(dump, nullptr);
+    EXPECT_EQ(Zos_DumpDelete(dump), ZOK);
+    ExpectRefused("DumpStack invalid id.",
+                  [&] { EXPECT_EQ(Zos_DumpStack(dump, "f", 1, "t", 2), ZFAILED); });
+    ExpectRefused("DumpDelete invalid id.", [&] { EXPECT_EQ(Zos_DumpDelete(dump), ZFAILED); });
+}
+
+TEST_F(ZosTest, DeadHandlePoolsAndStrings) {
+    ST_ZOS_BKT_INFO row{32, 2, 2};
+    ST_ZOS_POOL_CFG cfg{"dead pool", &row, nullptr, nullptr, 1, 0, 1, 1};
+    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ASSERT_NE(pool, nullptr);
+    void *p = Zos_PoolAlloc(pool, 16);
+    ASSERT_NE(p, nullptr);
+    Zos_PoolDelete(pool);
+    // The dead pool's own name went with it.
+    ExpectRefused("PoolAlloc invalid pool.", [&] { EXPECT_EQ(Zos_PoolAlloc(pool, 8), nullptr); });
+    ExpectRefused("PoolFree <unknown> invalid magic.", [&] { Zos_PoolFree(pool, p); });
+    ExpectRefused("PoolChkPool <unknown> invalid magic.",
+                  [&] { EXPECT_EQ(Zos_PoolChkPool(pool), 0u); });
+
+    // A second free and a length query of a freed system string, and text
+    // that never was one.
+    char *s = Zos_SysStrAlloc("gone");
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(Zos_SysStrLen(s), 4u);
+    Zos_SysStrFree(s);
+    ExpectRefused("SysStrLen invalid magic id.", [&] { EXPECT_EQ(Zos_SysStrLen(s), 0u); });
+    ExpectRefused("SysStrFree invalid magic.", [&] { Zos_SysStrFree(s); });
+    char plain[16] = "0123456789abcde";
+    ExpectRefused("SysStrFree invalid magic.", [&] { Zos_SysStrFree(plain + 8); });
+    EXPECT_STREQ(plain, "0123456789abcde");
+}
