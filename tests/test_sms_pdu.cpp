@@ -282,8 +282,10 @@ TEST_F(SmsPduTest, SubmitAndRelayEncoders) {
 
     EXPECT_EQ(PDU_3gppEncodeDeliverReport(0, 5, 0, rp, sizeof(rp)), 6);
     EXPECT_EQ(Hex(rp, 6), "020541020000");
-    EXPECT_EQ(PDU_3gppEncodeDeliverReport(0, 5, 0x6F, rp, sizeof(rp)), 9);
-    EXPECT_EQ(Hex(rp, 9), "040542016F41020000");
+    // RP-ERROR: the cause element, then the TPDU length with no identifier.
+    EXPECT_EQ(PDU_3gppEncodeDeliverReport(0, 5, 0x6F, rp, sizeof(rp)), 8);
+    EXPECT_EQ(Hex(rp, 8), "040542016F020000");
+    EXPECT_EQ(PDU_3gppEncodeDeliverReport(0, 5, 0x6F, rp, 15), -1);
     EXPECT_EQ(PDU_3gppEncodeDeliverReport(0, 5, 0, rp, 11), -1);
     EXPECT_EQ(PDU_3gppEncodeSmma(3, 0, rp, 4), 2);
     EXPECT_EQ(Hex(rp, 2), "0603");
@@ -493,8 +495,8 @@ TEST_F(SmsPduTest, RelayDecoder) {
     EXPECT_EQ(r.extra, 0x6F);
     EXPECT_EQ(r.tpType, PDU_TP_REPORT);
     uint8_t own[18];
-    ASSERT_EQ(PDU_3gppEncodeDeliverReport(0, 5, 0x6F, own, sizeof(own)), 9);
-    EXPECT_EQ(DecodeRp(Bytes(own, own + 9)).extra, 0x01);
+    ASSERT_EQ(PDU_3gppEncodeDeliverReport(0, 5, 0x6F, own, sizeof(own)), 8);
+    EXPECT_EQ(DecodeRp(Bytes(own, own + 8)).extra, 0x01);
     EXPECT_EQ(DecodeRp(FromHex("0509")).rc, -1);
     // Other message types are accepted and ignored.
     r = DecodeRp(FromHex("06"));

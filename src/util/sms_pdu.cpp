@@ -217,16 +217,16 @@ KESTRO_API int32_t PDU_3gppEncodeDeliverReport(uint32_t /*unused*/, uint8_t mr, 
     static const uint8_t kReport[2] = {0x00, 0x00};  // SMS-DELIVER-REPORT, no parameters
     Writer w;
     if (cause == 0) {
-        w.Byte(0x02);  // RP-ACK
+        w.Byte(0x02);  // RP-ACK: its user data carries an element identifier
         w.Byte(mr);
+        w.Byte(kRpUserDataIei);
     } else {
-        w.Byte(0x04);  // RP-ERROR
+        w.Byte(0x04);  // RP-ERROR: the cause element, then the length alone
         w.Byte(mr);
         w.Byte(0x42);
         w.Byte(0x01);
         w.Byte(cause);
     }
-    w.Byte(kRpUserDataIei);
     w.Byte(sizeof(kReport));
     w.Bytes(kReport, sizeof(kReport));
     return EmitRaw(w, out, out_size);
