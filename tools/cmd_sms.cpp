@@ -224,6 +224,20 @@ int SmsDecode(int argc, char **argv) {
     return 1;
 }
 
+// A number the encoders can write: digits, optionally after one leading
+// "+", at most 20 of them. Anything else is a usage error, not a message
+// with filler digits or an empty address.
+bool PhoneNumber(const char *option, const char *number) {
+    const char *digits = number[0] == '+' ? number + 1 : number;
+    const size_t n = std::strlen(digits);
+    bool ok = n > 0 && n <= 20;
+    for (size_t i = 0; ok && i < n; ++i) ok = digits[i] >= '0' && digits[i] <= '9';
+    if (!ok)
+        std::fprintf(stderr, "kestro: %s needs a number (digits, an optional leading +): %s\n",
+                     option, number);
+    return ok;
+}
+
 int SmsSubmit(int argc, char **argv) {
     Options o;
     unsigned long mr = 0;
@@ -231,6 +245,10 @@ int SmsSubmit(int argc, char **argv) {
         !o.words.empty() || !o.Has("--to") || !o.Has("--text") || !o.Number("--mr", 255, 0, &mr)) {
         std::fprintf(stderr,
                      "usage: kestro sms submit --to N --text T [--report] [--mr M] [--smsc S]\n");
+        return 2;
+    }
+    if (!PhoneNumber("--to", o.Get("--to")) ||
+        (o.Has("--smsc") && !PhoneNumber("--smsc", o.Get("--smsc")))) {
         return 2;
     }
     char hex[2 * PDU_BUF_SIZE + 1];
@@ -267,6 +285,7 @@ int SmsDeliver(int argc, char **argv) {
         std::fprintf(stderr, "usage: kestro sms deliver --from N --text T [--indication 0|1|2]\n");
         return 2;
     }
+    if (!PhoneNumber("--from", o.Get("--from"))) return 2;
     char hex[2 * PDU_BUF_SIZE + 1];
     if (PDU_3gppEncodeDeliverySms(o.Get("--from"), o.Get("--text"), hex, sizeof(hex),
                                   static_cast<int32_t>(indication)) < 0) {
@@ -345,6 +364,9 @@ int RunUtf8(int argc, char **argv) {
     return 0;
 }
 
+// Characters with a reading are spelled by the library; every other
+// character, ASCII aside (the library folds its capitals), passes through
+// as the UTF-8 it came as. Items are separated by one space.
 int RunPinyin(int argc, char **argv) {
     if (argc != 2) {
         std::fprintf(stderr, "usage: kestro pinyin <text>\n");
@@ -352,17 +374,33 @@ int RunPinyin(int argc, char **argv) {
     }
     Layer layer;
     if (!layer.ok()) return 1;
-    uint16_t *bmp = nullptr;
-    uint32_t count = 0;
-    const auto len = static_cast<uint32_t>(std::strlen(argv[1]));
-    if (Zucs_Utf8ToBmpX(&bmp, &count, argv[1], len) != ZOK) return 1;
-    // At most six letters and a separator a character.
-    std::vector<char> out(7u * count + 1u);
-    const uint32_t rc =
-        Zucs_BmpToPinyin(bmp, count, out.data(), static_cast<uint32_t>(out.size()), " ");
-    Zos_Free(bmp);
-    if (rc != ZOK) return 1;
-    std::printf("%s\n", out.data());
+    const std::string text = argv[1];
+    ST_UTF8_DECODE st;
+    utf8_decode_init(&st, text.c_str(), static_cast<int32_t>(text.size()));
+    std::string out;
+    size_t at = 0;  // byte offset of the character being decoded
+    for (int32_t c = utf8_decode_next(&st); c != UTF8_END; c = utf8_decode_next(&st)) {
+        if (c == UTF8_ERROR) {
+            std::fprintf(stderr, "kestro: invalid UTF-8 at byte %d\n", utf8_decode_at_byte(&st));
+            return 1;
+        }
+        const size_t len = c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+        char item[16] = "";
+        const auto u = static_cast<uint32_t>(c);
+        const bool spelled = u < 0x80 || (u >= ZUCS_PINYIN_FIRST && u <= ZUCS_PINYIN_LAST);
+        if (spelled) {
+            const uint16_t unit[2] = {static_cast<uint16_t>(c), 0};
+            if (Zucs_BmpToPinyin(unit, 1, item, sizeof(item), nullptr) != ZOK) return 1;
+        }
+        if (!out.empty()) out += ' ';
+        if (item[0] != '\0') {
+            out += item;
+        } else {
+            out.append(text, at, len);
+        }
+        at += len;
+    }
+    std::printf("%s\n", out.c_str());
     return 0;
 }
 

@@ -87,6 +87,9 @@ void Usage(FILE *out) {
 }  // namespace kestro
 
 int main(int argc, char **argv) {
+    // A command-line tool writes no files the user did not ask for: the
+    // system log keeps its console and watchers but gets no file.
+    Zos_CfgSetLogFile("");
     if (argc < 2) return kestro::RunStatus(argc, argv);
     if (std::strcmp(argv[1], "help") == 0 || std::strcmp(argv[1], "--help") == 0 ||
         std::strcmp(argv[1], "-h") == 0) {
