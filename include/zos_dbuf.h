@@ -30,7 +30,11 @@ ZOS_BEGIN_DECLS
 /* Most references a buffer can hold. */
 #define ZOS_DBUF_REF_MAX 255u
 /* Bytes of a block's header counted against the size given at creation:
- * a buffer of size s has blocks of s - 24 data bytes. */
+ * a buffer of size s has blocks of s - 24 data bytes. A block of capacity
+ * c is one pool request of c + the block header: c + 24 on the 32-bit
+ * product target (two links and four counts), c + 32 on a 64-bit host,
+ * where the links are 8 bytes. So on x86-64 the blocks of a size-128
+ * buffer ask for 136 bytes and land in the next bucket up. */
 #define ZOS_DBUF_BLK_HDR 24u
 
 /* Start-up and shut-down (part of Zos_SysInit / Zos_SysDestroy): the

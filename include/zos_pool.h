@@ -9,6 +9,11 @@
  * overruns are caught. Requests above the largest bucket go to the backing
  * allocator with a header of their own and are counted in the pool's heap
  * bytes. Faults are logged only when the description's log flag is set.
+ *
+ * Word size: the smallest data size is 16 on the 32-bit product target.
+ * A free node keeps its free-list links and block pointer in its data, so
+ * on a 64-bit host (three 8-byte pointers and a 4-byte mark) the smallest
+ * data size is 28: a row of size 10 gives 16 on 32-bit ARM, 28 on x86-64.
  */
 #ifndef ZOS_POOL_H
 #define ZOS_POOL_H

@@ -491,3 +491,31 @@ TEST(DbufStart, PoolThatCannotBeMadeStopsStartUpAtStepSeven) {
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
     EXPECT_EQ(Zos_DbufCreate(nullptr, 1, 128), nullptr);  // nothing to draw from
 }
+
+// A block of capacity c is a pool request of c + 24 on the 32-bit product
+// target: the blocks of a size-128 buffer fill 128-byte nodes exactly.
+// A 64-bit host adds 32 and lands in the next bucket.
+TEST_F(ZosTest, DbufBlockRequestFollowsTheWordSize) {
+    ST_ZOS_BKT_INFO rows[] = {{128, 4, 4}, {256, 4, 4}};
+    ST_ZOS_POOL_CFG cfg{"dbuf words", rows, nullptr, nullptr, 1, 0, 1, 2};
+    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ASSERT_NE(pool, nullptr);
+    ZDBUF b = Zos_DbufCreate(pool, ZOS_DBUF_TYPE_MSG, 128);
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ(Zos_DbufDftBlkSize(b), 104u);
+    ST_ZOS_POOL_BKT_STAT small{}, large{};
+    ASSERT_EQ(Zos_PoolGetBktStat(pool, 0, &small), ZOK);
+    const uint32_t before = small.uiAllocs;  // the buffer's own record
+    ASSERT_EQ(Zos_DbufPstAddD(b, 'x'), ZOK);
+    ASSERT_EQ(Zos_PoolGetBktStat(pool, 0, &small), ZOK);
+    ASSERT_EQ(Zos_PoolGetBktStat(pool, 1, &large), ZOK);
+    if (sizeof(void *) == 4) {
+        EXPECT_EQ(small.uiAllocs, before + 1);
+        EXPECT_EQ(large.uiAllocs, 0u);
+    } else {
+        EXPECT_EQ(small.uiAllocs, before);
+        EXPECT_EQ(large.uiAllocs, 1u);
+    }
+    Zos_DbufDelete(b);
+    Zos_PoolDelete(pool);
+}
