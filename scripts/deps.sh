@@ -10,7 +10,7 @@ set -euo pipefail
 what=${1:-test}
 run_pkgs=(cmake ninja-build g++ libjemalloc-dev)
 test_pkgs=("${run_pkgs[@]}" clang clang-format libclang-rt-14-dev googletest
-           g++-arm-linux-gnueabihf qemu-user libjemalloc2:armhf binutils)
+           g++-arm-linux-gnueabihf qemu-user libjemalloc2:armhf binutils pkg-config)
 bench_pkgs=("${run_pkgs[@]}" libbenchmark-dev libssl-dev zlib1g-dev libfmt-dev)
 
 case "$what" in

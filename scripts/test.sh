@@ -87,6 +87,38 @@ gcc_tree_leg() {
     ctest --test-dir build/gcc --output-on-failure -E concurrency
 }
 
+# The release tree installed into a temporary prefix; a small consumer is
+# built against it through the CMake package and through pkg-config, and
+# run.
+install_leg() {
+  [ -f build/release/build.ninja ] || cmake --preset release >/dev/null || return 1
+  cmake --build build/release -j "$jobs" || return 1
+  local prefix rc=0 out
+  prefix=$(mktemp -d)
+  cmake --install build/release --prefix "$prefix" >/dev/null || { rm -rf "$prefix"; return 1; }
+  ls "$prefix"/include/kestro_lite/kestro_lite.h "$prefix"/bin/kestro >/dev/null || rc=1
+  local lib
+  lib=$(dirname "$(find "$prefix" -name 'libkestro_lite.so.*.*' | head -1)")
+  readelf -d "$lib/libkestro_lite.so" | grep -q 'SONAME.*libkestro_lite\.so\.1\]' ||
+    { echo "no SONAME libkestro_lite.so.1"; rc=1; }
+  # 1. CMake package.
+  if cmake -S tests/consumer -B "$prefix/build-cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+       >/dev/null && cmake --build "$prefix/build-cmake" >/dev/null &&
+     out=$(LD_LIBRARY_PATH="$lib" "$prefix/build-cmake/consumer") &&
+     grep -q '^consumer: peer:5060 is 9 bytes' <<<"$out"; then
+    echo "cmake package: $out"
+  else echo "the consumer did not build or run through find_package"; rc=1; fi
+  # 2. pkg-config.
+  if out=$(PKG_CONFIG_PATH="$lib/pkgconfig" pkg-config --cflags --libs kestro_lite) &&
+     cc -std=c99 -Wall -Werror -o "$prefix/consumer-pc" tests/consumer/main.c $out &&
+     out=$(LD_LIBRARY_PATH="$lib" "$prefix/consumer-pc") &&
+     grep -q '^consumer: peer:5060 is 9 bytes' <<<"$out"; then
+    echo "pkg-config: $out"
+  else echo "the consumer did not build or run through pkg-config"; rc=1; fi
+  rm -rf "$prefix"
+  return $rc
+}
+
 leg "format" format_check
 leg "host asan+ubsan" host_leg asan
 leg "exports" exports_check
@@ -94,6 +126,7 @@ leg "host tsan" tsan_leg
 leg "arm under qemu" host_leg arm
 leg "gcc release + kestro" release_leg
 leg "gcc tree" gcc_tree_leg
+leg "install and consume" install_leg
 
 echo
 echo "legs: $passed passed, $failed failed"
