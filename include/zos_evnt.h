@@ -191,8 +191,6 @@ KESTRO_API ZEVNT Zos_EvntClone(ZEVNT zEvnt);
  * 7), clears the magic and drops the arena. Null is ignored; a bad handle
  * logs "EvntDelete invalid id.". */
 KESTRO_API void Zos_EvntDelete(ZEVNT zEvnt);
-/* References held; 0 for a bad handle. */
-KESTRO_API uint32_t Zos_EvntRefCnt(ZEVNT zEvnt);
 
 /* Memory from the event's arena, freed with the event. */
 KESTRO_API void *Zos_EvntAlloc(ZEVNT zEvnt, uint32_t uiSize);
