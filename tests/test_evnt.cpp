@@ -329,6 +329,27 @@ TEST_F(EvntTest, TextFormatEveryConversion) {
     }
 }
 
+// One platform-heap block per event while its parameters fit in the first
+// 512-byte block: always for a few numbers; for six mixed parameters with
+// two texts only where pointers are 32 bits (the record is larger on 64).
+TEST_F(EvntTest, SmallEventTakesOneHeapBlock) {
+    ZOS_OSDEP_FUNC &mallocSlot = ktest::Slot(0);
+    const ZOS_OSDEP_FUNC saved = mallocSlot;
+    mallocSlot = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
+    g_failAt = 0;
+    g_calls = 0;
+    ZEVNT e = Zos_EvntCreate();
+    for (uint32_t n = 0; n < 3; ++n) EXPECT_EQ(Zos_EParmSetUint(e, n, n), ZOK);
+    EXPECT_EQ(g_calls, 1);
+    Zos_EvntDelete(e);
+    g_calls = 0;
+    e = Zos_EvntCreateFmtS("%u %d %s %p %llu %s", 200u, -5, "sip:alice@example.com", &e,
+                           0x123456789ull, "a84b4c76e66710@pc33.example.com");
+    EXPECT_EQ(g_calls, sizeof(void *) == 4 ? 1 : 2);
+    Zos_EvntDelete(e);
+    mallocSlot = saved;
+}
+
 // Every allocation of a ten-parameter text-format event fails in turn:
 // the call fails with the right line and nothing stays allocated.
 TEST_F(EvntTest, AllocationFailureLeavesNothing) {

@@ -163,6 +163,19 @@ TEST_F(ZosTest, MsgAllocationFailureLeavesNothing) {
         EXPECT_EQ(g_live, 0) << n;
 
         g_calls = 0;
+        void *out = &out;
+        m = Zos_MsgCreateXD(1, 2, 3, 4, 600, &out);
+        if (m == nullptr) {
+            EXPECT_EQ(out, nullptr);
+            const bool named = ktest::LoggedContains("MsgCreateXD alloc mem.") ||
+                               ktest::LoggedContains("MsgCreateXD create event.") ||
+                               ktest::LoggedContains("MsgCreateXD alloc data.");
+            EXPECT_TRUE(named) << n;
+        }
+        Zos_MsgDelete(m);
+        EXPECT_EQ(g_live, 0) << n;
+
+        g_calls = 0;
         m = Zos_MsgCreateED(keep, 1, 2, 3, 5, big.data(), 600);
         if (m != nullptr) {
             okED = okED == 0 ? n : okED;
