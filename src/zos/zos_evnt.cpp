@@ -76,15 +76,19 @@ ST_ZOS_EPARM *FindIn(const ZosEvnt *e, uint32_t id) {
     return nullptr;
 }
 
-// A zeroed node for the id, appended at the end of its chain.
-ST_ZOS_EPARM *AddIn(ZosEvnt *e, uint32_t id) {
+// A zeroed node for the id, linked at `*at` (the end of its chain).
+ST_ZOS_EPARM *LinkNew(ZosEvnt *e, uint32_t id, ST_ZOS_EPARM **at) {
     auto *node = static_cast<ST_ZOS_EPARM *>(Zos_CbufAllocClrd(e->zBuf, sizeof(ST_ZOS_EPARM)));
     if (node == nullptr) return nullptr;
     node->uiId = id;
-    ST_ZOS_EPARM **at = &e->ppstBuckets[id % ZOS_EVNT_BUCKETS];
-    while (*at != nullptr) at = &(*at)->pstNext;
     *at = node;
     return node;
+}
+
+ST_ZOS_EPARM *AddIn(ZosEvnt *e, uint32_t id) {
+    ST_ZOS_EPARM **at = &e->ppstBuckets[id % ZOS_EVNT_BUCKETS];
+    while (*at != nullptr) at = &(*at)->pstNext;
+    return LinkNew(e, id, at);
 }
 
 // Unlinks and frees a node of this event; false when it is not one. The
@@ -104,12 +108,16 @@ bool RmvIn(ZosEvnt *e, ST_ZOS_EPARM *node) {
 
 // The node a setter fills: null after "<name> exist parm" when the id is
 // set already, or "<name> add parm" when no node can be had.
+// One walk of the chain both looks for the id and finds its end.
 ST_ZOS_EPARM *NewParm(ZosEvnt *e, uint32_t id, const char *name) {
-    if (FindIn(e, id) != nullptr) {
-        ZOS_LOG_ERR("%s exist parm", name);
-        return nullptr;
+    ST_ZOS_EPARM **at = &e->ppstBuckets[id % ZOS_EVNT_BUCKETS];
+    for (; *at != nullptr; at = &(*at)->pstNext) {
+        if ((*at)->uiId == id) {
+            ZOS_LOG_ERR("%s exist parm", name);
+            return nullptr;
+        }
     }
-    ST_ZOS_EPARM *node = AddIn(e, id);
+    ST_ZOS_EPARM *node = LinkNew(e, id, at);
     if (node == nullptr) ZOS_LOG_ERR("%s add parm", name);
     return node;
 }
