@@ -15,14 +15,15 @@
  *   %hhd %hhu  char, unsigned char      %ld %lu   long, unsigned long
  *   %lld %llu  64-bit (long long)       %zu %zd   size_t (a word)
  *   %p         pointer (not copied)     %s        text, copied
- *   %*s %*p    memory given as two arguments, an unsigned int length
- *              and then the pointer; the bytes are copied
+ *   %zd        long                     %*s %*p   memory given as two
+ *              arguments, the pointer and then an unsigned int length;
+ *              the bytes are copied
  * and the function is called with the same arguments in the same order,
  * texts and memory pointing at the event's copies (valid during the call).
  *
  * Word layout of Zos_ModStrToArray / Zos_ModEvntInvoke: one machine word
  * (uintptr_t) per argument, signed values sign-extended and unsigned ones
- * zero-extended; a memory argument gives two words (length, pointer). On a
+ * zero-extended; a memory argument gives two words (pointer, length). On a
  * 32-bit target a 64-bit value takes two words, low word first, starting
  * at an even word index: a padding word of 0 goes before it when needed.
  * That is exactly where the 32-bit ARM procedure call standard puts such
@@ -164,8 +165,8 @@ KESTRO_API uint32_t Zos_ModEhInit(void);
 KESTRO_API void Zos_ModEhDestroy(void);
 KESTRO_API uint32_t Zos_ModEhSub(const char *pcName, uint32_t uiTaskId, PFN_ZOS_MOD_FUNC pfnFunc,
                                  uintptr_t zData);
-KESTRO_API uint32_t Zos_ModEhUnSub(const char *pcName, uint32_t uiTaskId,
-                                   PFN_ZOS_MOD_FUNC pfnFunc, uintptr_t zData);
+KESTRO_API uint32_t Zos_ModEhUnSub(const char *pcName, uint32_t uiTaskId, PFN_ZOS_MOD_FUNC pfnFunc,
+                                   uintptr_t zData);
 KESTRO_API void *Zos_ModEhFindEntry(const char *pcName);
 KESTRO_API void *Zos_ModEhCreateEntry(const char *pcName);
 KESTRO_API void *Zos_ModEhFindSuber(void *pEntry, uint32_t uiTaskId, PFN_ZOS_MOD_FUNC pfnFunc,

@@ -45,8 +45,7 @@ typedef void (*PFN_ZOS_TASK_EXIT)(const char *pcName, uint32_t uiTaskId);
  * a stack size of 0 takes the platform's default. Without thread support
  * (OsThreadSupt off) the record is made and nothing runs it. */
 KESTRO_API uint32_t Zos_TaskSpawn(const char *pcName, uint32_t uiPriority, uint32_t uiStackSize,
-                                  PFN_ZOS_TASK_ENTRY pfnEntry, uintptr_t zArg,
-                                  uint32_t *puiTaskId);
+                                  PFN_ZOS_TASK_ENTRY pfnEntry, uintptr_t zArg, uint32_t *puiTaskId);
 /* Spawns the thread of a record the module manager already holds (a task
  * record of Zos_ModGetTask, passed as the pointer Zos_ModFindTask gives). */
 KESTRO_API uint32_t Zos_TaskSpawnX(void *pTask, uint32_t uiStackSize, PFN_ZOS_TASK_ENTRY pfnEntry);

@@ -47,8 +47,8 @@ struct ModTask {
     ZMUTEX zMutex;
     void *zQueue;  // own priority queue; null when driven by the shared one
     ModDeferList stDefer;
-    uint32_t auiStop[3];  // the stop notification (65535, id, 16)
-    uint32_t uiIndex;     // place in the task array
+    uint32_t auiStop[3];              // the stop notification (65535, id, 16)
+    uint32_t uiIndex;                 // place in the task array
     std::atomic<uint32_t> *pThreads;  // the table's count of live threads
 };
 

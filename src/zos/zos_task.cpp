@@ -17,7 +17,7 @@ constexpr uint32_t kDeletePolls = 200;
 constexpr uint32_t kPollMs = 30;
 
 uint32_t ClampPriority(uint32_t pri) {
-    return pri < ZOS_TASK_PRI_HIGHEST ? ZOS_TASK_PRI_HIGHEST
+    return pri < ZOS_TASK_PRI_HIGHEST  ? ZOS_TASK_PRI_HIGHEST
            : pri > ZOS_TASK_PRI_LOWEST ? ZOS_TASK_PRI_LOWEST
                                        : pri;
 }
@@ -33,12 +33,8 @@ class ModGuard {
     }
     ModGuard(const ModGuard &) = delete;
     ModGuard &operator=(const ModGuard &) = delete;
-    ModTask *Find(uint32_t id) const {
-        return mgr_ != nullptr ? zos::TaskFind(mgr_, id) : nullptr;
-    }
-    ZosModMgr *Mgr() const {
-        return mgr_;
-    }
+    ModTask *Find(uint32_t id) const { return mgr_ != nullptr ? zos::TaskFind(mgr_, id) : nullptr; }
+    ZosModMgr *Mgr() const { return mgr_; }
 
   private:
     ZosModMgr *mgr_;
@@ -48,8 +44,8 @@ class ModGuard {
 // Lowering the table's thread count is the thread's last touch of it.
 void TaskThread(uintptr_t arg) {
     auto *start = reinterpret_cast<ST_ZOS_TASK_START *>(arg);
-    ModTask *rec = reinterpret_cast<ModTask *>(reinterpret_cast<char *>(start) -
-                                               offsetof(ModTask, stStart));
+    ModTask *rec =
+        reinterpret_cast<ModTask *>(reinterpret_cast<char *>(start) - offsetof(ModTask, stStart));
     std::atomic<uint32_t> *threads = rec->pThreads;
     Zos_TaskEntry(start);
     threads->fetch_sub(1, std::memory_order_acq_rel);
@@ -368,8 +364,7 @@ KESTRO_API void Zos_TaskDbgShow(void) {
     Zos_Printf("\r\nRUNNING: %lldus", static_cast<long long>((now - start) / 1000u));
     Zos_Printf(
         "\r\nNAME     ID         TYPE   ENTRY    STATE   PRI Q_BUSY Q_PEEK T_BUSY T_PEEK\r\n");
-    Zos_Printf(
-        "----     --         ----   -----    -----   --- ------ ------ ------ ------\r\n");
+    Zos_Printf("----     --         ----   -----    -----   --- ------ ------ ------ ------\r\n");
     ModGuard g;
     if (ZosModMgr *mgr = g.Mgr()) {
         for (ST_ZOS_DLIST_NODE *n = mgr->stTaskList.pstHead; n != nullptr; n = n->pstNext) {
