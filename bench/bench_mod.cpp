@@ -27,9 +27,7 @@ constexpr uint32_t kBatch = 20000;  // messages per iteration, all producers tog
 // What every receiver counts: messages handled per producer.
 struct Counts {
     std::atomic<uint64_t> per[kMaxProducers];
-    void Note(uint32_t p) {
-        per[p].fetch_add(1, std::memory_order_release);
-    }
+    void Note(uint32_t p) { per[p].fetch_add(1, std::memory_order_release); }
     uint64_t Total() const {
         uint64_t t = 0;
         for (const auto &c : per) t += c.load(std::memory_order_acquire);
@@ -60,7 +58,8 @@ class ModSink : public Sink {
         Zos_SysInit();
         if (host) {
             // The host loop: a thread with the looper watching the pipe.
-            Zpand_ModSetPostDrv([] { return Zpand_UiProcEvnt(0, [](uintptr_t) { Zos_ModDriveMsg(); }); });
+            Zpand_ModSetPostDrv(
+                [] { return Zpand_UiProcEvnt(0, [](uintptr_t) { Zos_ModDriveMsg(); }); });
             loop_ = std::thread([this] {
                 ALooper_prepare(0);
                 Zpand_UiEvntInit();
@@ -240,9 +239,9 @@ void Latency(benchmark::State &state, Road road) {
                     sink->Post(p);
                     while (g_counts.per[p].load(std::memory_order_acquire) == before) {
                     }
-                    samples[p].push_back(
-                        std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - t0)
-                            .count());
+                    samples[p].push_back(std::chrono::duration<double, std::micro>(
+                                             std::chrono::steady_clock::now() - t0)
+                                             .count());
                 }
             });
         }

@@ -38,9 +38,7 @@ class HostLoop {
         });
         while (!ready_) std::this_thread::yield();
     }
-    ~HostLoop() {
-        Stop();
-    }
+    ~HostLoop() { Stop(); }
     void Stop() {
         if (!thread_.joinable()) return;
         stop_ = true;
@@ -48,12 +46,8 @@ class HostLoop {
         thread_.join();
         Zpand_ModSetPostDrv(nullptr);
     }
-    bool SetUp() const {
-        return setup_ == ZOK;
-    }
-    std::thread::id Id() const {
-        return tid_;
-    }
+    bool SetUp() const { return setup_ == ZOK; }
+    std::thread::id Id() const { return tid_; }
     static std::atomic<uint32_t> drives;
 
   private:
@@ -61,9 +55,7 @@ class HostLoop {
         drives++;
         Zos_ModDriveMsg();
     }
-    static uint32_t PostDrive() {
-        return Zpand_UiProcEvnt(0, DriveOnce);
-    }
+    static uint32_t PostDrive() { return Zpand_UiProcEvnt(0, DriveOnce); }
     std::thread thread_;
     std::atomic<bool> ready_{false}, stop_{false};
     uint32_t setup_ = ZFAILED;

@@ -150,8 +150,8 @@ TEST_F(ModHost, PrioritiesFirstThenArrivalOrder) {
     Zos_MsgSendX(a, urgent, 4, 0, nullptr, 0);
     Zos_MsgSendXP(a, a, 5, 0, nullptr, 0, 2);  // its own priority
     for (int i = 0; i < 5; ++i) Zos_ModDriveMsg();
-    EXPECT_EQ(SeenNow(), (std::vector<std::string>{"URGENT:4", "EQ_A:5", "EQ_A:1", "EQ_B:2",
-                                                   "EQ_A:3"}));
+    EXPECT_EQ(SeenNow(),
+              (std::vector<std::string>{"URGENT:4", "EQ_A:5", "EQ_A:1", "EQ_B:2", "EQ_A:3"}));
 }
 
 TEST_F(ModHost, PostFailuresLeaveNothingQueued) {
@@ -172,7 +172,7 @@ TEST_F(ModHost, PostFailuresLeaveNothingQueued) {
     // A full shared queue (QueueSize entries).
     Zpand_ModSetPostDrv(CountDrive);
     uint32_t sent = 0;
-    while (Zos_MsgSendX(a, a, 7, 0, nullptr, 0) == ZOK && sent < 1000) ++sent;
+    while (Zos_MsgSendX(a, a, 7, 0, nullptr, 0) == ZOK && sent < 10000) ++sent;
     EXPECT_EQ(sent, Zos_CfgGetQueueSize());
     EXPECT_TRUE(ktest::LoggedContains("ModPostMsg task<FAIL_A> <0x" + [&] {
         char hex[16];
@@ -220,6 +220,7 @@ TEST_F(ModHost, HostTasksStopAndStatistics) {
     // Without threads a task must be driven by the host loop, which needs
     // a post-drive slot.
     ZOS_OSDEP_FUNC drive = ktest::Slot(94);
+    Zos_CfgSetLogLevel(0xF);  // warnings too
     Zos_CfgSetOsThreadSupt(0);
     uint32_t id = 0;
     EXPECT_EQ(Zos_ModTaskStart("MAIN_ONLY", 3, 0, 0, 1, nullptr, nullptr, Record, &id), ZOK);
@@ -241,7 +242,8 @@ TEST_F(ModHost, RoadOfAMessageThroughTheLooper) {
     EXPECT_NE(Zpand_UiThreadId(), nullptr);
     const uint32_t a = Start("LOOP_A", 4, true);
     const uint32_t drivesBefore = ktest::HostLoop::drives;
-    for (uint32_t type = 1; type <= 5; ++type) ASSERT_EQ(Zos_MsgSendX(a, a, type, 0, nullptr, 0), ZOK);
+    for (uint32_t type = 1; type <= 5; ++type)
+        ASSERT_EQ(Zos_MsgSendX(a, a, type, 0, nullptr, 0), ZOK);
     ASSERT_TRUE(WaitFor([] { return SeenNow().size() == 5; }));
     EXPECT_EQ(SeenNow().front(), "LOOP_A:1");
     EXPECT_EQ(SeenNow().back(), "LOOP_A:5");
@@ -372,8 +374,7 @@ TEST_F(ZosTest, PerformCallsRealPrototypesWithEveryArgumentKind) {
     int anchor = 0;
     g_call.clear();
     ASSERT_EQ(Zos_ModPerformX(t, Fn(Mixed), "%hhd %hu %d %lld %s %u %p %llu", -5, 65535, -70000,
-                              -0x123456789LL, "text", 4000000000u, &anchor,
-                              0xFEDCBA9876543210ULL),
+                              -0x123456789LL, "text", 4000000000u, &anchor, 0xFEDCBA9876543210ULL),
               ZOK);
     EXPECT_EQ(g_call, "-5,65535,-70000,-4886718345,text,4000000000," +
                           std::to_string(reinterpret_cast<uintptr_t>(&anchor)) + "," +
@@ -386,9 +387,9 @@ TEST_F(ZosTest, PerformCallsRealPrototypesWithEveryArgumentKind) {
                               size_t{11}, 255u, -300),
               ZOK);
     EXPECT_EQ(g_call, "mem,-9,10,11,255,-300");
-    ASSERT_EQ(Zos_ModPerformX(t, Fn(Nine), "%u%u%u%u%u%u%u%u%u", 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u,
-                              9u),
-              ZOK);
+    ASSERT_EQ(
+        Zos_ModPerformX(t, Fn(Nine), "%u%u%u%u%u%u%u%u%u", 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u),
+        ZOK);
     EXPECT_EQ(g_call, "36/9");
     ASSERT_EQ(Zos_ModPerformX(t, Fn(NoArgs), nullptr), ZOK);
     EXPECT_EQ(g_call, "none");
@@ -482,6 +483,7 @@ TEST_F(ZosTest, SynchronousPerformFromTheTargetTaskRunsAtOnce) {
 
 TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
     g_pub.clear();
+    Zos_CfgSetLogLevel(0xF);  // warnings too
     const uint32_t t1 = Start("PUB1", 3, false), t2 = Start("PUB2", 3, false);
     const uint32_t t3 = Start("PUB3", 3, true);
     g_pubTasks[1] = t1;
@@ -509,9 +511,9 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
         got = g_pub;
     }
     std::sort(got.begin(), got.end());
-    EXPECT_EQ(got, (std::vector<std::string>{"call.up/1/-42/hello/on task",
-                                             "call.up/2/-42/hello/on task",
-                                             "call.up/3/-42/hello/on task"}));
+    EXPECT_EQ(
+        got, (std::vector<std::string>{"call.up/1/-42/hello/on task", "call.up/2/-42/hello/on task",
+                                       "call.up/3/-42/hello/on task"}));
     EXPECT_EQ(Zos_ModPubEvnt("nobody", "%d", 1), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("ModPubEvnt no subscriber nobody."));
     // Unsubscribing the last subscriber removes the entry.

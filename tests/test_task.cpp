@@ -102,6 +102,7 @@ TEST_F(ZosTest, TaskIgnoringStopIsForcedAfter200Polls) {
     g_deletes.clear();
     uint32_t id = 0;
     ASSERT_EQ(Zos_TaskSpawn("STUBBORN", 5, 0, Stubborn, 0, &id), ZOK);
+    ASSERT_TRUE(WaitFor([&] { return Zos_TaskGetState(id) == ZOS_TASK_RUNNING; }));
     ZOS_OSDEP_FUNC delay = ktest::Slot(97), del = ktest::Slot(96);
     ktest::Slot(97) = reinterpret_cast<ZOS_OSDEP_FUNC>(FastDelay);
     ktest::Slot(96) = reinterpret_cast<ZOS_OSDEP_FUNC>(RecordDelete);
@@ -129,6 +130,7 @@ TEST_F(ZosTest, TaskWaitDeleteLimitsAndSpawnFailure) {
     g_deletes.clear();
     uint32_t id = 0;
     ASSERT_EQ(Zos_TaskSpawn("WAITER", 5, 0, Stubborn, 0, &id), ZOK);
+    ASSERT_TRUE(WaitFor([&] { return Zos_TaskGetState(id) == ZOS_TASK_RUNNING; }));
     ZOS_OSDEP_FUNC delay = ktest::Slot(97), del = ktest::Slot(96);
     ktest::Slot(97) = reinterpret_cast<ZOS_OSDEP_FUNC>(FastDelay);
     ktest::Slot(96) = reinterpret_cast<ZOS_OSDEP_FUNC>(RecordDelete);
