@@ -2,6 +2,8 @@
 // delete after firing, stop and delete while running, limits and texts),
 // the self manager's task, the OS manager's arming of the platform timer,
 // the host timer on the looper, and the log task.
+#include <pthread.h>
+
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -72,7 +74,7 @@ class QTimerTest : public ZosTest {
     }
     uint32_t Make(uint32_t flags = 0) {
         uint32_t id = ZOS_INVALID_ID;
-        EXPECT_EQ(Zos_QTimerTmrCreate(q_, ZOS_INVALID_ID, flags, &id), ZOK);
+        Zos_QTimerTmrCreate(q_, ZOS_INVALID_ID, flags, &id);
         return id;
     }
     void Process(uint64_t tick) {
@@ -227,6 +229,8 @@ TEST_F(QTimerTest, CallbacksMayStopAndDeleteDuringProcessing) {
     // A delete-after-firing timer deleted by its own callback, its id
     // handed out again at once: the purge leaves the new timer alone.
     const uint32_t self = Make(ZOS_TIMER_FLAG_DELETE);
+    while (Make() != ZOS_INVALID_ID) {
+    }
     ASSERT_EQ(Zos_QTimerTmrStart(q_, self, 0, 1, 0, DeletesAndRecreates), ZOK);
     Process(1002);
     EXPECT_EQ(Zos_QTimerTmrGetState(q_, self), ZOS_TIMER_STATE_IDLE);
@@ -265,6 +269,7 @@ TEST_F(TimerTest, LengthRulesOfStartAndStartX) {
     EXPECT_EQ(Zos_TimerStartX(b, 0), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("TimerStartX timer length is 0."));
 
+    Zos_LogOpen(Zos_LogGetZosId(), ZOS_LOG_LEVEL_WARN);
     ASSERT_EQ(Zos_TimerStart(a, 0, 5, 0, Record), ZOK);
     EXPECT_TRUE(ktest::LoggedContains("TimerStart time len(5ms) too short."));
     uint32_t remain = 0, len = 0;
@@ -337,6 +342,38 @@ TEST_F(TimerTest, SleepingTaskKeepsTicksAndOrder) {
     const std::vector<std::pair<uint32_t, uint64_t>> want{{three, 103}, {p, 107}, {two, 112},
                                                           {one, 112},   {p, 114}, {p, 121}};
     EXPECT_EQ(Fired(), want);
+}
+
+// Wake-ups of the timer task, counted in the semaphore wait slot on the
+// thread the callbacks run on.
+std::atomic<pthread_t> g_timerThread{};
+std::atomic<bool> g_timerThreadKnown{false};
+std::atomic<uint32_t> g_timerWaits{0};
+uint32_t CountingWait(ZSEM *sem, uint32_t ms) {
+    if (g_timerThreadKnown && pthread_equal(pthread_self(), g_timerThread) != 0) ++g_timerWaits;
+    return Zpand_SemWait(sem, ms);
+}
+void NoteThread(uint32_t id, uint32_t type, uintptr_t parm) {
+    g_timerThread = pthread_self();
+    g_timerThreadKnown = true;
+    Record(id, type, parm);
+}
+
+TEST_F(TimerTest, TaskSleepsUntilTheSoonestExpiry) {
+    g_timerThreadKnown = false;
+    uint32_t p = 0;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, ZOS_TIMER_FLAG_PERIOD, &p), ZOK);
+    ASSERT_EQ(Zos_TimerStart(p, 0, 300, 0, NoteThread), ZOK);
+    ASSERT_TRUE(Eventually([] { return FiredCount() == 1; }));
+    ktest::Slot(45) = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingWait);
+    g_timerWaits = 0;
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_TRUE(Eventually([] { return FiredCount() == 5; }));
+    const auto took = std::chrono::steady_clock::now() - t0;
+    EXPECT_GE(took, 1100ms) << "four periods of 300 ms";
+    // Polling every tick would wake about 120 times here.
+    EXPECT_LE(g_timerWaits.load(), 8u);
+    Zos_TimerStop(p);
 }
 
 TEST_F(TimerTest, DestroyTwiceAndUseAfterDestroy) {
