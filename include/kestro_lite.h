@@ -34,6 +34,7 @@
 #include "zucs.h"
 #include "sms_pdu.h"
 #include "zpand.h"
+#include "zpand_timer.h"
 #include "zbase64.h"
 #include "zbase32.h"
 #include "zbase16.h"
