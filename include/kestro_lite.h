@@ -14,6 +14,8 @@
 #include "zos_bpool.h"
 #include "zos_dbuf.h"
 #include "zos_cbuf.h"
+#include "zos_evnt.h"
+#include "zos_msg.h"
 #include "zos_sbuf.h"
 #include "zos_ubuf.h"
 #include "zos_lock.h"
