@@ -2,9 +2,7 @@
 // and the Java side answers on its own worker thread with the native
 // "driveMsg", which handles one queued module message.
 #include "pand_jni.h"
-
-// The module manager's drive, linked in with the module manager.
-extern "C" __attribute__((weak)) uint32_t Zos_ModDriveMsg(void);
+#include "zos_mod.h"
 
 namespace zpand::jni {
 
@@ -25,7 +23,7 @@ extern "C" {
 
 JNIEXPORT jint JNICALL Java_com_quelmar_kestro_ZpandMod_driveMsg(JNIEnv * /*pstEnv*/,
                                                                  jclass /*jCls*/) {
-    return Zos_ModDriveMsg != nullptr ? static_cast<jint>(Zos_ModDriveMsg()) : ZFAILED;
+    return static_cast<jint>(Zos_ModDriveMsg());
 }
 
 }  // extern "C"

@@ -25,8 +25,7 @@ void *Trampoline(void *p) {
     return nullptr;
 }
 
-// The thread that set up the host's message loop; on a host without a
-// looper, the thread that attached the environment.
+// The thread that set up the host's message pipe last.
 pthread_t g_mainThread;
 bool g_mainThreadSet = false;
 
@@ -34,7 +33,7 @@ bool g_mainThreadSet = false;
 
 namespace zpand {
 
-void UiEvntInit() {
+void NoteMainThread() {
     g_mainThread = pthread_self();
     g_mainThreadSet = true;
 }
@@ -125,6 +124,10 @@ KESTRO_API uint32_t Zpand_TaskIsCurrent(uintptr_t zThread) {
 }
 
 KESTRO_API uint32_t Zpand_TaskIsMainThread(void) {
+    // With a looper the main thread is the one whose looper watches the
+    // message pipe; without one, the thread that set the pipe up last.
+    void *ui = zpand::UiLooper();
+    if (ui != nullptr) return zpand::CurrentLooper() == ui ? 1u : 0u;
     return g_mainThreadSet && pthread_equal(pthread_self(), g_mainThread) != 0 ? 1u : 0u;
 }
 

@@ -133,12 +133,21 @@ ZOS_SLOT_TYPE(kSlotSemCreateOne, Zpand_SemCreateOne)
 ZOS_SLOT_TYPE(kSlotSemDelete, Zpand_SemDelete)
 ZOS_SLOT_TYPE(kSlotSemWait, Zpand_SemWait)
 ZOS_SLOT_TYPE(kSlotSemPost, Zpand_SemPost)
+ZOS_SLOT_TYPE(kSlotModPostDrv, Zpand_ModPostDrv)
 ZOS_SLOT_TYPE(kSlotTaskSpawn, Zpand_TaskSpawn)
 ZOS_SLOT_TYPE(kSlotTaskDelete, Zpand_TaskDelete)
 ZOS_SLOT_TYPE(kSlotTaskDelay, Zpand_TaskDelay)
 ZOS_SLOT_TYPE(kSlotTaskExit, Zpand_TaskExit)
 ZOS_SLOT_TYPE(kSlotTaskIsCurrent, Zpand_TaskIsCurrent)
 ZOS_SLOT_TYPE(kSlotTaskIsMainThread, Zpand_TaskIsMainThread)
+ZOS_SLOT_TYPE(kSlotUiProcEvnt, Zpand_UiProcEvnt)
+
+// The optional thread-enter hook has no filler on this platform: (thread
+// handle, place for the word the exit hook receives).
+template <>
+struct SlotType<kSlotTaskEnter> {
+    using type = uint32_t (*)(uintptr_t zHandle, uintptr_t *pzWord);
+};
 
 #undef ZOS_SLOT_TYPE
 
