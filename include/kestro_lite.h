@@ -24,6 +24,8 @@
 #include "zos_time.h"
 #include "zos_print.h"
 #include "zos_log.h"
+#include "zos_logtask.h"
+#include "zos_timer.h"
 #include "zos_dump.h"
 #include "zos_trace.h"
 #include "zos_dlist.h"

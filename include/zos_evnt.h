@@ -240,7 +240,8 @@ KESTRO_API uint32_t Zos_EParmGetElemId(ZEVNT zEvnt);
 KESTRO_API uint32_t Zos_EParmSetElemMem(ZEVNT zEvnt, void *pMem);
 KESTRO_API void *Zos_EParmGetElemMem(ZEVNT zEvnt);
 /* With a length the bytes are copied into the arena (1 when that fails,
- * the slot unchanged); with length 0 the pointer is borrowed as given. */
+ * the slot unchanged); with length 0 the pointer is borrowed as given; a
+ * null pointer empties the slot. */
 KESTRO_API uint32_t Zos_EParmSetElemData(ZEVNT zEvnt, const void *pData, uint32_t uiLen);
 /* The bytes of a data buffer copied into the arena as the element data
  * (an empty buffer stores null, length 0); the buffer stays the caller's. */

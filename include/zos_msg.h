@@ -29,7 +29,8 @@ ZOS_BEGIN_DECLS
 /* A message without event (made on first need); "MsgCreate alloc mem.". */
 KESTRO_API ZMSG Zos_MsgCreate(uint32_t uiSendTaskId, uint32_t uiRecvTaskId, uint32_t uiType);
 /* As Zos_MsgCreate; a non-zero object makes the event and sets slot 9, then
- * the data is set as by Zos_MsgSetData. Failures: "MsgCreateX alloc mem.",
+ * the data, when a pointer or a length is given, is set as by
+ * Zos_MsgSetData (so a message with neither has no event yet). Failures: "MsgCreateX alloc mem.",
  * "MsgCreateX set object.", "MsgCreateX set data." (the message is freed). */
 KESTRO_API ZMSG Zos_MsgCreateX(uint32_t uiSendTaskId, uint32_t uiRecvTaskId, uint32_t uiType,
                                uintptr_t zObject, const void *pData, uint32_t uiLen);

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "jvm_harness.h"
 #include "zos_test.h"
@@ -251,4 +252,135 @@ TEST_F(JvmTimer, TheTimerSlotsReachTheBridge) {
     EXPECT_TRUE(Armed());
     EXPECT_EQ(stop(), ZOK);
     EXPECT_FALSE(Armed());
+}
+
+// The layer's OS timer manager running on the Java timer.
+namespace {
+
+struct OsFired {
+    uint32_t id;
+    std::string thread;
+};
+std::mutex g_osMutex;
+std::vector<OsFired> g_osFired;
+
+void OsRecord(uint32_t id, uint32_t, uintptr_t) {
+    OsFired f{id, kjvm::ThreadName()};
+    std::lock_guard<std::mutex> lock(g_osMutex);
+    g_osFired.push_back(f);
+}
+
+size_t OsFiredCount() {
+    std::lock_guard<std::mutex> lock(g_osMutex);
+    return g_osFired.size();
+}
+
+bool WaitOsFired(size_t n, int ms) {
+    const auto end = Clock::now() + std::chrono::milliseconds(ms);
+    while (OsFiredCount() < n && Clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return OsFiredCount() >= n;
+}
+
+class JvmOsTimer : public ZosTest {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(kjvm::Loaded());
+        JavaInit();
+        {
+            std::lock_guard<std::mutex> lock(g_osMutex);
+            g_osFired.clear();
+        }
+        g_hooks.start = 0;
+        ZosTest::SetUp();
+    }
+    void TearDown() override {
+        // The callback goes first, so a Java timer still armed cannot run
+        // the manager while it shuts down.
+        JavaDestroy();
+        ZosTest::TearDown();
+        kjvm::CallStatic(kjvm::Env(), kTimer, "stop", "()V");
+    }
+};
+
+}  // namespace
+
+TEST_F(JvmOsTimer, ManagerArmsJavaAndFiresThroughActive) {
+    uint32_t a = 0;
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &a), ZOK);
+    const auto t0 = Clock::now();
+    ASSERT_EQ(Zos_TimerOsStart(a, 0, 60, 0, OsRecord), ZOK);
+    EXPECT_TRUE(Armed());
+    ASSERT_TRUE(WaitOsFired(1, 5000));
+    EXPECT_GE(Clock::now() - t0, std::chrono::milliseconds(50));  // 6 ticks of 10 ms
+    std::lock_guard<std::mutex> lock(g_osMutex);
+    EXPECT_EQ(g_osFired[0].id, a);
+    EXPECT_EQ(g_osFired[0].thread, "ZpandTimer");
+    EXPECT_EQ(Zos_TimerOsIsRun(a), 0u);
+}
+
+TEST_F(JvmOsTimer, PeriodicTimerKeepsReArmingUntilStopped) {
+    uint32_t a = 0;
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, ZOS_TIMER_FLAG_PERIOD, &a), ZOK);
+    ASSERT_EQ(Zos_TimerOsStart(a, 0, 30, 0, OsRecord), ZOK);
+    ASSERT_TRUE(WaitOsFired(3, 5000));
+    EXPECT_TRUE(Armed());
+    // Stopped, the timer fires no more (the Java timer still armed finds
+    // nothing due when it comes).
+    ASSERT_EQ(Zos_TimerOsStop(a), ZOK);
+    const size_t fired = OsFiredCount();
+    std::this_thread::sleep_for(std::chrono::milliseconds(120));
+    EXPECT_LE(OsFiredCount(), fired + 1);  // at most one already on its way
+    std::lock_guard<std::mutex> lock(g_osMutex);
+    for (const OsFired &f : g_osFired) EXPECT_EQ(f.thread, "ZpandTimer");
+}
+
+// The timer stop slot, wrapped: the manager's stop calls reach Java.
+std::vector<bool> g_armedAfterStop;
+uint32_t WatchedStop() {
+    const uint32_t rc = Zpand_TimerStop();
+    g_armedAfterStop.push_back(Armed());
+    return rc;
+}
+
+TEST_F(JvmOsTimer, ASoonerTimerStopsAndReArmsTheJavaTimer) {
+    g_armedAfterStop.clear();
+    ktest::Slot(106) = reinterpret_cast<ZOS_OSDEP_FUNC>(WatchedStop);
+    uint32_t a = 0, b = 0;
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &a), ZOK);
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &b), ZOK);
+    ASSERT_EQ(Zos_TimerOsStart(a, 0, 5000, 0, OsRecord), ZOK);
+    EXPECT_TRUE(Armed());
+    EXPECT_TRUE(g_armedAfterStop.empty());
+    const auto t0 = Clock::now();
+    ASSERT_EQ(Zos_TimerOsStart(b, 0, 30, 0, OsRecord), ZOK);
+    ASSERT_EQ(g_armedAfterStop.size(), 1u);
+    EXPECT_FALSE(g_armedAfterStop[0]) << "the stop cancelled the Java timer";
+    EXPECT_TRUE(Armed()) << "and the start armed it again";
+    ASSERT_TRUE(WaitOsFired(1, 3000));
+    EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(3000));
+    {
+        std::lock_guard<std::mutex> lock(g_osMutex);
+        EXPECT_EQ(g_osFired[0].id, b);
+    }
+    EXPECT_EQ(Zos_TimerOsIsRun(a), 1u);
+    EXPECT_TRUE(Armed()) << "re-armed for the timer still running";
+}
+
+TEST_F(JvmOsTimer, InstalledStartTakesTheManagerInsteadOfJava) {
+    Zpand_TimerSetStart(HookStart);
+    uint32_t a = 0;
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &a), ZOK);
+    ASSERT_EQ(Zos_TimerOsStart(a, 0, 200, 0, OsRecord), ZOK);
+    Zpand_TimerSetStart(nullptr);
+    EXPECT_EQ(g_hooks.start, 1);
+    EXPECT_EQ(g_hooks.len, 200u);
+    EXPECT_EQ(g_hooks.cb, Zos_TimerModDriven);
+    EXPECT_FALSE(Armed());
+    // The installed timer "fires": the manager processes on this thread.
+    std::this_thread::sleep_for(std::chrono::milliseconds(220));
+    Zos_TimerModDriven(0);
+    ASSERT_EQ(OsFiredCount(), 1u);
+    EXPECT_EQ(Zos_TimerOsIsRun(a), 0u);
 }

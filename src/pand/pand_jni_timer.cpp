@@ -1,17 +1,11 @@
-// OS timer bridge: the four timer slots run the application's installed
-// functions, or the Java class ZpandTimer, which calls back through the
+// Java road of the OS timer: without an installed function the timer slots
+// start and stop the Java class ZpandTimer, which calls back through the
 // native "active" when its one-shot timer fires.
 #include <atomic>
 
 #include "pand_jni.h"
 
 namespace {
-
-// Installed functions, each optional.
-std::atomic<PFN_ZPAND_TIMER_INIT> m_pfnZpandTimerInit{nullptr};
-std::atomic<PFN_ZPAND_TIMER_DESTROY> m_pfnZpandTimerDestroy{nullptr};
-std::atomic<PFN_ZPAND_TIMER_START> m_pfnZpandTimerStart{nullptr};
-std::atomic<PFN_ZPAND_TIMER_STOP> m_pfnZpandTimerStop{nullptr};
 
 // Java side, process-wide: set by "doInit", cleared by "doDestroy". The
 // callback is written by start on the layer's threads and read by
@@ -55,51 +49,6 @@ uint32_t TimerStop() {
 }  // namespace zpand::jni
 
 extern "C" {
-
-KESTRO_API uint32_t Zpand_TimerInit(void) {
-    PFN_ZPAND_TIMER_INIT fn = m_pfnZpandTimerInit.load();
-    return fn != nullptr ? fn() : ZOK;
-}
-
-KESTRO_API uint32_t Zpand_TimerDestroy(void) {
-    PFN_ZPAND_TIMER_DESTROY fn = m_pfnZpandTimerDestroy.load();
-    return fn != nullptr ? fn() : ZOK;
-}
-
-KESTRO_API uint32_t Zpand_TimerStart(uint32_t uiLen, PFN_ZPAND_TIMER_CB pfnCb) {
-    PFN_ZPAND_TIMER_START fn = m_pfnZpandTimerStart.load();
-    return fn != nullptr ? fn(uiLen, pfnCb) : zpand::jni::TimerStart(uiLen, pfnCb);
-}
-
-KESTRO_API uint32_t Zpand_TimerStop(void) {
-    PFN_ZPAND_TIMER_STOP fn = m_pfnZpandTimerStop.load();
-    return fn != nullptr ? fn() : zpand::jni::TimerStop();
-}
-
-KESTRO_API void Zpand_TimerSetInit(PFN_ZPAND_TIMER_INIT pfnInit) {
-    m_pfnZpandTimerInit.store(pfnInit);
-}
-KESTRO_API PFN_ZPAND_TIMER_INIT Zpand_TimerGetInit(void) {
-    return m_pfnZpandTimerInit.load();
-}
-KESTRO_API void Zpand_TimerSetDestroy(PFN_ZPAND_TIMER_DESTROY pfnDestroy) {
-    m_pfnZpandTimerDestroy.store(pfnDestroy);
-}
-KESTRO_API PFN_ZPAND_TIMER_DESTROY Zpand_TimerGetDestroy(void) {
-    return m_pfnZpandTimerDestroy.load();
-}
-KESTRO_API void Zpand_TimerSetStart(PFN_ZPAND_TIMER_START pfnStart) {
-    m_pfnZpandTimerStart.store(pfnStart);
-}
-KESTRO_API PFN_ZPAND_TIMER_START Zpand_TimerGetStart(void) {
-    return m_pfnZpandTimerStart.load();
-}
-KESTRO_API void Zpand_TimerSetStop(PFN_ZPAND_TIMER_STOP pfnStop) {
-    m_pfnZpandTimerStop.store(pfnStop);
-}
-KESTRO_API PFN_ZPAND_TIMER_STOP Zpand_TimerGetStop(void) {
-    return m_pfnZpandTimerStop.load();
-}
 
 // Keeps the class it is called on and its static "start" and "stop"; a
 // second call replaces what the first kept.

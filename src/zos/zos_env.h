@@ -11,7 +11,7 @@ struct ZosLogMgr {
     uint8_t ucInit;
     uint8_t ucTimerArmed;
     uint8_t ucAlertArmed;
-    uint8_t ucSpare;
+    uint8_t ucTaskOn;  // the "LOG" task runs
     ZMUTEX zMutex;
     ST_ZOS_DLIST stLogList;
     ZLOGID zZosLogId;
@@ -39,13 +39,24 @@ struct ZosModMgr {
     void *pDeferHead;  // deferred calls of the shared queue
     void *pDeferTail;
 };
-// Timer and OS-timer managers; each starts with its init flag.
+// A timer manager (the self and the OS manager share the structure).
 struct ZosTmrMgr {
     uint8_t ucInit;
+    uint8_t ucSelfDrv;    // processed by its own task "TIMER"
+    uint8_t ucOsDrv;      // processed when the platform timer fires
+    ZMUTEX zMutex;        // running count and platform timer arming
+    ZSEM zSem;            // wakes the timer task
+    uint32_t uiTaskId;    // the driving task
+    void *pQTimer;        // the queue timer
+    uint32_t uiRealNum;   // timers running
+    uint32_t uiArmedLen;  // length the platform timer runs for (ms), 0 = not armed
+    uint32_t uiWakeups;   // times the timer task woke up
+    uint8_t ucMutexMade;
+    uint8_t ucSemMade;
+    uint8_t ucIsOs;
+    uint8_t ucDrvPosted;  // a drive message to "TIMEROS" is on its way
 };
-struct ZosOsTmrMgr {
-    uint8_t ucInit;
-};
+struct ZosOsTmrMgr : ZosTmrMgr {};
 
 struct ZosEnv {
     uint8_t ucSysInit;

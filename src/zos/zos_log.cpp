@@ -1068,3 +1068,35 @@ KESTRO_API uint32_t Zos_LogDbgShowMonitor(void) {
 }
 
 }  // extern "C"
+
+// ---------------------------------------------------------------------
+// For the log task (zos_logtask.cpp)
+
+namespace zos {
+
+uint32_t LogForEachFileLog(void (*fn)(ZLOGID log, uint32_t pending, void *arg), void *arg) {
+    ZosLogMgr *mgr = Mgr();
+    if (mgr == nullptr) return ZFAILED;
+    zos::MutexGuard lock(&mgr->zMutex);
+    for (ST_ZOS_DLIST_NODE *n = mgr->stLogList.pstHead; n != nullptr; n = n->pstNext) {
+        LogRec *r = RecOfLink(n);
+        if (!Marked(r) || r->ucOpen == 0) continue;
+        if (std::atomic_ref<ZLOGID>(r->zRedirect).load(std::memory_order_relaxed) != nullptr) {
+            continue;
+        }
+        uint32_t pending = 0;
+        {
+            zos::MutexGuard logLock(&r->zMutex, r->ucLocked != 0);
+            if (r->zFile == 0) continue;
+            if (r->pcStart != nullptr) {
+                const auto size = static_cast<uint32_t>(r->pcEnd - r->pcStart);
+                pending = static_cast<uint32_t>(
+                    (r->pcWrite - r->pcFlush + static_cast<ptrdiff_t>(size)) % size);
+            }
+        }
+        fn(HandleOf(r), pending, arg);
+    }
+    return ZOK;
+}
+
+}  // namespace zos

@@ -18,4 +18,9 @@ inline void LogStampTime(bool inMs, ST_ZOS_SYS_TIME *t) {
     }
 }
 
+// Calls fn, under the log manager's mutex, for every open log that has a
+// file and no redirect target, with the bytes its cache holds for the
+// file. 1 without a log manager.
+uint32_t LogForEachFileLog(void (*fn)(ZLOGID log, uint32_t pending, void *arg), void *arg);
+
 }  // namespace zos

@@ -7,6 +7,7 @@
 
 #include "zos_sys.h"
 #include "zpand.h"
+#include "zpand_timer.h"
 
 namespace zos {
 
@@ -134,6 +135,10 @@ ZOS_SLOT_TYPE(kSlotSemDelete, Zpand_SemDelete)
 ZOS_SLOT_TYPE(kSlotSemWait, Zpand_SemWait)
 ZOS_SLOT_TYPE(kSlotSemPost, Zpand_SemPost)
 ZOS_SLOT_TYPE(kSlotModPostDrv, Zpand_ModPostDrv)
+ZOS_SLOT_TYPE(kSlotTimerInit, Zpand_TimerInit)
+ZOS_SLOT_TYPE(kSlotTimerDestroy, Zpand_TimerDestroy)
+ZOS_SLOT_TYPE(kSlotTimerStart, Zpand_TimerStart)
+ZOS_SLOT_TYPE(kSlotTimerStop, Zpand_TimerStop)
 ZOS_SLOT_TYPE(kSlotTaskSpawn, Zpand_TaskSpawn)
 ZOS_SLOT_TYPE(kSlotTaskDelete, Zpand_TaskDelete)
 ZOS_SLOT_TYPE(kSlotTaskDelay, Zpand_TaskDelay)

@@ -8,12 +8,14 @@
 #include "zos_env.h"
 #include "zos_fmt.h"
 #include "zos_log_int.h"
+#include "zos_logtask.h"
 #include "zos_mem.h"
 #include "zos_mod.h"
 #include "zos_osdep.h"
 #include "zos_pmem.h"
 #include "zos_print.h"
 #include "zos_time.h"
+#include "zos_timer.h"
 #include "zos_trace.h"
 #include "zos_util.h"
 
@@ -62,6 +64,9 @@ constexpr InitStep kInitSteps[] = {
     {Zos_DbufInit, "dbuf init ok.", "init dbuf fail!\r\n"},
     {Zos_PMemInit, "pmem init ok.", "init pmem fail!\r\n"},
     {Zos_ModInit, "module init ok.", "init module fail!\r\n"},
+    {Zos_TimerInit, "timer init ok.", "init timer fail!\r\n"},
+    // The log task's failure prints the log's text on purpose.
+    {Zos_LogTaskStart, "log start ok.", "init log fail!\r\n"},
 };
 // clang-format on
 
@@ -73,7 +78,11 @@ struct DestroyStep {
 
 // clang-format off
 constexpr DestroyStep kDestroySteps[] = {
+    {Zos_TimerDestroy, "timer destroy ok."},
+    {Zos_LogTaskStop, "log task stop ok."},
     {Zos_ModDestroy, "module destroy ok."},
+    // Timers again on purpose: the steps in between may have made some.
+    {Zos_TimerDestroy, "timer destroy ok."},
     {Zos_TimeDestroy, "time destroy ok."},
     {Zos_PMemDestroy, "pmem destroy ok."},
     {Zos_DbufDestroy, "dbuf destroy ok."},

@@ -1,0 +1,481 @@
+// Timers: the queue timer on a fake clock (ticks, order, periodic drift,
+// delete after firing, stop and delete while running, limits and texts),
+// the self manager's task, the OS manager's arming of the platform timer,
+// the host timer on the looper, and the log task.
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "zos_test.h"
+#include "zpand_looper.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+std::atomic<uint64_t> g_nowNs{0};
+uint64_t FakeHrTime() {
+    return g_nowNs.load();
+}
+
+// Freezes the high-resolution clock at a tick.
+void SetTick(uint64_t tick) {
+    g_nowNs = tick * ZOS_TIMER_TICK_NS;
+}
+void UseFakeClock(uint64_t tick) {
+    SetTick(tick);
+    ktest::Slot(8) = reinterpret_cast<ZOS_OSDEP_FUNC>(FakeHrTime);
+}
+
+// What callbacks saw: (timer id, tick of the clock at firing).
+std::mutex g_firedLock;
+std::vector<std::pair<uint32_t, uint64_t>> g_fired;
+void Record(uint32_t id, uint32_t /*type*/, uintptr_t /*parm*/) {
+    std::lock_guard<std::mutex> lock(g_firedLock);
+    g_fired.emplace_back(id, Zos_GetHrTime() / ZOS_TIMER_TICK_NS);
+}
+std::vector<std::pair<uint32_t, uint64_t>> Fired() {
+    std::lock_guard<std::mutex> lock(g_firedLock);
+    return g_fired;
+}
+size_t FiredCount() {
+    std::lock_guard<std::mutex> lock(g_firedLock);
+    return g_fired.size();
+}
+
+// True once pred holds, polling for at most `limit`.
+template <typename P>
+bool Eventually(P pred, std::chrono::milliseconds limit = 3000ms) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+class QTimerTest : public ZosTest {
+  protected:
+    void SetUp() override {
+        ZosTest::SetUp();
+        g_fired.clear();
+        UseFakeClock(1000);
+        ASSERT_EQ(Zos_QTimerCreate(&q_, 8), ZOK);
+    }
+    void TearDown() override {
+        Zos_QTimerDelete(q_);
+        ZosTest::TearDown();
+    }
+    uint32_t Make(uint32_t flags = 0) {
+        uint32_t id = ZOS_INVALID_ID;
+        Zos_QTimerTmrCreate(q_, ZOS_INVALID_ID, flags, &id);
+        return id;
+    }
+    void Process(uint64_t tick) {
+        SetTick(tick);
+        ASSERT_EQ(Zos_QTimerProcess(q_), ZOK);
+    }
+    ZQTIMER q_ = nullptr;
+};
+
+TEST_F(QTimerTest, CreateLimitsAndIdsInOrder) {
+    ZQTIMER bad = nullptr;
+    EXPECT_EQ(Zos_QTimerCreate(&bad, -1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerCreate inputs invalid."));
+    for (uint32_t i = 0; i < 8; ++i) EXPECT_EQ(Make(), i);
+    uint32_t id = 0;
+    EXPECT_EQ(Zos_QTimerTmrCreate(q_, 1, 0, &id), ZFAILED);
+    EXPECT_EQ(id, ZOS_INVALID_ID);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrCreate no free node(total:8)."));
+    EXPECT_EQ(Zos_QTimerTmrDelete(q_, 3), ZOK);
+    EXPECT_EQ(Make(), 3u);
+}
+
+TEST_F(QTimerTest, FiresAtExactTickInTickThenStartOrder) {
+    const uint32_t late = Make(), a = Make(), b = Make(), early = Make();
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, late, 0, 9, 0, Record), ZOK);
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, a, 0, 5, 0, Record), ZOK);
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, b, 0, 5, 0, Record), ZOK);
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, early, 0, 2, 0, Record), ZOK);
+    uint32_t running = 0, busy = 0, peak = 0;
+    Zos_QTimerTmrGetCount(q_, &running, &busy, &peak);
+    EXPECT_EQ(running, 4u);
+    EXPECT_EQ(busy, 3u) << "a and b share one expiry node";
+    for (uint64_t t = 1000; t <= 1010; ++t) Process(t);
+    const std::vector<std::pair<uint32_t, uint64_t>> want{
+        {early, 1002}, {a, 1005}, {b, 1005}, {late, 1009}};
+    EXPECT_EQ(Fired(), want);
+    Zos_QTimerTmrGetCount(q_, &running, &busy, &peak);
+    EXPECT_EQ(running, 0u);
+    EXPECT_EQ(busy, 0u);
+    EXPECT_EQ(peak, 3u);
+    EXPECT_EQ(Zos_QTimerTmrGetState(q_, a), ZOS_TIMER_STATE_IDLE);
+}
+
+TEST_F(QTimerTest, PeriodicDriftsByProcessingDelayAndZeroTicksFiresOncePerPass) {
+    const uint32_t p = Make(ZOS_TIMER_FLAG_PERIOD), z = Make(ZOS_TIMER_FLAG_PERIOD);
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, p, 0, 10, 0, Record), ZOK);
+    Process(1013);  // three ticks late: the next run counts from 1013
+    Process(1022);
+    Process(1023);
+    const std::vector<std::pair<uint32_t, uint64_t>> want{{p, 1013}, {p, 1023}};
+    EXPECT_EQ(Fired(), want);
+    g_fired.clear();
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, z, 0, 0, 0, Record), ZOK);
+    Process(1024);
+    Process(1024);
+    EXPECT_EQ(FiredCount(), 2u) << "a 0-tick periodic timer fires once per processing";
+    EXPECT_EQ(Zos_QTimerTmrGetState(q_, z), ZOS_TIMER_STATE_RUN);
+}
+
+TEST_F(QTimerTest, DeleteAfterFiringWinsOverPeriodic) {
+    const uint32_t d = Make(ZOS_TIMER_FLAG_DELETE | ZOS_TIMER_FLAG_PERIOD);
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, d, 0, 1, 0, Record), ZOK);
+    Process(1001);
+    EXPECT_EQ(FiredCount(), 1u);
+    EXPECT_EQ(Zos_QTimerTmrGetState(q_, d), ZOS_TIMER_STATE_FREE);
+    Process(1002);
+    EXPECT_EQ(FiredCount(), 1u);
+}
+
+TEST_F(QTimerTest, StartStopDeleteTexts) {
+    const uint32_t t = Make();
+    EXPECT_EQ(Zos_QTimerTmrStart(q_, 8, 0, 1, 0, Record), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStart invalid id[8]."));
+    EXPECT_EQ(Zos_QTimerTmrStart(q_, 5, 0, 1, 0, Record), ZFAILED);  // a free node
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStart timer not idle."));
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, t, 0, 4, 0, Record), ZOK);
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_QTimerTmrStart(q_, t, 0, 4, 0, Record), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStart timer not idle."));
+    EXPECT_EQ(Zos_QTimerTmrStop(q_, 9), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStop invalid id[9]."));
+    EXPECT_EQ(Zos_QTimerTmrStop(q_, 6), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStop invalid state."));
+    EXPECT_EQ(Zos_QTimerTmrDelete(q_, 100), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrDelete invalid id[100]."));
+    EXPECT_EQ(Zos_QTimerTmrDelete(q_, 6), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrDelete invalid state."));
+
+    uint32_t remain = 0, len = 0;
+    SetTick(1001);
+    ASSERT_EQ(Zos_QTimerTmrGetStatus(q_, t, &remain, &len), ZOK);
+    EXPECT_EQ(remain, 30u);
+    EXPECT_EQ(len, 40u);
+    EXPECT_EQ(Zos_QTimerTmrStop(q_, t), ZOK);
+    EXPECT_EQ(Zos_QTimerTmrStop(q_, t), ZOK) << "stopping an idle timer does nothing";
+    uint32_t running = 1, busy = 1;
+    Zos_QTimerTmrGetCount(q_, &running, &busy, nullptr);
+    EXPECT_EQ(running, 0u);
+    EXPECT_EQ(busy, 0u) << "the emptied expiry node went back";
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, t, 0, 4, 0, Record), ZOK);
+    EXPECT_EQ(Zos_QTimerTmrDelete(q_, t), ZOK);  // running: taken out first
+    Process(1010);
+    EXPECT_EQ(FiredCount(), 0u);
+    Zos_QTimerTmrGetCount(q_, &running, &busy, nullptr);
+    EXPECT_EQ(running + busy, 0u);
+}
+
+TEST_F(QTimerTest, DriveLengths) {
+    EXPECT_EQ(Zos_QTimerTmrGetDrvLen(q_), ZOS_TIMER_DRV_MAX_MS);
+    const uint32_t t = Make();
+    const struct {
+        uint32_t ticks;
+        uint64_t at;
+        uint32_t ms;
+    } cases[] = {{1, 1000, 10},
+                 {2, 1000, 20},
+                 {5, 1010, 10} /* overdue */,
+                 {36000, 1000, 360000},
+                 {36001, 1000, ZOS_TIMER_DRV_MAX_MS}};
+    for (const auto &c : cases) {
+        SetTick(1000);
+        ASSERT_EQ(Zos_QTimerTmrStart(q_, t, 0, c.ticks, 0, Record), ZOK);
+        SetTick(c.at);
+        EXPECT_EQ(Zos_QTimerTmrGetDrvLen(q_), c.ms) << c.ticks;
+        Zos_QTimerTmrStop(q_, t);
+    }
+}
+
+// Callbacks that change the queue while it is being processed.
+ZQTIMER g_q = nullptr;
+uint32_t g_victim = 0;
+void StopsVictim(uint32_t id, uint32_t type, uintptr_t parm) {
+    Record(id, type, parm);
+    Zos_QTimerTmrStop(g_q, g_victim);
+}
+void DeletesAndRecreates(uint32_t id, uint32_t type, uintptr_t parm) {
+    Record(id, type, parm);
+    Zos_QTimerTmrDelete(g_q, id);
+    uint32_t again = ZOS_INVALID_ID;
+    Zos_QTimerTmrCreate(g_q, ZOS_INVALID_ID, 0, &again);
+}
+
+TEST_F(QTimerTest, CallbacksMayStopAndDeleteDuringProcessing) {
+    g_q = q_;
+    const uint32_t stopper = Make();
+    g_victim = Make();
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, stopper, 0, 1, 0, StopsVictim), ZOK);
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, g_victim, 0, 1, 0, Record), ZOK);
+    Process(1001);
+    ASSERT_EQ(FiredCount(), 1u) << "the stopped timer of the same tick did not fire";
+
+    // A delete-after-firing timer deleted by its own callback, its id
+    // handed out again at once: the purge leaves the new timer alone.
+    const uint32_t self = Make(ZOS_TIMER_FLAG_DELETE);
+    while (Make() != ZOS_INVALID_ID) {
+    }
+    ASSERT_EQ(Zos_QTimerTmrStart(q_, self, 0, 1, 0, DeletesAndRecreates), ZOK);
+    Process(1002);
+    EXPECT_EQ(Zos_QTimerTmrGetState(q_, self), ZOS_TIMER_STATE_IDLE);
+}
+
+TEST_F(QTimerTest, DeadQueueIsRefused) {
+    ZQTIMER dead = nullptr;
+    ASSERT_EQ(Zos_QTimerCreate(&dead, 2), ZOK);
+    ASSERT_EQ(Zos_QTimerDelete(dead), ZOK);
+    uint32_t id = 0;
+    EXPECT_EQ(Zos_QTimerTmrCreate(dead, 0, 0, &id), ZFAILED);
+    EXPECT_EQ(Zos_QTimerTmrStart(dead, 0, 0, 1, 0, Record), ZFAILED);
+    EXPECT_EQ(Zos_QTimerProcess(dead), ZFAILED);
+    EXPECT_EQ(Zos_QTimerDelete(dead), ZFAILED);
+    EXPECT_EQ(Zos_QTimerTmrGetDrvLen(dead), ZOS_TIMER_DRV_MAX_MS);
+}
+
+// ---------------------------------------------------------------------
+// The self manager and its task
+
+class TimerTest : public ZosTest {
+  protected:
+    void SetUp() override {
+        ZosTest::SetUp();
+        g_fired.clear();
+    }
+};
+
+TEST_F(TimerTest, LengthRulesOfStartAndStartX) {
+    UseFakeClock(5000);
+    uint32_t a = 0, b = 0;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &a), ZOK);
+    ASSERT_EQ(Zos_TimerCreateX(ZOS_INVALID_ID, 0, 7, 0, Record, &b), ZOK);
+    EXPECT_EQ(Zos_TimerStart(a, 0, 0, 0, Record), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("TimerStart timer length is 0."));
+    EXPECT_EQ(Zos_TimerStartX(b, 0), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("TimerStartX timer length is 0."));
+
+    Zos_LogOpen(Zos_LogGetZosId(), ZOS_LOG_LEVEL_WARN);
+    ASSERT_EQ(Zos_TimerStart(a, 0, 5, 0, Record), ZOK);
+    EXPECT_TRUE(ktest::LoggedContains("TimerStart time len(5ms) too short."));
+    uint32_t remain = 0, len = 0;
+    ASSERT_EQ(Zos_TimerGetStatus(a, &remain, &len), ZOK);
+    EXPECT_EQ(len, 10u) << "raised to one tick";
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(FiredCount(), 0u) << "the clock has not moved";
+    SetTick(5001);
+    ASSERT_TRUE(Eventually([] { return FiredCount() == 1; }));
+
+    // StartX keeps 5 ms as 0 ticks: due at once, without the clock moving.
+    ASSERT_EQ(Zos_TimerStartX(b, 5), ZOK);
+    EXPECT_TRUE(ktest::LoggedContains("TimerStartX time len(5ms) too short."));
+    ASSERT_TRUE(Eventually([] { return FiredCount() == 2; }));
+    const std::vector<std::pair<uint32_t, uint64_t>> want{{a, 5001}, {b, 5001}};
+    EXPECT_EQ(Fired(), want);
+}
+
+TEST_F(TimerTest, StartingRunningTimerAndCapacity) {
+    uint32_t id = 0;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
+    ASSERT_EQ(Zos_TimerStart(id, 0, 60000, 0, Record), ZOK);
+    EXPECT_EQ(Zos_TimerIsRun(id), 1u);
+    EXPECT_EQ(Zos_TimerStart(id, 0, 60000, 0, Record), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStart timer not idle."));
+    EXPECT_TRUE(ktest::LoggedContains("TimerStart start timer."));
+    EXPECT_EQ(Zos_TimerDelete(id), ZOK);  // deleting a running timer
+    EXPECT_EQ(Zos_TimerGetState(id), ZOS_TIMER_STATE_FREE);
+    EXPECT_EQ(Zos_TimerStop(id), ZOK) << "a timer that does not run: nothing to stop";
+
+    std::vector<uint32_t> ids;
+    for (uint32_t i = 0; i < Zos_CfgGetTimerCount(); ++i) {
+        ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK) << i;
+        ids.push_back(id);
+    }
+    EXPECT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZFAILED);
+    EXPECT_EQ(id, ZOS_INVALID_ID);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrCreate no free node(total:2000)."));
+    EXPECT_TRUE(ktest::LoggedContains("TimerCreate create timer node."));
+    for (uint32_t t : ids) Zos_TimerDelete(t);
+}
+
+// The task sleeps until the soonest expiry, yet fires on the same ticks
+// and in the same order as processing at every tick would: the clock is
+// stepped through every tick, and a 0-tick timer (due at once, so it
+// wakes the task) marks the end of each tick's processing.
+std::atomic<uint32_t> g_marks{0};
+void Mark(uint32_t, uint32_t, uintptr_t) {
+    ++g_marks;
+}
+
+TEST_F(TimerTest, SleepingTaskKeepsTicksAndOrder) {
+    UseFakeClock(100);
+    uint32_t mark = 0, p = 0, one = 0, two = 0, three = 0;
+    ASSERT_EQ(Zos_TimerCreateX(ZOS_INVALID_ID, 0, 0, 0, Mark, &mark), ZOK);
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, ZOS_TIMER_FLAG_PERIOD, &p), ZOK);
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &one), ZOK);
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &two), ZOK);
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &three), ZOK);
+    ASSERT_EQ(Zos_TimerStart(p, 0, 70, 0, Record), ZOK);
+    ASSERT_EQ(Zos_TimerStart(two, 0, 120, 0, Record), ZOK);
+    ASSERT_EQ(Zos_TimerStart(one, 0, 120, 0, Record), ZOK);
+    ASSERT_EQ(Zos_TimerStart(three, 0, 30, 0, Record), ZOK);
+    for (uint64_t tick = 101; tick <= 122; ++tick) {
+        SetTick(tick);
+        const uint32_t before = g_marks;
+        ASSERT_EQ(Zos_TimerStartX(mark, 1), ZOK);
+        ASSERT_TRUE(Eventually([before] { return g_marks == before + 1; })) << tick;
+    }
+    const std::vector<std::pair<uint32_t, uint64_t>> want{{three, 103}, {p, 107}, {two, 112},
+                                                          {one, 112},   {p, 114}, {p, 121}};
+    EXPECT_EQ(Fired(), want);
+}
+
+// Wake-ups of the timer task, counted in the semaphore wait slot on the
+// thread the callbacks run on.
+std::atomic<pthread_t> g_timerThread{};
+std::atomic<bool> g_timerThreadKnown{false};
+std::atomic<uint32_t> g_timerWaits{0};
+uint32_t CountingWait(ZSEM *sem, uint32_t ms) {
+    if (g_timerThreadKnown && pthread_equal(pthread_self(), g_timerThread) != 0) ++g_timerWaits;
+    return Zpand_SemWait(sem, ms);
+}
+void NoteThread(uint32_t id, uint32_t type, uintptr_t parm) {
+    g_timerThread = pthread_self();
+    g_timerThreadKnown = true;
+    Record(id, type, parm);
+}
+
+TEST_F(TimerTest, TaskSleepsUntilTheSoonestExpiry) {
+    g_timerThreadKnown = false;
+    uint32_t p = 0;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, ZOS_TIMER_FLAG_PERIOD, &p), ZOK);
+    ASSERT_EQ(Zos_TimerStart(p, 0, 300, 0, NoteThread), ZOK);
+    ASSERT_TRUE(Eventually([] { return FiredCount() == 1; }));
+    ktest::Slot(45) = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingWait);
+    g_timerWaits = 0;
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_TRUE(Eventually([] { return FiredCount() == 5; }));
+    const auto took = std::chrono::steady_clock::now() - t0;
+    EXPECT_GE(took, 1100ms) << "four periods of 300 ms";
+    // Polling every tick would wake about 120 times here.
+    EXPECT_LE(g_timerWaits.load(), 8u);
+    Zos_TimerStop(p);
+}
+
+TEST_F(TimerTest, DestroyTwiceAndUseAfterDestroy) {
+    uint32_t id = 0;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
+    ASSERT_EQ(Zos_TimerStart(id, 0, 1000, 0, Record), ZOK);
+    Zos_TimerDestroy();
+    Zos_TimerDestroy();
+    EXPECT_EQ(Zos_EnvLocateTmrMgr(), nullptr);
+    EXPECT_EQ(Zos_EnvLocateOsTmrMgr(), nullptr);
+    EXPECT_EQ(Zos_TimerStart(id, 0, 1000, 0, Record), ZFAILED);
+    EXPECT_EQ(Zos_TimerIsRun(id), 0u);
+    EXPECT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZFAILED);
+    EXPECT_EQ(id, ZOS_INVALID_ID);
+}
+
+// ---------------------------------------------------------------------
+// The OS manager: what the platform timer is asked to do
+
+std::mutex g_armLock;
+std::vector<std::string> g_arms;
+uint32_t RecStart(uint32_t ms, PFN_ZPAND_TIMER_CB) {
+    std::lock_guard<std::mutex> lock(g_armLock);
+    g_arms.push_back("start " + std::to_string(ms));
+    return ZOK;
+}
+uint32_t RecStop() {
+    std::lock_guard<std::mutex> lock(g_armLock);
+    g_arms.push_back("stop");
+    return ZOK;
+}
+std::vector<std::string> TakeArms() {
+    std::lock_guard<std::mutex> lock(g_armLock);
+    return std::exchange(g_arms, {});
+}
+
+TEST_F(TimerTest, OsManagerArmsForTheSoonestExpiryOnly) {
+    UseFakeClock(10000);
+    Zpand_TimerSetStart(RecStart);
+    Zpand_TimerSetStop(RecStop);
+    TakeArms();
+    uint32_t a = 0, b = 0, c = 0;
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &a), ZOK);
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &b), ZOK);
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &c), ZOK);
+    ASSERT_EQ(Zos_TimerOsStart(a, 0, 1000, 0, Record), ZOK);
+    EXPECT_EQ(TakeArms(), (std::vector<std::string>{"start 1000"}));
+    ASSERT_EQ(Zos_TimerOsStart(b, 0, 2000, 0, Record), ZOK);
+    EXPECT_TRUE(TakeArms().empty()) << "a later expiry never re-arms";
+    ASSERT_EQ(Zos_TimerOsStart(c, 0, 400000, 0, Record), ZOK);
+    EXPECT_TRUE(TakeArms().empty());
+    ASSERT_EQ(Zos_TimerOsStop(a), ZOK);
+    EXPECT_TRUE(TakeArms().empty()) << "b is later than what is armed";
+
+    // The platform timer fires late: b is overdue and fires; c remains.
+    SetTick(10250);
+    Zos_TimerModDriven(0);
+    EXPECT_EQ(Fired(), (std::vector<std::pair<uint32_t, uint64_t>>{{b, 10250}}));
+    EXPECT_EQ(TakeArms(), (std::vector<std::string>{"start 3600000"}));
+    ASSERT_EQ(Zos_TimerOsStart(a, 0, 5, 0, Record), ZOK);
+    EXPECT_EQ(TakeArms(), (std::vector<std::string>{"stop", "start 10"}));
+    ASSERT_EQ(Zos_TimerOsStop(a), ZOK);
+    ASSERT_EQ(Zos_TimerOsStop(c), ZOK);
+    SetTick(10260);
+    Zos_TimerModDriven(0);
+    EXPECT_TRUE(TakeArms().empty()) << "nothing runs and nothing is armed any more";
+    Zpand_TimerSetStart(nullptr);
+    Zpand_TimerSetStop(nullptr);
+}
+
+TEST(TimerBridge, SlotsWithoutHooksAndHostTimerOnLooper) {
+    EXPECT_EQ(Zpand_TimerInit(), ZOK);
+    EXPECT_EQ(Zpand_TimerDestroy(), ZOK);
+    EXPECT_EQ(Zpand_TimerStart(10, Zos_TimerModDriven), ZFAILED) << "no Java virtual machine";
+    EXPECT_EQ(Zpand_TimerStop(), ZFAILED);
+
+    // The host timer: a timerfd on this thread's looper.
+    ASSERT_NE(ALooper_prepare(0), nullptr);
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    Zpand_HostTimerInstall();
+    EXPECT_EQ(Zpand_TimerGetStart(), Zpand_HostTimerStart);
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    g_fired.clear();
+    uint32_t a = 0, b = 0;
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, ZOS_TIMER_FLAG_PERIOD, &a), ZOK);
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &b), ZOK);
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_EQ(Zos_TimerOsStart(a, 0, 30, 0, Record), ZOK);
+    ASSERT_EQ(Zos_TimerOsStart(b, 0, 200, 0, Record), ZOK);
+    while (FiredCount() < 4 && std::chrono::steady_clock::now() - t0 < 3s) {
+        ALooper_pollOnce(100, nullptr, nullptr, nullptr);
+    }
+    const auto fired = Fired();
+    ASSERT_GE(fired.size(), 4u);
+    EXPECT_EQ(fired[0].first, a);
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, 90ms) << "three periods of 30 ms";
+    Zos_SysDestroy();
+    Zpand_TimerSetInit(nullptr);
+    Zpand_TimerSetDestroy(nullptr);
+    Zpand_TimerSetStart(nullptr);
+    Zpand_TimerSetStop(nullptr);
+}
+
+}  // namespace
