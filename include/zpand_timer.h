@@ -5,9 +5,13 @@
  * Zpand_TimerInit, Zpand_TimerDestroy, Zpand_TimerStart and
  * Zpand_TimerStop fill those slots. Each calls the hook an embedding
  * program installed with the matching Zpand_TimerSet* function. Without a
- * hook: init and destroy return 0; start keeps the callback and asks the
- * Java side to start, and stop asks it to stop, both failing with 1 where
- * there is no Java virtual machine (as on a Linux host).
+ * hook: init and destroy return 0; start keeps the callback and calls the
+ * static Java method ZpandTimer.start with the length, stop calls
+ * ZpandTimer.stop; both return 1 when the thread cannot get a JNI
+ * environment (no Java virtual machine, as on a plain Linux host). When
+ * the Java timer fires it calls the native "active", which calls the kept
+ * callback with 0; the callback stays kept, so each later "active" fires
+ * it again, until the Java class calls "doDestroy" (zpand_jni.h).
  *
  * On Linux the host timer (Zpand_HostTimer*) is a timerfd watched by the
  * host looper: Zpand_HostTimerInstall sets the four hooks to it, so the OS

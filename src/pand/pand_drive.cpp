@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "pand_jni.h"
 #include "pand_main.h"
 #include "zos_mod.h"
 #include "zpand.h"
@@ -75,10 +76,9 @@ void *CurrentLooper() {
 }
 
 // The Java road of the post drive: asks ZpandMod.postDrv to call back
-// "driveMsg" on its own thread. The Java binding fills this in; until a
-// virtual machine is attached there is no road, and the request fails.
+// "driveMsg" on its own thread; fails while no virtual machine is attached.
 uint32_t JavaPostDrv() {
-    return ZFAILED;
+    return jni::PostDrv();
 }
 
 }  // namespace zpand

@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "pand_heap.h"
+#include "pand_jni.h"
 #include "pand_main.h"
 #include "zpand.h"
 
@@ -112,9 +113,11 @@ KESTRO_API uint32_t Zpand_TaskDelay(uint32_t uiMs) {
     return ZOK;
 }
 
-// No virtual machine is attached to threads on this host, so there is
-// nothing to release.
-KESTRO_API void Zpand_TaskExit(uintptr_t /*zHandle*/, uintptr_t /*zWord*/) {}
+// A thread of the layer that called into Java was attached to the virtual
+// machine on the way; it leaves the machine before it ends.
+KESTRO_API void Zpand_TaskExit(uintptr_t /*zHandle*/, uintptr_t /*zWord*/) {
+    zpand::jni::DetachCurrent();
+}
 
 KESTRO_API uint32_t Zpand_TaskIsCurrent(uintptr_t zThread) {
     return pthread_equal(pthread_self(), static_cast<pthread_t>(zThread)) != 0 ? 1u : 0u;

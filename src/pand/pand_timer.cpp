@@ -1,7 +1,8 @@
 // Platform timer slots: each calls the hook the embedding program
-// installed; without one, the Java timer bridge, which this host lacks.
+// installed; without one, the Java timer bridge (pand_jni_timer.cpp).
 #include <atomic>
 
+#include "pand_jni.h"
 #include "zpand_timer.h"
 
 namespace {
@@ -10,8 +11,6 @@ std::atomic<PFN_ZPAND_TIMER_INIT> g_init{nullptr};
 std::atomic<PFN_ZPAND_TIMER_DESTROY> g_destroy{nullptr};
 std::atomic<PFN_ZPAND_TIMER_START> g_start{nullptr};
 std::atomic<PFN_ZPAND_TIMER_STOP> g_stop{nullptr};
-// The callback the Java timer's expiry would call; kept until replaced.
-std::atomic<PFN_ZPAND_TIMER_CB> g_javaCb{nullptr};
 
 }  // namespace
 
@@ -52,18 +51,16 @@ KESTRO_API uint32_t Zpand_TimerDestroy(void) {
     return hook != nullptr ? hook() : ZOK;
 }
 
-// Without a hook the Java timer would be asked to start; this host has no
-// virtual machine to ask, so the start fails after keeping the callback.
+// Without a hook: the Java timer (ZpandTimer), which fails where there is
+// no virtual machine.
 KESTRO_API uint32_t Zpand_TimerStart(uint32_t uiLenMs, PFN_ZPAND_TIMER_CB pfnCb) {
     PFN_ZPAND_TIMER_START hook = g_start.load();
-    if (hook != nullptr) return hook(uiLenMs, pfnCb);
-    g_javaCb.store(pfnCb);
-    return ZFAILED;
+    return hook != nullptr ? hook(uiLenMs, pfnCb) : zpand::jni::TimerStart(uiLenMs, pfnCb);
 }
 
 KESTRO_API uint32_t Zpand_TimerStop(void) {
     PFN_ZPAND_TIMER_STOP hook = g_stop.load();
-    return hook != nullptr ? hook() : ZFAILED;
+    return hook != nullptr ? hook() : zpand::jni::TimerStop();
 }
 
 }  // extern "C"
