@@ -31,6 +31,7 @@
 #include "zos_hash.h"
 #include "zos_rbt.h"
 #include "zos_omap.h"
+#include "zos_inet.h"
 #include "zucs.h"
 #include "sms_pdu.h"
 #include "zpand.h"

@@ -65,6 +65,10 @@ struct ZosEnv {
     // second free or length query of one of them reads live memory.
     void *apSysStrFreed[32];
     uint32_t uiSysStrFreedPos;
+    // Scratch texts of Zos_InetNtoa and Zos_InetMactoa, overwritten by
+    // each call.
+    char acInetNtoa[16];
+    char acInetMactoa[18];
 };
 
 namespace zos {

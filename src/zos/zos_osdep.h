@@ -58,6 +58,19 @@ enum OsdepSlot : uint32_t {
     kSlotSemDelete = 44,
     kSlotSemWait = 45,
     kSlotSemPost = 46,
+    kSlotInetNtohl = 49,
+    kSlotInetHtonl = 50,
+    kSlotInetNtohs = 51,
+    kSlotInetHtons = 52,
+    kSlotInetFdCreate = 53,
+    kSlotInetFdDelete = 54,
+    kSlotInetFdCopy = 55,
+    kSlotInetFdZero = 56,
+    kSlotInetFdSet = 57,
+    kSlotInetFdIsset = 58,
+    kSlotInetFdClr = 59,
+    kSlotInetPton4 = 60,
+    kSlotInetLocalIp = 61,
     kSlotModPostDrv = 94,
     kSlotTaskSpawn = 95,
     kSlotTaskDelete = 96,
@@ -133,6 +146,19 @@ ZOS_SLOT_TYPE(kSlotSemCreateOne, Zpand_SemCreateOne)
 ZOS_SLOT_TYPE(kSlotSemDelete, Zpand_SemDelete)
 ZOS_SLOT_TYPE(kSlotSemWait, Zpand_SemWait)
 ZOS_SLOT_TYPE(kSlotSemPost, Zpand_SemPost)
+ZOS_SLOT_TYPE(kSlotInetNtohl, Zpand_InetNtohl)
+ZOS_SLOT_TYPE(kSlotInetHtonl, Zpand_InetHtonl)
+ZOS_SLOT_TYPE(kSlotInetNtohs, Zpand_InetNtohs)
+ZOS_SLOT_TYPE(kSlotInetHtons, Zpand_InetHtons)
+ZOS_SLOT_TYPE(kSlotInetFdCreate, Zpand_InetFdCreate)
+ZOS_SLOT_TYPE(kSlotInetFdDelete, Zpand_InetFdDelete)
+ZOS_SLOT_TYPE(kSlotInetFdCopy, Zpand_InetFdCopy)
+ZOS_SLOT_TYPE(kSlotInetFdZero, Zpand_InetFdZero)
+ZOS_SLOT_TYPE(kSlotInetFdSet, Zpand_InetFdSet)
+ZOS_SLOT_TYPE(kSlotInetFdIsset, Zpand_InetFdIsset)
+ZOS_SLOT_TYPE(kSlotInetFdClr, Zpand_InetFdClr)
+ZOS_SLOT_TYPE(kSlotInetPton4, Zpand_InetPton4)
+ZOS_SLOT_TYPE(kSlotInetLocalIp, Zpand_InetGetLocalIp)
 ZOS_SLOT_TYPE(kSlotTaskSpawn, Zpand_TaskSpawn)
 ZOS_SLOT_TYPE(kSlotTaskDelete, Zpand_TaskDelete)
 ZOS_SLOT_TYPE(kSlotTaskDelay, Zpand_TaskDelay)
