@@ -210,6 +210,36 @@ KESTRO_API uint32_t Zpand_GetHostName(char *pcName, uint32_t uiSize);
 #define ZPAND_CPU_BMI2 0x8u  /* x86 bit manipulation (BMI1 and BMI2) */
 KESTRO_API uint32_t Zpand_CpuFeatures(void);
 
+/* Message drive of the host's loop. The pipe is watched by the looper of
+ * the thread that calls Zpand_UiEvntInit (Zpand_SetupPipe is the same
+ * call): 0, or 1 when the pipe, the looper or the registration failed.
+ * A pipe record is two words, the argument and then the function; any
+ * thread may post one, and the functions run on the looper's thread one
+ * after another in the order written. */
+typedef void (*PFN_ZPAND_UI_FUNC)(uintptr_t zArg);
+KESTRO_API uint32_t Zpand_UiEvntInit(void);
+KESTRO_API uint32_t Zpand_SetupPipe(void);
+/* Writes one record: always 0 (a short write is logged). */
+KESTRO_API uint32_t Zpand_UiProcEvnt(uintptr_t zArg, PFN_ZPAND_UI_FUNC pfnFunc);
+KESTRO_API uint32_t Zpand_PostMessage(uintptr_t zArg, PFN_ZPAND_UI_FUNC pfnFunc);
+/* The looper callback: runs every whole record waiting; always 1. */
+KESTRO_API int Zpand_MsgPipeCb(int iFd, int iEvents, void *pData);
+/* The looper of the thread that set up the pipe (null before). */
+KESTRO_API void *Zpand_UiThreadId(void);
+/* Asks the host loop for one call of Zos_ModDriveMsg: through the
+ * installed function when there is one, else through the Java side;
+ * 1 when neither can be had. */
+KESTRO_API uint32_t Zpand_ModPostDrv(void);
+KESTRO_API void Zpand_ModSetPostDrv(uint32_t (*pfnPostDrv)(void));
+KESTRO_API uint32_t (*Zpand_ModGetPostDrv(void))(void);
+
+/* The Android log (tag "ZOS"); priorities as Android's: 3 debug, 6 error.
+ * Off Android the lines go to a ring of the last 4 KiB that
+ * Zpand_AndroidLogRecent copies out ("D/ZOS: text\n" per line, NUL
+ * ended, cut to fit); it returns the length copied. */
+KESTRO_API void Zpand_AndroidLog(uint32_t uiPriority, const char *pcText);
+KESTRO_API uint32_t Zpand_AndroidLogRecent(char *pcBuf, uint32_t uiSize);
+
 ZOS_END_DECLS
 
 #endif /* ZPAND_H */

@@ -159,12 +159,21 @@ ZOS_SLOT_TYPE(kSlotInetFdIsset, Zpand_InetFdIsset)
 ZOS_SLOT_TYPE(kSlotInetFdClr, Zpand_InetFdClr)
 ZOS_SLOT_TYPE(kSlotInetPton4, Zpand_InetPton4)
 ZOS_SLOT_TYPE(kSlotInetLocalIp, Zpand_InetGetLocalIp)
+ZOS_SLOT_TYPE(kSlotModPostDrv, Zpand_ModPostDrv)
 ZOS_SLOT_TYPE(kSlotTaskSpawn, Zpand_TaskSpawn)
 ZOS_SLOT_TYPE(kSlotTaskDelete, Zpand_TaskDelete)
 ZOS_SLOT_TYPE(kSlotTaskDelay, Zpand_TaskDelay)
 ZOS_SLOT_TYPE(kSlotTaskExit, Zpand_TaskExit)
 ZOS_SLOT_TYPE(kSlotTaskIsCurrent, Zpand_TaskIsCurrent)
 ZOS_SLOT_TYPE(kSlotTaskIsMainThread, Zpand_TaskIsMainThread)
+ZOS_SLOT_TYPE(kSlotUiProcEvnt, Zpand_UiProcEvnt)
+
+// The optional thread-enter hook has no filler on this platform: (thread
+// handle, place for the word the exit hook receives).
+template <>
+struct SlotType<kSlotTaskEnter> {
+    using type = uint32_t (*)(uintptr_t zHandle, uintptr_t *pzWord);
+};
 
 #undef ZOS_SLOT_TYPE
 

@@ -9,6 +9,7 @@
 #include "zos_fmt.h"
 #include "zos_log_int.h"
 #include "zos_mem.h"
+#include "zos_mod.h"
 #include "zos_osdep.h"
 #include "zos_pmem.h"
 #include "zos_print.h"
@@ -60,6 +61,7 @@ constexpr InitStep kInitSteps[] = {
     {Zos_TraceInit, "trace init ok.", "init trace fail!\r\n"},
     {Zos_DbufInit, "dbuf init ok.", "init dbuf fail!\r\n"},
     {Zos_PMemInit, "pmem init ok.", "init pmem fail!\r\n"},
+    {Zos_ModInit, "module init ok.", "init module fail!\r\n"},
 };
 // clang-format on
 
@@ -71,6 +73,7 @@ struct DestroyStep {
 
 // clang-format off
 constexpr DestroyStep kDestroySteps[] = {
+    {Zos_ModDestroy, "module destroy ok."},
     {Zos_TimeDestroy, "time destroy ok."},
     {Zos_PMemDestroy, "pmem destroy ok."},
     {Zos_DbufDestroy, "dbuf destroy ok."},
