@@ -34,6 +34,7 @@
 #include "zos_rbt.h"
 #include "zos_omap.h"
 #include "zos_inet.h"
+#include "zos_http.h"
 #include "zos_task.h"
 #include "zos_mod.h"
 #include "zucs.h"

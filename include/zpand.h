@@ -142,8 +142,8 @@ KESTRO_API uint32_t Zpand_InetFdIsset(int32_t iFd, uintptr_t zSet);
 KESTRO_API uint32_t Zpand_InetFdClr(int32_t iFd, uintptr_t zSet);
 /* Dotted IPv4 text to a value in network order: 0 / 1. */
 KESTRO_API uint32_t Zpand_InetPton4(const char *pcText, uint32_t *puiAddr);
-/* The local address as text: the installed source (the Java side's
- * "getLocalIP" once bound), else the address of the first interface that
+/* The local address as text: the installed source, else the Java side's
+ * "getLocalIP" once bound, else the address of the first interface that
  * is up and not loopback (IPv4 before IPv6). 0 / 1. */
 KESTRO_API uint32_t Zpand_InetGetLocalIp(char *pcBuf, uint32_t uiSize);
 /* Installs the source of the local address (null: interfaces only). The
@@ -230,6 +230,25 @@ KESTRO_API void *Zpand_UiThreadId(void);
  * installed function when there is one, else through the Java side;
  * 1 when neither can be had. */
 KESTRO_API uint32_t Zpand_ModPostDrv(void);
+
+/* HTTP bridge on the Java class ZpandHttp, one object per connection (a
+ * global reference; null when the machine or the class is missing).
+ * Texts are UTF-8. Get body returns a block from the C library's malloc,
+ * released with free. Without a Java environment the operations fail:
+ * 1, or null for open and get body. */
+KESTRO_API void *Zpand_HttpOpen(int32_t iId, const char *pcUrl, const void *pOption1,
+                                const void *pOption2);
+KESTRO_API void Zpand_HttpClose(void *pObj);
+KESTRO_API uint32_t Zpand_HttpConn(void *pObj);
+KESTRO_API uint32_t Zpand_HttpDisconn(void *pObj);
+KESTRO_API uint32_t Zpand_HttpSetProp(void *pObj, const char *pcName, const char *pcValue);
+KESTRO_API uint32_t Zpand_HttpSetCfg(void *pObj, const char *pcName, const char *pcValue);
+KESTRO_API uint32_t Zpand_HttpSetBody(void *pObj, const char *pcText1, const char *pcText2);
+KESTRO_API uint32_t Zpand_HttpSetFile(void *pObj, const char *pcText1, const char *pcText2);
+KESTRO_API char *Zpand_HttpGetBody(void *pObj);
+/* Puts the nine functions above into the platform table slots 107-115,
+ * which the standard fill leaves empty: 0 / 1 (no table). */
+KESTRO_API uint32_t Zpand_HttpOsdepInstall(void);
 KESTRO_API void Zpand_ModSetPostDrv(uint32_t (*pfnPostDrv)(void));
 KESTRO_API uint32_t (*Zpand_ModGetPostDrv(void))(void);
 

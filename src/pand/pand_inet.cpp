@@ -9,10 +9,12 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include "pand_heap.h"
+#include "pand_jni.h"
 #include "zos_inet.h"
 #include "zos_log.h"
 #include "zos_sys.h"
@@ -48,6 +50,25 @@ bool FirstInterfaceAddress(int family, char *buf, uint32_t size) {
     }
     freeifaddrs(list);
     return found;
+}
+
+// The Java side's "getLocalIP" once bound: true when it gave a text that
+// fits.
+bool JavaLocalIp(char *buf, uint32_t size) {
+    if (g_zZpandNet == nullptr || g_zZpandNetGetLocalIP == nullptr) return false;
+    zpand::jni::EnvScope scope;
+    JNIEnv *env = scope.env();
+    if (env == nullptr) return false;
+    auto text =
+        static_cast<jstring>(env->CallStaticObjectMethod(g_zZpandNet, g_zZpandNetGetLocalIP));
+    if (zpand::jni::ClearException(env) || text == nullptr) return false;
+    uint32_t len = 0;
+    char *bytes = Zpand_JstringToBytes(env, text, &len);
+    env->DeleteLocalRef(text);
+    const bool ok = bytes != nullptr && len != 0 && len < size;
+    if (ok) std::memcpy(buf, bytes, len + 1);
+    std::free(bytes);
+    return ok;
 }
 
 template <typename F>
@@ -141,6 +162,7 @@ KESTRO_API uint32_t Zpand_InetGetLocalIp(char *pcBuf, uint32_t uiSize) {
         pcBuf[0] = '\0';
         return ZFAILED;
     }
+    if (JavaLocalIp(pcBuf, uiSize)) return ZOK;
     if (FirstInterfaceAddress(AF_INET, pcBuf, uiSize)) return ZOK;
     if (FirstInterfaceAddress(AF_INET6, pcBuf, uiSize)) return ZOK;
     pcBuf[0] = '\0';

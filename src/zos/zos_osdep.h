@@ -85,6 +85,14 @@ enum OsdepSlot : uint32_t {
     kSlotTimerStart = 105,
     kSlotTimerStop = 106,
     kSlotHttpOpen = 107,
+    kSlotHttpClose = 108,
+    kSlotHttpConn = 109,
+    kSlotHttpDisconn = 110,
+    kSlotHttpSetProp = 111,
+    kSlotHttpSetCfg = 112,
+    kSlotHttpSetBody = 113,
+    kSlotHttpSetFile = 114,
+    kSlotHttpGetBody = 115,
     kSlotCount = 116,
 };
 
@@ -174,6 +182,15 @@ template <>
 struct SlotType<kSlotTaskEnter> {
     using type = uint32_t (*)(uintptr_t zHandle, uintptr_t *pzWord);
 };
+ZOS_SLOT_TYPE(kSlotHttpOpen, Zpand_HttpOpen)
+ZOS_SLOT_TYPE(kSlotHttpClose, Zpand_HttpClose)
+ZOS_SLOT_TYPE(kSlotHttpConn, Zpand_HttpConn)
+ZOS_SLOT_TYPE(kSlotHttpDisconn, Zpand_HttpDisconn)
+ZOS_SLOT_TYPE(kSlotHttpSetProp, Zpand_HttpSetProp)
+ZOS_SLOT_TYPE(kSlotHttpSetCfg, Zpand_HttpSetCfg)
+ZOS_SLOT_TYPE(kSlotHttpSetBody, Zpand_HttpSetBody)
+ZOS_SLOT_TYPE(kSlotHttpSetFile, Zpand_HttpSetFile)
+ZOS_SLOT_TYPE(kSlotHttpGetBody, Zpand_HttpGetBody)
 
 #undef ZOS_SLOT_TYPE
 

@@ -7,6 +7,7 @@
 #include "zos_dump.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
+#include "zos_http.h"
 #include "zos_log_int.h"
 #include "zos_mem.h"
 #include "zos_mod.h"
@@ -62,6 +63,7 @@ constexpr InitStep kInitSteps[] = {
     {Zos_DbufInit, "dbuf init ok.", "init dbuf fail!\r\n"},
     {Zos_PMemInit, "pmem init ok.", "init pmem fail!\r\n"},
     {Zos_ModInit, "module init ok.", "init module fail!\r\n"},
+    {Zos_HttpInit, "http start ok.", "init http fail!\r\n"},
 };
 // clang-format on
 
@@ -74,6 +76,7 @@ struct DestroyStep {
 // clang-format off
 constexpr DestroyStep kDestroySteps[] = {
     {Zos_ModDestroy, "module destroy ok."},
+    {Zos_HttpDestroy, "http destory ok."},
     {Zos_TimeDestroy, "time destroy ok."},
     {Zos_PMemDestroy, "pmem destroy ok."},
     {Zos_DbufDestroy, "dbuf destroy ok."},
