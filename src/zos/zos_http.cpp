@@ -12,8 +12,10 @@
 #include "zos_str.h"
 #include "zos_util.h"
 
+// Exported through its declaration in the header (an attribute on this
+// definition of a constant is ignored by GCC).
 extern "C" {
-KESTRO_API const char *const kZosHttpNotifyStatusEvnt = "kZosHttpNotifyStatusEvnt";
+const char *const kZosHttpNotifyStatusEvnt = "kZosHttpNotifyStatusEvnt";
 }
 
 namespace {
