@@ -35,6 +35,8 @@
 #include "zos_hash.h"
 #include "zos_rbt.h"
 #include "zos_omap.h"
+#include "zos_inet.h"
+#include "zos_http.h"
 #include "zos_task.h"
 #include "zos_mod.h"
 #include "zucs.h"

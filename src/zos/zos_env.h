@@ -88,6 +88,10 @@ struct ZosEnv {
     ZOS_TRACE_EVNT pfnTraceEvnt;
     ZMUTEX zHttpMutex;
     void *pHttpMap;
+    // Scratch texts of Zos_InetNtoa and Zos_InetMactoa, overwritten by
+    // each call.
+    char acInetNtoa[16];
+    char acInetMactoa[18];
 };
 
 namespace zos {

@@ -7,6 +7,7 @@
 #include "zos_dump.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
+#include "zos_http.h"
 #include "zos_log_int.h"
 #include "zos_logtask.h"
 #include "zos_mem.h"
@@ -67,6 +68,7 @@ constexpr InitStep kInitSteps[] = {
     {Zos_TimerInit, "timer init ok.", "init timer fail!\r\n"},
     // The log task's failure prints the log's text on purpose.
     {Zos_LogTaskStart, "log start ok.", "init log fail!\r\n"},
+    {Zos_HttpInit, "http start ok.", "init http fail!\r\n"},
 };
 // clang-format on
 
@@ -81,6 +83,7 @@ constexpr DestroyStep kDestroySteps[] = {
     {Zos_TimerDestroy, "timer destroy ok."},
     {Zos_LogTaskStop, "log task stop ok."},
     {Zos_ModDestroy, "module destroy ok."},
+    {Zos_HttpDestroy, "http destory ok."},
     // Timers again on purpose: the steps in between may have made some.
     {Zos_TimerDestroy, "timer destroy ok."},
     {Zos_TimeDestroy, "time destroy ok."},
