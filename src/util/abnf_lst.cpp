@@ -24,9 +24,22 @@ void Ensure(ST_ZOS_DLIST *list) {
     list->zMutex = 0;
 }
 
+// A cleared node with `size` bytes of data behind it. Memory buffers hand
+// out blocks aligned to 4 bytes only, so the node is placed at the next
+// pointer-aligned address inside a slightly larger block (on 32-bit targets
+// that is the block itself).
 ItemNode *NewNode(ZUBUF buf, uint32_t size, void **data) {
     *data = nullptr;
-    return static_cast<ItemNode *>(Zos_UbufAllocDNode(buf, size, data));
+    constexpr uint32_t kSlack = alignof(ItemNode) > 4 ? alignof(ItemNode) - 4 : 0;
+    if (size > 0x7FFFFFFFu - sizeof(ItemNode) - kSlack) return nullptr;
+    void *raw = Zos_UbufAllocClrd(buf, uint32_t(sizeof(ItemNode)) + size + kSlack);
+    if (raw == nullptr) return nullptr;
+    const uintptr_t at = (reinterpret_cast<uintptr_t>(raw) + alignof(ItemNode) - 1) &
+                         ~uintptr_t{alignof(ItemNode) - 1};
+    auto *node = reinterpret_cast<ItemNode *>(at);
+    node->pData = size != 0 ? static_cast<void *>(node + 1) : nullptr;
+    *data = node->pData;
+    return node;
 }
 
 ItemNode *FindNode(ST_ZOS_DLIST *list, const void *item) {
