@@ -74,6 +74,7 @@ const Command kCommands[] = {
     {"sms", "decode <hex> | submit | deliver | deliver-report: SMS PDUs", RunSms},
     {"utf8", "<text>: its code points and UTF-16 units", RunUtf8},
     {"pinyin", "<text>: the text spelled in pinyin", RunPinyin},
+    {"sip", "FILE: read a SIP message, or show where it does not read", RunSip},
 };
 
 void Usage(FILE *out) {

@@ -31,5 +31,7 @@ int RunSms(int argc, char **argv);
 int RunUtf8(int argc, char **argv);
 // A UTF-8 text spelled in pinyin.
 int RunPinyin(int argc, char **argv);
+// A SIP message read with the ABNF toolkit, or the toolkit's error report.
+int RunSip(int argc, char **argv);
 
 }  // namespace kestro
