@@ -211,6 +211,12 @@ TEST_F(ZosTest, AbnfSipReaderTruncationsAndGarbage) {
         readOk += reader.Read(copy.get(), uint32_t(n), &m, false) ? 1 : 0;
     }
     EXPECT_GT(readOk, 0u);
+    // Cut after the last header line: no empty line and no body, so the
+    // Content-Length of 150 is not met.
+    const std::string headers = text.substr(0, text.find("\r\n\r\n") + 2);
+    const Read cut = ReadSip(reader, headers);
+    EXPECT_FALSE(cut.ok);
+    EXPECT_NE(cut.report.find("SipDecodeBody shorter than Content-Length"), std::string::npos);
     const char subst[] = {'\0', '\r', '\n', ' ', ':', '\xFF', '0'};
     for (size_t i = 0; i < text.size(); i += 7) {
         for (char c : subst) {

@@ -112,8 +112,7 @@ constexpr uint32_t kNameCount = sizeof(kNames) / sizeof(kNames[0]);
 // Each step that fails logs one frame (the innermost first) and fails.
 class Run {
   public:
-    Run(const Reader &reader, ST_ABNF_TKN_MGR *mgr, const ST_ABNF_CHRSET *set)
-        : reader_(reader), mgr_(mgr), set_(set) {
+    Run(ST_ABNF_TKN_MGR *mgr, const ST_ABNF_CHRSET *set) : mgr_(mgr), set_(set) {
         Abnf_ErrInit(&err_);
     }
     ~Run() { Abnf_ErrDestroy(&err_); }
@@ -150,7 +149,6 @@ class Run {
     bool Value(ST_ZOS_SSTR *out);
     bool Body(kestro::sip::Message *out);
 
-    const Reader &reader_;
     ST_ABNF_TKN_MGR *mgr_;
     const ST_ABNF_CHRSET *set_;
     ST_ABNF_ERR err_{};
@@ -298,15 +296,18 @@ bool Run::Message(kestro::sip::Message *out) {
     for (;;) {
         ST_ZOS_SSTR ahead{};
         Abnf_GetScanningStr(&msg_, &ahead);
-        if (ahead.uiLen == 0) break;  // no empty line: the text ended after the headers
+        if (ahead.uiLen == 0) {
+            // No empty line: the text ended after the headers, so the body
+            // is empty (and a Content-Length above 0 is not met).
+            if (!Body(out)) return Fail("SipDecodeMsg body", __LINE__);
+            return true;
+        }
         if (Abnf_TryExpectCRLF(&msg_) == ZOK) {
             if (!Body(out)) return Fail("SipDecodeMsg body", __LINE__);
             return true;
         }
         if (!HeaderLine(out)) return Fail("SipDecodeMsg header", __LINE__);
     }
-    (void)reader_;
-    return true;
 }
 
 }  // namespace
@@ -356,7 +357,7 @@ Reader::~Reader() {
 bool Reader::Read(const char *data, uint32_t len, Message *out, bool report, Failure *fail) const {
     *out = Message{};
     if (!ok() || data == nullptr || len == 0) return false;
-    Run run(*this, mgr_, set_);
+    Run run(mgr_, set_);
     if (run.Start(data, len) && run.Message(out)) return true;
     if (fail != nullptr) run.Fill(fail, data);
     if (report) run.Report();
