@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     for (const auto &h : m.headers) {
         inside(h.name);
         inside(h.raw);
-        if (h.value.size() > h.raw.uiLen) std::abort();
+        if (h.Value().size() > h.raw.uiLen) std::abort();
     }
     if (m.hasContentLength && m.body.uiLen != m.contentLength) std::abort();
     return 0;

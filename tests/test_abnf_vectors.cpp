@@ -74,7 +74,7 @@ Read ReadSip(const sip::Reader &reader, const std::string &text) {
 
 std::string Value(const sip::Message &m, uint32_t id) {
     const sip::Header *h = m.Find(id);
-    return h != nullptr ? h->value : std::string("<none>");
+    return h != nullptr ? h->Value() : std::string("<none>");
 }
 
 }  // namespace
@@ -151,7 +151,7 @@ TEST_F(ZosTest, AbnfSipReaderSelectedValues) {
 
     text = Load("sip/rfc4475/dblreq.dat");
     ASSERT_TRUE(reader.Read(text.data(), uint32_t(text.size()), &m, false));
-    EXPECT_EQ(m.Find(sip::kCallId)->value, "dblreq.0ha0isndaksdj99sdfafnl3lk233412");  // "I:"
+    EXPECT_EQ(m.Find(sip::kCallId)->Value(), "dblreq.0ha0isndaksdj99sdfafnl3lk233412");  // "I:"
     EXPECT_EQ(m.body.uiLen, 0u);
     EXPECT_GT(m.trailing, 300u);  // the second request is ignored
 
