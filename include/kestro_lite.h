@@ -55,5 +55,6 @@
 #include "zrandom.h"
 #include "zuuid.h"
 #include "zfile.h"
+#include "abnf.h"
 
 #endif /* KESTRO_LITE_H */

@@ -79,6 +79,7 @@ const Command kCommands[] = {
     {"utf8", "<text>: its code points and UTF-16 units", RunUtf8},
     {"pinyin", "<text>: the text spelled in pinyin", RunPinyin},
     {"runtime", "demo | bench [COUNT]: module tasks exchanging messages", RunRuntime},
+    {"sip", "FILE: read a SIP message, or show where it does not read", RunSip},
 };
 
 void Usage(FILE *out) {

@@ -31,6 +31,8 @@ int RunSms(int argc, char **argv);
 int RunUtf8(int argc, char **argv);
 // A UTF-8 text spelled in pinyin.
 int RunPinyin(int argc, char **argv);
+// A SIP message read with the ABNF toolkit, or the toolkit's error report.
+int RunSip(int argc, char **argv);
 
 // The module manager at work: "runtime demo" and "runtime bench [COUNT]".
 int RunRuntime(int argc, char **argv);
