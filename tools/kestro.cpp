@@ -75,6 +75,7 @@ const Command kCommands[] = {
     {"utf8", "<text>: its code points and UTF-16 units", RunUtf8},
     {"pinyin", "<text>: the text spelled in pinyin", RunPinyin},
     {"sip", "FILE: read a SIP message, or show where it does not read", RunSip},
+    {"ini", "get FILE SECT KEY | set FILE SECT KEY VALUE | dump FILE: INI files", RunIni},
 };
 
 void Usage(FILE *out) {

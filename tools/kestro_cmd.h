@@ -33,5 +33,7 @@ int RunUtf8(int argc, char **argv);
 int RunPinyin(int argc, char **argv);
 // A SIP message read with the ABNF toolkit, or the toolkit's error report.
 int RunSip(int argc, char **argv);
+// INI files: "ini get FILE SECTION KEY", "ini set FILE SECTION KEY VALUE", "ini dump FILE".
+int RunIni(int argc, char **argv);
 
 }  // namespace kestro
