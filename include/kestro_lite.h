@@ -56,5 +56,6 @@
 #include "zuuid.h"
 #include "zfile.h"
 #include "abnf.h"
+#include "zini.h"
 
 #endif /* KESTRO_LITE_H */

@@ -80,6 +80,7 @@ const Command kCommands[] = {
     {"pinyin", "<text>: the text spelled in pinyin", RunPinyin},
     {"runtime", "demo | bench [COUNT]: module tasks exchanging messages", RunRuntime},
     {"sip", "FILE: read a SIP message, or show where it does not read", RunSip},
+    {"ini", "get FILE SECT KEY | set FILE SECT KEY VALUE | dump FILE: INI files", RunIni},
 };
 
 void Usage(FILE *out) {

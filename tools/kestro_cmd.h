@@ -33,6 +33,8 @@ int RunUtf8(int argc, char **argv);
 int RunPinyin(int argc, char **argv);
 // A SIP message read with the ABNF toolkit, or the toolkit's error report.
 int RunSip(int argc, char **argv);
+// INI files: "ini get FILE SECTION KEY", "ini set FILE SECTION KEY VALUE", "ini dump FILE".
+int RunIni(int argc, char **argv);
 
 // The module manager at work: "runtime demo" and "runtime bench [COUNT]".
 int RunRuntime(int argc, char **argv);
