@@ -78,6 +78,7 @@ const Command kCommands[] = {
     {"sms", "decode <hex> | submit | deliver | deliver-report: SMS PDUs", RunSms},
     {"utf8", "<text>: its code points and UTF-16 units", RunUtf8},
     {"pinyin", "<text>: the text spelled in pinyin", RunPinyin},
+    {"runtime", "demo | bench [COUNT]: module tasks exchanging messages", RunRuntime},
 };
 
 void Usage(FILE *out) {

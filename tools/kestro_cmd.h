@@ -32,4 +32,7 @@ int RunUtf8(int argc, char **argv);
 // A UTF-8 text spelled in pinyin.
 int RunPinyin(int argc, char **argv);
 
+// The module manager at work: "runtime demo" and "runtime bench [COUNT]".
+int RunRuntime(int argc, char **argv);
+
 }  // namespace kestro

@@ -112,17 +112,11 @@ uint32_t PostCtrl(ZosModMgr *mgr, uint32_t id, uint32_t code) {
             Lock lock(mgr);
             ModTask *t = zos::TaskFind(mgr, id);
             if (t == nullptr) return ZFAILED;
-            uint32_t *block = &t->auiStop[0];
-            if (code != ZOS_MOD_CTRL_STOP) {
-                // Pause and resume use the same three words; a stop waiting
-                // in the queue is not overwritten.
-                if (Zos_PQueueFind(t->zQueue != nullptr ? t->zQueue : mgr->zQueue, 0,
-                                   zos::CtrlTag(block)) != 0) {
-                    return ZOK;
-                }
-            }
+            // One block per code, kept in the record: a control message
+            // needs no allocation, and each code is queued at most once.
+            uint32_t *block = t->aauiCtrl[code - ZOS_MOD_CTRL_STOP];
             // The loop reads the words after taking the block from its
-            // queue, possibly while a later code rewrites a queued block.
+            // queue; they are written before the block is queued.
             __atomic_store_n(&block[0], ZOS_MOD_CTRL_MARK, __ATOMIC_RELAXED);
             __atomic_store_n(&block[1], id, __ATOMIC_RELAXED);
             __atomic_store_n(&block[2], code, __ATOMIC_RELEASE);

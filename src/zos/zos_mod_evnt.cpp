@@ -113,8 +113,8 @@ uint32_t SetArg(ZEVNT ev, uint32_t n, Kind k, va_list *args) {
 // An event holding the arguments of a format from parameter `first` on;
 // null on failure (logged with `failText`).
 ZEVNT BuildEvent(ZEVNT ev, uint32_t first, const char *fmt, va_list ap) {
-    if (ev == nullptr || fmt == nullptr) return nullptr;
-    const char *p = fmt;
+    if (ev == nullptr) return nullptr;
+    const char *p = fmt != nullptr ? fmt : "";
     int letter = 0;
     // A local copy, so the arguments can be handed on by address.
     va_list args;

@@ -1,0 +1,163 @@
+// The module manager under concurrent use: many posters to a threaded task
+// and to host-driven tasks drained by the looper, a stop while posting,
+// and subscriptions changing while events are published.
+#include <mutex>
+#include <vector>
+
+#include "mod_test.h"
+
+namespace {
+
+using ktest::WaitFor;
+
+constexpr uint32_t kProducers = 4;
+constexpr uint32_t kPerProducer = 2000;
+
+std::mutex g_lock;
+std::vector<uint32_t> g_got;  // message types in handling order
+std::atomic<uint32_t> g_count{0};
+
+int32_t Collect(void *msg) {
+    {
+        std::lock_guard<std::mutex> lock(g_lock);
+        g_got.push_back(Zos_MsgGetType(msg));
+    }
+    g_count++;
+    return 0;
+}
+
+void Reset() {
+    std::lock_guard<std::mutex> lock(g_lock);
+    g_got.clear();
+    g_count = 0;
+}
+
+// Producers post (producer << 16 | seq) to `task`, retrying while full.
+void Produce(uint32_t task) {
+    std::vector<std::thread> producers;
+    for (uint32_t p = 0; p < kProducers; ++p) {
+        producers.emplace_back([task, p] {
+            for (uint32_t i = 1; i <= kPerProducer; ++i) {
+                while (Zos_MsgSendX(task, task, p << 16 | i, 0, nullptr, 0) != ZOK) {
+                    std::this_thread::yield();
+                }
+            }
+        });
+    }
+    for (auto &t : producers) t.join();
+}
+
+// Every message arrived once, each producer's in its order.
+void CheckOrder() {
+    std::lock_guard<std::mutex> lock(g_lock);
+    ASSERT_EQ(g_got.size(), kProducers * kPerProducer);
+    uint32_t last[kProducers] = {};
+    for (uint32_t v : g_got) {
+        const uint32_t p = v >> 16, seq = v & 0xFFFF;
+        ASSERT_LT(p, kProducers);
+        ASSERT_EQ(seq, last[p] + 1);
+        last[p] = seq;
+    }
+}
+
+}  // namespace
+
+TEST_F(ZosTest, ConcManyPostersToAThreadedTask) {
+    Reset();
+    uint32_t task = 0;
+    ASSERT_EQ(Zos_ModTaskStart("SINK", 3, 4096, 0, 0, nullptr, nullptr, Collect, &task), ZOK);
+    Produce(task);
+    ASSERT_TRUE(WaitFor([] { return g_count == kProducers * kPerProducer; }, 30000));
+    CheckOrder();
+}
+
+TEST_F(ZosTest, ConcStopWhilePosting) {
+    Reset();
+    uint32_t task = 0;
+    ASSERT_EQ(Zos_ModTaskStart("VICTIM", 3, 64, 0, 0, nullptr, nullptr, Collect, &task), ZOK);
+    std::atomic<bool> stop{false};
+    std::atomic<uint32_t> ok{0}, failed{0};
+    std::vector<std::thread> posters;
+    for (int p = 0; p < 3; ++p) {
+        posters.emplace_back([&] {
+            while (!stop) {
+                (Zos_MsgSendX(task, task, 1, 0, "payload", 7) == ZOK ? ok : failed)++;
+            }
+        });
+    }
+    ASSERT_TRUE(WaitFor([] { return g_count > 100; }));
+    EXPECT_EQ(Zos_ModTaskStop(task), ZOK);
+    const uint32_t handled = g_count;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    stop = true;
+    for (auto &t : posters) t.join();
+    EXPECT_EQ(g_count, handled);  // nothing handled after the stop
+    EXPECT_GT(ok, 0u);
+    EXPECT_GT(failed, 0u);  // posts after the stop are refused
+    EXPECT_EQ(Zos_TaskGetState(task), 0u);
+}
+
+namespace {
+std::atomic<uint32_t> g_calls{0};
+void OnEvent(const char *, size_t, uint32_t) {
+    g_calls++;
+}
+}  // namespace
+
+TEST_F(ZosTest, ConcSubscribeWhilePublishing) {
+    g_calls = 0;
+    uint32_t a = 0, b = 0;
+    ASSERT_EQ(Zos_ModTaskStart("SUB_A", 3, 512, 0, 0, nullptr, nullptr, Collect, &a), ZOK);
+    ASSERT_EQ(Zos_ModTaskStart("SUB_B", 3, 512, 0, 0, nullptr, nullptr, Collect, &b), ZOK);
+    auto fn = reinterpret_cast<PFN_ZOS_MOD_FUNC>(OnEvent);
+    ASSERT_EQ(Zos_ModSubEvnt("tick", a, fn, 0), ZOK);
+    std::atomic<bool> stop{false};
+    std::thread churn([&] {
+        for (uintptr_t i = 1; !stop; ++i) {
+            Zos_ModSubEvnt("tick", b, fn, i);
+            Zos_ModUnSubEvnt("tick", b, fn, i);
+        }
+    });
+    std::atomic<uint32_t> published{0};
+    std::thread pub([&] {
+        for (uint32_t i = 0; i < 2000; ++i) {
+            if (Zos_ModPubEvnt("tick", "%u", i) == ZOK) published++;
+        }
+    });
+    pub.join();
+    stop = true;
+    churn.join();
+    EXPECT_EQ(published, 2000u);  // SUB_A stays subscribed throughout
+    EXPECT_TRUE(WaitFor([] { return g_calls >= 2000; }, 30000));
+}
+
+using ConcHost = ktest::HostModTest;
+
+TEST_F(ConcHost, ConcPostersToHostDrivenTasksThroughTheLooper) {
+    Reset();
+    ktest::HostLoop loop;
+    ASSERT_TRUE(loop.SetUp());
+    uint32_t task = 0, other = 0;
+    ASSERT_EQ(Zos_ModTaskStart("HOSTED", 5, 0, 0, 1, nullptr, nullptr, Collect, &task), ZOK);
+    ASSERT_EQ(Zos_ModTaskStart("HOSTED2", 2, 0, 0, 1, nullptr, nullptr, Collect, &other), ZOK);
+    std::thread side([other] {
+        for (uint32_t i = 1; i <= 200; ++i) {
+            while (Zos_MsgSendX(other, other, 0xF0000000u | i, 0, nullptr, 0) != ZOK) {
+                std::this_thread::yield();
+            }
+        }
+    });
+    Produce(task);
+    side.join();
+    ASSERT_TRUE(WaitFor([] { return g_count == kProducers * kPerProducer + 200; }, 30000));
+    {
+        // The side task's messages arrive in order too.
+        std::lock_guard<std::mutex> lock(g_lock);
+        std::vector<uint32_t> mine, side2;
+        for (uint32_t v : g_got) ((v & 0xF0000000u) != 0 ? side2 : mine).push_back(v);
+        for (size_t i = 0; i < side2.size(); ++i) ASSERT_EQ(side2[i], 0xF0000000u | (i + 1));
+        g_got = mine;
+    }
+    CheckOrder();
+    loop.Stop();
+}

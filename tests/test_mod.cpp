@@ -1,0 +1,548 @@
+// Module manager: host-driven drives (one message per drive request),
+// priorities and arrival order, posting failures, deferred calls, control
+// messages, performs with every argument kind on the caller's word layout,
+// the event hub and shut-down with messages still queued.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "mod_test.h"
+
+namespace {
+
+using ktest::WaitFor;
+
+// What the handlers saw, in order: "<task name>:<type>".
+std::mutex g_seenLock;
+std::vector<std::string> g_seen;
+
+void Seen(const std::string &s) {
+    std::lock_guard<std::mutex> lock(g_seenLock);
+    g_seen.push_back(s);
+}
+std::vector<std::string> SeenNow() {
+    std::lock_guard<std::mutex> lock(g_seenLock);
+    return g_seen;
+}
+void ClearSeen() {
+    std::lock_guard<std::mutex> lock(g_seenLock);
+    g_seen.clear();
+}
+
+int32_t Record(void *msg) {
+    Seen(std::string(Zos_TaskGetName(Zos_MsgGetRecvTaskId(msg))) + ":" +
+         std::to_string(Zos_MsgGetType(msg)));
+    return 0;
+}
+
+std::atomic<uint32_t> g_driveRequests{0};
+uint32_t CountDrive() {
+    g_driveRequests++;
+    return ZOK;
+}
+uint32_t NoDrive() {
+    return ZFAILED;
+}
+
+std::vector<std::string> g_exits;
+void OnExit(const char *name, uint32_t) {
+    g_exits.push_back(name);
+}
+
+uint32_t Start(const char *name, uint32_t pri, bool host, PFN_ZOS_MOD_ENTRY entry = Record) {
+    uint32_t id = ZOS_INVALID_ID;
+    EXPECT_EQ(Zos_ModTaskStart(name, pri, 0, 0, host ? 1 : 0, nullptr, OnExit, entry, &id), ZOK);
+    return id;
+}
+
+void Deferred(uintptr_t arg, void *data, uint32_t len) {
+    Seen("deferred:" + std::to_string(arg) + ":" +
+         std::string(static_cast<const char *>(data), len));
+}
+
+int32_t LeaveThenRecord(void *msg) {
+    Zos_ModLeaveEvnt(Zos_MsgGetRecvTaskId(msg), Deferred, 9, "abc", 3);
+    return Record(msg);
+}
+
+// ---- performs: functions with real, mixed prototypes -------------------
+
+std::string g_call;
+void Mixed(int8_t c, uint16_t us, int32_t i, int64_t ll, const char *s, uint32_t u, void *p,
+           uint64_t ull) {
+    g_call = std::to_string(c) + "," + std::to_string(us) + "," + std::to_string(i) + "," +
+             std::to_string(ll) + "," + s + "," + std::to_string(u) + "," +
+             std::to_string(reinterpret_cast<uintptr_t>(p)) + "," + std::to_string(ull);
+}
+void Odd64(uint32_t a, int64_t b, uint32_t c, int64_t d) {
+    g_call = std::to_string(a) + "," + std::to_string(b) + "," + std::to_string(c) + "," +
+             std::to_string(d);
+}
+void WithMem(const void *data, uint32_t len, long l, unsigned long ul, size_t z, uint8_t uc,
+             int16_t sh) {
+    g_call = std::string(static_cast<const char *>(data), len) + "," + std::to_string(l) + "," +
+             std::to_string(ul) + "," + std::to_string(z) + "," + std::to_string(uc) + "," +
+             std::to_string(sh);
+}
+void Nine(uint32_t a, uint32_t b, uint32_t c, uint32_t d, uint32_t e, uint32_t f, uint32_t g,
+          uint32_t h, uint32_t i) {
+    g_call = std::to_string(a + b + c + d + e + f + g + h) + "/" + std::to_string(i);
+}
+void NoArgs() {
+    g_call = "none";
+}
+
+template <typename F>
+PFN_ZOS_MOD_FUNC Fn(F f) {
+    return reinterpret_cast<PFN_ZOS_MOD_FUNC>(f);
+}
+
+}  // namespace
+
+// ---- host-driven mode ----------------------------------------------------
+
+using ModHost = ktest::HostModTest;
+
+TEST_F(ModHost, ThreePostsThreeDrivesOneMessageEach) {
+    ClearSeen();
+    g_driveRequests = 0;
+    Zpand_ModSetPostDrv(CountDrive);
+    const uint32_t a = Start("HOST_A", 3, true);
+    for (uint32_t type = 1; type <= 3; ++type) {
+        ASSERT_EQ(Zos_MsgSendX(a, a, type, 0, nullptr, 0), ZOK);
+    }
+    EXPECT_EQ(g_driveRequests, 3u);
+    EXPECT_EQ(Zos_ModDriveMsg(), ZOK);
+    EXPECT_EQ(SeenNow().size(), 1u);
+    EXPECT_EQ(g_driveRequests, 4u);  // messages remain: another drive asked for
+    EXPECT_EQ(Zos_ModDriveMsg(), ZOK);
+    EXPECT_EQ(Zos_ModDriveMsg(), ZOK);
+    EXPECT_EQ(g_driveRequests, 5u);  // the last drive left the queue empty
+    EXPECT_EQ(SeenNow(), (std::vector<std::string>{"HOST_A:1", "HOST_A:2", "HOST_A:3"}));
+    EXPECT_EQ(Zos_ModDriveMsg(), ZOK);  // nothing queued: nothing happens
+    EXPECT_EQ(SeenNow().size(), 3u);
+
+    // A silenced manager asks for no drive; the next drive lifts it.
+    Zos_ModSilence();
+    ASSERT_EQ(Zos_MsgSendX(a, a, 4, 0, nullptr, 0), ZOK);
+    EXPECT_EQ(g_driveRequests, 5u);
+    Zos_ModDriveMsg();
+    ASSERT_EQ(Zos_MsgSendX(a, a, 5, 0, nullptr, 0), ZOK);
+    EXPECT_EQ(g_driveRequests, 6u);
+    Zos_ModDriveMsg();
+    EXPECT_EQ(SeenNow().back(), "HOST_A:5");
+}
+
+TEST_F(ModHost, PrioritiesFirstThenArrivalOrder) {
+    ClearSeen();
+    Zpand_ModSetPostDrv(CountDrive);
+    const uint32_t a = Start("EQ_A", 3, true), b = Start("EQ_B", 3, true);
+    const uint32_t urgent = Start("URGENT", 0, true);  // clamped to 1
+    EXPECT_EQ(Zos_TaskGetPriority(urgent), 1u);
+    Zos_MsgSendX(a, a, 1, 0, nullptr, 0);
+    Zos_MsgSendX(a, b, 2, 0, nullptr, 0);
+    Zos_MsgSendX(a, a, 3, 0, nullptr, 0);
+    Zos_MsgSendX(a, urgent, 4, 0, nullptr, 0);
+    Zos_MsgSendXP(a, a, 5, 0, nullptr, 0, 2);  // its own priority
+    for (int i = 0; i < 5; ++i) Zos_ModDriveMsg();
+    EXPECT_EQ(SeenNow(),
+              (std::vector<std::string>{"URGENT:4", "EQ_A:5", "EQ_A:1", "EQ_B:2", "EQ_A:3"}));
+}
+
+TEST_F(ModHost, PostFailuresLeaveNothingQueued) {
+    const uint32_t a = Start("FAIL_A", 3, true);
+    // No drive road: the post fails and the message is deleted by the
+    // sender (AddressSanitizer would see a leak or a second delete).
+    Zpand_ModSetPostDrv(NoDrive);
+    EXPECT_EQ(Zos_MsgSendX(a, a, 1, 0, "data", 4), ZFAILED);
+    EXPECT_EQ(Zos_ModDriveMsg(), ZOK);
+    EXPECT_EQ(Zos_TaskDbgGetState(Zos_ModFindTask(a)), std::string("pending"));
+    // Unknown receiver.
+    EXPECT_EQ(Zos_MsgSendX(a, 0x7FFF0000, 1, 0, nullptr, 0), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModPostMsg invalid recv task."));
+    void *msg = Zos_MsgCreate(a, 0x7FFF0000, 1);
+    EXPECT_EQ(Zos_ModPostMsgX(msg, 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModPostMsgX invalid recv task."));
+    Zos_MsgDelete(msg);
+    // A full shared queue (QueueSize entries).
+    Zpand_ModSetPostDrv(CountDrive);
+    uint32_t sent = 0;
+    while (Zos_MsgSendX(a, a, 7, 0, nullptr, 0) == ZOK && sent < 10000) ++sent;
+    EXPECT_EQ(sent, Zos_CfgGetQueueSize());
+    EXPECT_TRUE(ktest::LoggedContains("ModPostMsg task<FAIL_A> <0x" + [&] {
+        char hex[16];
+        std::snprintf(hex, sizeof(hex), "%x", a);
+        return std::string(hex);
+    }() + "> ---> task<FAIL_A>"));
+    // Shut-down with all of them still queued frees them.
+}
+
+TEST_F(ModHost, DeferredCallsRunAfterTheMessage) {
+    ClearSeen();
+    Zpand_ModSetPostDrv(CountDrive);
+    const uint32_t a = Start("LEAVER", 3, true, LeaveThenRecord);
+    Zos_MsgSendX(a, a, 1, 0, nullptr, 0);
+    Zos_ModDriveMsg();
+    EXPECT_EQ(SeenNow(), (std::vector<std::string>{"LEAVER:1", "deferred:9:abc"}));
+    EXPECT_EQ(Zos_ModLeaveEvnt(a, nullptr, 0, nullptr, 0), ZFAILED);
+    EXPECT_EQ(Zos_ModLeaveEvnt(a, Deferred, 1, nullptr, 5), ZFAILED);
+    // Queued calls not yet run go with the manager at shut-down.
+    EXPECT_EQ(Zos_ModLeaveEvnt(a, Deferred, 2, "left", 4), ZOK);
+}
+
+TEST_F(ModHost, HostTasksStopAndStatistics) {
+    g_exits.clear();
+    Zpand_ModSetPostDrv(CountDrive);
+    const uint32_t a = Start("STOP_ME", 3, true);
+    EXPECT_EQ(Zos_TaskIsSpawn(a), 0u);
+    EXPECT_EQ(Zos_ModTaskIsRun(a), 1u);
+    Zos_MsgSendX(a, a, 1, 0, nullptr, 0);
+    Zos_MsgSendX(a, a, 1, 0, nullptr, 0);
+    ktest::ClearPrinted();
+    Zos_TaskDbgShow();
+    // Host-driven tasks have no thread: their queue is counted.
+    EXPECT_NE(ktest::Printed().find("STOP_ME  0x"), std::string::npos);
+    EXPECT_NE(ktest::Printed().find("MODULE"), std::string::npos);
+    EXPECT_NE(ktest::Printed().find("pending 3   2      2"), std::string::npos);
+    EXPECT_EQ(Zos_ModTaskPause(a, 0), ZOK);  // no thread: nothing to pause
+    EXPECT_EQ(Zos_TaskDelete(a), ZOK);       // a module task: the module stop
+    EXPECT_TRUE(ktest::LoggedContains("task<STOP_ME:" + std::to_string(a) + "> module stop ok."));
+    EXPECT_EQ(g_exits, std::vector<std::string>{"STOP_ME"});
+    Zos_ModDriveMsg();  // its messages are dropped, not handled
+    Zos_ModDriveMsg();
+    EXPECT_EQ(Zos_ModTaskStop(a), ZFAILED);
+
+    // Without threads a task must be driven by the host loop, which needs
+    // a post-drive slot.
+    ZOS_OSDEP_FUNC drive = ktest::Slot(94);
+    Zos_CfgSetLogLevel(0xF);  // warnings too
+    Zos_CfgSetOsThreadSupt(0);
+    uint32_t id = 0;
+    EXPECT_EQ(Zos_ModTaskStart("MAIN_ONLY", 3, 0, 0, 1, nullptr, nullptr, Record, &id), ZOK);
+    EXPECT_TRUE(ktest::LoggedContains("task<MAIN_ONLY> driven by main thread."));
+    ktest::Slot(94) = nullptr;
+    EXPECT_EQ(Zos_ModTaskStart("NO_DRIVE", 3, 0, 0, 0, nullptr, nullptr, Record, &id), ZFAILED);
+    EXPECT_EQ(id, ZOS_INVALID_ID);
+    EXPECT_TRUE(ktest::LoggedContains("Please set ModPostDrv when no thread supporting."));
+    ktest::Slot(94) = drive;
+    Zos_CfgSetOsThreadSupt(1);
+}
+
+// ---- the host loop: the pipe and the looper --------------------------------
+
+TEST_F(ModHost, RoadOfAMessageThroughTheLooper) {
+    ClearSeen();
+    ktest::HostLoop loop;
+    ASSERT_TRUE(loop.SetUp());
+    EXPECT_NE(Zpand_UiThreadId(), nullptr);
+    const uint32_t a = Start("LOOP_A", 4, true);
+    const uint32_t drivesBefore = ktest::HostLoop::drives;
+    for (uint32_t type = 1; type <= 5; ++type)
+        ASSERT_EQ(Zos_MsgSendX(a, a, type, 0, nullptr, 0), ZOK);
+    ASSERT_TRUE(WaitFor([] { return SeenNow().size() == 5; }));
+    EXPECT_EQ(SeenNow().front(), "LOOP_A:1");
+    EXPECT_EQ(SeenNow().back(), "LOOP_A:5");
+    EXPECT_GE(ktest::HostLoop::drives - drivesBefore, 5u);  // one drive per message at least
+
+    // A synchronous perform for the UI task from another thread runs on
+    // the looper's thread; from the looper thread itself it runs at once.
+    static std::thread::id ranOn;
+    static void (*const onUi)() = [] { ranOn = std::this_thread::get_id(); };
+    EXPECT_EQ(Zos_ModPerformX(ZOS_MOD_UI_TASK, Fn(onUi), ""), ZOK);
+    EXPECT_EQ(ranOn, loop.Id());
+    char log[4096];
+    Zpand_AndroidLogRecent(log, sizeof(log));
+    EXPECT_NE(std::strstr(log, "D/ZOS: Zpand_PostMessage.\n"), nullptr);
+    EXPECT_NE(std::strstr(log, "D/ZOS: Zpand_MsgPipeCb.\n"), nullptr);
+    loop.Stop();
+}
+
+TEST_F(ModHost, PipeRecordsRunInWriteOrderAndEmptyPipeReturns) {
+    ktest::HostLoop loop;
+    ASSERT_TRUE(loop.SetUp());
+    static std::vector<uintptr_t> order;
+    static std::atomic<uint32_t> ran{0};
+    order.clear();
+    ran = 0;
+    auto note = [](uintptr_t v) {
+        order.push_back(v);
+        ran++;
+    };
+    std::thread other([&] {
+        for (uintptr_t i = 0; i < 50; ++i) Zpand_PostMessage(1000 + i, note);
+    });
+    other.join();
+    for (uintptr_t i = 0; i < 50; ++i) Zpand_UiProcEvnt(2000 + i, note);
+    ASSERT_TRUE(WaitFor([] { return ran == 100; }));
+    for (size_t i = 1; i < 50; ++i) EXPECT_EQ(order[i], order[i - 1] + 1);
+    EXPECT_EQ(order[50], 2000u);
+    loop.Stop();
+    // The callback on an empty pipe returns at once and calls nothing.
+    int fds[2];
+    ASSERT_EQ(pipe2(fds, O_NONBLOCK), 0);
+    EXPECT_EQ(Zpand_MsgPipeCb(fds[0], ALOOPER_EVENT_INPUT, nullptr), 1);
+    close(fds[0]);
+    close(fds[1]);
+    EXPECT_EQ(ran, 100u);
+}
+
+TEST_F(ModHost, PostDriveRoads) {
+    // No installed function and no virtual machine: no road.
+    Zpand_ModSetPostDrv(nullptr);
+    EXPECT_EQ(Zpand_ModGetPostDrv(), nullptr);
+    EXPECT_EQ(Zpand_ModPostDrv(), ZFAILED);
+    g_driveRequests = 0;
+    Zpand_ModSetPostDrv(CountDrive);
+    EXPECT_EQ(Zpand_ModGetPostDrv(), CountDrive);
+    EXPECT_EQ(Zpand_ModPostDrv(), ZOK);
+    EXPECT_EQ(g_driveRequests, 1u);
+    // Setting up the pipe on a thread without a looper is logged.
+    std::thread([] { EXPECT_EQ(Zpand_SetupPipe(), ZFAILED); }).join();
+    char log[4096];
+    Zpand_AndroidLogRecent(log, sizeof(log));
+    EXPECT_NE(std::strstr(log, "E/ZOS: Zpand_SetupPipe get looper.\n"), nullptr);
+    EXPECT_EQ(Zos_ModDriveMsg(), ZOK);
+}
+
+// ---- threaded mode --------------------------------------------------------
+
+TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
+    ClearSeen();
+    g_exits.clear();
+    EXPECT_NE(Zos_TaskGetTaskId("MOD_MGR"), ZOS_INVALID_ID);
+    EXPECT_TRUE(ktest::LoggedContains("module manager active run.") ||
+                Zos_TaskGetState(Zos_TaskGetTaskId("MOD_MGR")) == ZOS_TASK_RUNNING);
+    const uint32_t own = Start("OWN", 3, false);
+    const uint32_t shared = Start("SHARED", 3, true);  // drained by MOD_MGR
+    for (uint32_t t = 1; t <= 3; ++t) {
+        ASSERT_EQ(Zos_MsgSendX(own, own, t, 0, nullptr, 0), ZOK);
+        ASSERT_EQ(Zos_MsgSendX(own, shared, 10 + t, 0, nullptr, 0), ZOK);
+    }
+    ASSERT_TRUE(WaitFor([] { return SeenNow().size() == 6; }));
+    std::vector<std::string> ownSeen, sharedSeen;
+    for (const auto &s : SeenNow()) (s.rfind("OWN", 0) == 0 ? ownSeen : sharedSeen).push_back(s);
+    EXPECT_EQ(ownSeen, (std::vector<std::string>{"OWN:1", "OWN:2", "OWN:3"}));
+    EXPECT_EQ(sharedSeen, (std::vector<std::string>{"SHARED:11", "SHARED:12", "SHARED:13"}));
+
+    // Pause: nothing handled; resume: handled.
+    ASSERT_EQ(Zos_ModTaskPause(own, 0), ZOK);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_EQ(Zos_MsgSendX(own, own, 4, 0, nullptr, 0), ZOK);
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    EXPECT_EQ(SeenNow().size(), 6u);
+    ASSERT_EQ(Zos_ModTaskPause(own, 1), ZOK);
+    ASSERT_TRUE(WaitFor([] { return SeenNow().size() == 7; }));
+
+    uint32_t dup = 0;
+    EXPECT_EQ(Zos_ModTaskStart("OWN", 3, 0, 0, 0, nullptr, nullptr, Record, &dup), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("task<OWN:" + std::to_string(own) + "> already exist."));
+    EXPECT_EQ(Zos_ModTaskStop(own), ZOK);
+    EXPECT_TRUE(ktest::LoggedContains("ModTaskEntry set task OWN delete."));
+    EXPECT_EQ(g_exits, std::vector<std::string>{"OWN"});
+    EXPECT_EQ(Zos_TaskGetState(own), 0u);
+    EXPECT_EQ(Zos_MsgSendX(own, own, 1, 0, nullptr, 0), ZFAILED);
+    // A task left running, with messages queued, goes at shut-down.
+    ASSERT_EQ(Zos_ModTaskPause(shared, 0), ZOK);
+    const uint32_t parked = Start("PARKED", 3, false);
+    Zos_ModTaskPause(parked, 0);
+    for (int i = 0; i < 5; ++i) Zos_MsgSendX(own, parked, 1, 0, "x", 1);
+}
+
+TEST_F(ZosTest, ModInitFailsWithoutMemoryForTheTable) {
+    Zos_SysDestroy();
+    ktest::ClearPrinted();
+    Zos_CfgSetPrintDisp(ktest::PrintHook);
+    ktest::UseTestLogDir();
+    Zos_CfgSetTaskCount(0x7FFFFFF);  // a table too large for the heap
+    EXPECT_EQ(Zos_SysInit(), ZFAILED);
+    EXPECT_NE(ktest::Printed().find("init module fail!"), std::string::npos);
+    Zos_CfgSetPrintDisp(ktest::PrintHook);
+    ktest::UseTestLogDir();
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    EXPECT_NE(Zos_TaskGetTaskId("MOD_MGR"), ZOS_INVALID_ID);
+}
+
+// ---- performs and the word layout ---------------------------------------------
+
+TEST_F(ZosTest, PerformCallsRealPrototypesWithEveryArgumentKind) {
+    const uint32_t t = Start("PERFORMER", 3, false);
+    int anchor = 0;
+    g_call.clear();
+    ASSERT_EQ(Zos_ModPerformX(t, Fn(Mixed), "%hhd %hu %d %lld %s %u %p %llu", -5, 65535, -70000,
+                              -0x123456789LL, "text", 4000000000u, &anchor, 0xFEDCBA9876543210ULL),
+              ZOK);
+    EXPECT_EQ(g_call, "-5,65535,-70000,-4886718345,text,4000000000," +
+                          std::to_string(reinterpret_cast<uintptr_t>(&anchor)) + "," +
+                          std::to_string(0xFEDCBA9876543210ULL));
+    // A 64-bit value after one 32-bit word: on 32-bit ARM a padding word.
+    ASSERT_EQ(Zos_ModPerformX(t, Fn(Odd64), "%u %lld %u %lld", 7u, -2LL, 9u, 0x7000000000000001LL),
+              ZOK);
+    EXPECT_EQ(g_call, "7,-2,9," + std::to_string(0x7000000000000001LL));
+    ASSERT_EQ(Zos_ModPerformX(t, Fn(WithMem), "%*s %ld %lu %zu %hhu %hd", "memory", 3u, -9L, 10UL,
+                              size_t{11}, 255u, -300),
+              ZOK);
+    EXPECT_EQ(g_call, "mem,-9,10,11,255,-300");
+    ASSERT_EQ(
+        Zos_ModPerformX(t, Fn(Nine), "%u%u%u%u%u%u%u%u%u", 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u),
+        ZOK);
+    EXPECT_EQ(g_call, "36/9");
+    ASSERT_EQ(Zos_ModPerformX(t, Fn(NoArgs), nullptr), ZOK);
+    EXPECT_EQ(g_call, "none");
+
+    // Asynchronous: it has run once a later synchronous one has.
+    g_call.clear();
+    ASSERT_EQ(Zos_ModPerform(t, Fn(Odd64), "%u %lld %u %lld", 1u, 2LL, 3u, 4LL), ZOK);
+    ASSERT_EQ(Zos_ModPerformX(t, Fn(NoArgs), ""), ZOK);
+    EXPECT_EQ(g_call, "none");
+    EXPECT_EQ(Zos_ModPerform(t, Fn(NoArgs), "%q"), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModPerform create event."));
+    EXPECT_EQ(Zos_ModTaskPerform(t, nullptr, ZOS_MSG_TYPE_PERFORM), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("TaskPerform null event"));
+    EXPECT_EQ(Zos_ModPerform(0x7FFF0000, Fn(NoArgs), ""), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModTaskPerform send message."));
+}
+
+TEST_F(ZosTest, InvokeWordLayoutAndLimits) {
+    void *ev = Zos_EvntCreate();
+    ASSERT_EQ(Zos_EParmSetUint(ev, 0, 7), ZOK);
+    ASSERT_EQ(Zos_EParmSetInt64(ev, 1, -2), ZOK);
+    ASSERT_EQ(Zos_EParmSetInt(ev, 2, -1), ZOK);
+    uint32_t n = 0;
+    uintptr_t *w = Zos_ModStrToArray(ev, "%u %lld %d", &n);
+    ASSERT_NE(w, nullptr);
+    if (sizeof(uintptr_t) == 8) {
+        ASSERT_EQ(n, 3u);
+        EXPECT_EQ(w[1], static_cast<uintptr_t>(-2));
+    } else {
+#if defined(__arm__)
+        ASSERT_EQ(n, 5u);  // 7, padding, low, high, -1
+        EXPECT_EQ(w[1], 0u);
+        EXPECT_EQ(w[2], 0xFFFFFFFEu);
+        EXPECT_EQ(w[3], 0xFFFFFFFFu);
+#endif
+    }
+    EXPECT_EQ(w[0], 7u);
+    EXPECT_EQ(w[n - 1], static_cast<uintptr_t>(-1));  // sign-extended
+    Zos_Free(w);
+    EXPECT_EQ(Zos_ModStrToArray(ev, "%d %x", &n), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("ModStrToArray unknown type 120."));
+    Zos_EvntDelete(ev);
+
+    uintptr_t ten[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    g_call.clear();
+    EXPECT_EQ(Zos_ModEvntInvoke(Fn(Nine), ten, 10), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModTaskEntry too many parameters 10."));
+    EXPECT_EQ(g_call, "");
+    EXPECT_EQ(Zos_ModEvntInvoke(Fn(Nine), ten, 9), ZOK);
+    EXPECT_EQ(g_call, "36/9");
+    EXPECT_EQ(Zos_ModEvntInvoke(nullptr, ten, 1), ZFAILED);
+    void *bare = Zos_EvntCreate();
+    EXPECT_EQ(Zos_ModEvntProc(bare), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModEvntProc invalid parameter."));
+    Zos_EvntDelete(bare);
+}
+
+namespace {
+uint32_t g_selfTask = 0;
+std::atomic<int> g_selfDone{0};
+void Inner() {
+    g_selfDone = 1;
+}
+int32_t PerformOnSelf(void *) {
+    // From the target task itself: runs at once instead of waiting forever.
+    Zos_ModPerformX(g_selfTask, Fn(Inner), "");
+    g_selfDone = g_selfDone == 1 ? 2 : -1;
+    return 0;
+}
+std::mutex g_pubLock;
+std::vector<std::string> g_pub;
+uint32_t g_pubTasks[4];
+// Notes what arrived and whether it runs on the subscriber's task (the
+// third subscriber's task is drained by MOD_MGR).
+void OnPub(const char *name, size_t data, int32_t value, const char *text) {
+    const uint32_t runner = data == 3 ? Zos_TaskGetTaskId("MOD_MGR") : g_pubTasks[data];
+    const bool right = Zos_TaskIsCurrent(runner) != 0;
+    std::lock_guard<std::mutex> lock(g_pubLock);
+    g_pub.push_back(std::string(name) + "/" + std::to_string(data) + "/" + std::to_string(value) +
+                    "/" + text + (right ? "/on task" : "/elsewhere"));
+}
+}  // namespace
+
+TEST_F(ZosTest, SynchronousPerformFromTheTargetTaskRunsAtOnce) {
+    g_selfDone = 0;
+    g_selfTask = Start("SELF", 3, false, PerformOnSelf);
+    ASSERT_EQ(Zos_MsgSendX(g_selfTask, g_selfTask, 1, 0, nullptr, 0), ZOK);
+    ASSERT_TRUE(WaitFor([] { return g_selfDone != 0 && g_selfDone != 1; }));
+    EXPECT_EQ(g_selfDone, 2);
+}
+
+TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
+    g_pub.clear();
+    Zos_CfgSetLogLevel(0xF);  // warnings too
+    const uint32_t t1 = Start("PUB1", 3, false), t2 = Start("PUB2", 3, false);
+    const uint32_t t3 = Start("PUB3", 3, true);
+    g_pubTasks[1] = t1;
+    g_pubTasks[2] = t2;
+    g_pubTasks[3] = t3;
+    EXPECT_EQ(Zos_ModSubEvnt("call.up", t1, Fn(OnPub), 1), ZOK);
+    EXPECT_EQ(Zos_ModSubEvnt("call.up", t2, Fn(OnPub), 2), ZOK);
+    EXPECT_EQ(Zos_ModSubEvnt("call.up", t3, Fn(OnPub), 3), ZOK);
+    EXPECT_EQ(Zos_ModSubEvnt("call.up", t3, Fn(OnPub), 3), ZOK);  // already there
+    EXPECT_TRUE(ktest::LoggedContains("ModEhSub entry call.up exist suber "));
+    EXPECT_EQ(Zos_ModSubEvnt("", t1, Fn(OnPub), 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModSubEvnt invalid event name."));
+    EXPECT_EQ(Zos_ModSubEvnt("x", t1, nullptr, 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModSubEvnt null parameter."));
+
+    EXPECT_EQ(Zos_ModPubEvnt("call.up", "%d %s", -42, "hello"), ZOK);
+    EXPECT_TRUE(ktest::LoggedContains("ModPubEvnt event call.up."));
+    ASSERT_TRUE(WaitFor([] {
+        std::lock_guard<std::mutex> lock(g_pubLock);
+        return g_pub.size() == 3;
+    }));
+    std::vector<std::string> got;
+    {
+        std::lock_guard<std::mutex> lock(g_pubLock);
+        got = g_pub;
+    }
+    std::sort(got.begin(), got.end());
+    EXPECT_EQ(
+        got, (std::vector<std::string>{"call.up/1/-42/hello/on task", "call.up/2/-42/hello/on task",
+                                       "call.up/3/-42/hello/on task"}));
+    EXPECT_EQ(Zos_ModPubEvnt("nobody", "%d", 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModPubEvnt no subscriber nobody."));
+    // Unsubscribing the last subscriber removes the entry.
+    for (uint32_t t : {t1, t2, t3}) {
+        EXPECT_EQ(Zos_ModUnSubEvnt("call.up", t, Fn(OnPub), t == t1 ? 1 : t == t2 ? 2 : 3), ZOK);
+    }
+    EXPECT_EQ(Zos_ModEhFindEntry("call.up"), nullptr);
+    EXPECT_EQ(Zos_ModUnSubEvnt("call.up", t1, Fn(OnPub), 1), ZFAILED);
+    EXPECT_EQ(Zos_ModPubEvnt("call.up", "%d", 1), ZFAILED);
+    // Subscriptions still held at shut-down are released with the hub.
+    EXPECT_EQ(Zos_ModSubEvnt("left.over", t1, Fn(OnPub), 1), ZOK);
+}
+
+TEST_F(ModHost, StopNotificationThroughTheSharedQueue) {
+    ClearSeen();
+    g_exits.clear();
+    Zpand_ModSetPostDrv(CountDrive);
+    const uint32_t a = Start("NOTIFIED", 3, true);
+    Zos_MsgSendX(a, a, 1, 0, nullptr, 0);
+    // The stop block goes in at level 0, ahead of the message, and only once.
+    EXPECT_EQ(Zos_ModTaskNtfyDelete(a), ZOK);
+    EXPECT_EQ(Zos_ModTaskNtfyDelete(a), ZOK);
+    Zos_ModDriveMsg();
+    EXPECT_EQ(g_exits, std::vector<std::string>{"NOTIFIED"});
+    EXPECT_EQ(Zos_TaskGetState(a), ZOS_TASK_DELETED);
+    EXPECT_EQ(Zos_ModTaskIsRun(a), 0u);
+    Zos_ModDriveMsg();  // the message: its task has stopped, it is dropped
+    Zos_ModDriveMsg();  // nothing left (the second notification was not queued)
+    EXPECT_TRUE(SeenNow().empty());
+    EXPECT_EQ(Zos_ModTaskNtfyDelete(0x7FFF0000), ZFAILED);
+    EXPECT_EQ(Zos_ModPutTask(a), ZOK);
+}
