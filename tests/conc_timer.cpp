@@ -1,6 +1,8 @@
 // Timers under threads: starts, stops and deletes from several threads
 // racing the timer task's firing; each start fires at most once, and
 // deleted timers stay silent.
+#include <pthread.h>
+
 #include <atomic>
 #include <chrono>
 #include <random>
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include "zos_test.h"
+#include "zpand_looper.h"
 
 namespace {
 
@@ -87,6 +90,59 @@ TEST_F(TimerConc, StopAndDeleteRaceFiring) {
     for (const Slot &s : g_slots) bad += s.badFirings.load();
     EXPECT_GT(settled, 0u);
     EXPECT_EQ(bad, 0u) << "a start fired twice or out of order";
+}
+
+}  // namespace
+
+namespace {
+
+// The OS manager under threads: two threads start and stop timers while
+// the host timer fires on this thread's looper, which runs the callbacks.
+std::atomic<uint32_t> g_osFired{0};
+std::atomic<bool> g_offLoop{false};
+pthread_t g_loop;
+void OnOsFire(uint32_t, uint32_t, uintptr_t) {
+    ++g_osFired;
+    if (pthread_equal(pthread_self(), g_loop) == 0) g_offLoop = true;
+}
+
+TEST(TimerConcOs, StartStopRaceTheHostTimer) {
+    ASSERT_NE(ALooper_prepare(0), nullptr);
+    g_loop = pthread_self();
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    Zpand_HostTimerInstall();
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (uint32_t t = 0; t < 2; ++t) {
+        threads.emplace_back([t, &stop] {
+            std::mt19937 rng(t + 7);
+            uint32_t ids[8];
+            for (uint32_t &id : ids) Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &id);
+            while (!stop) {
+                const uint32_t id = ids[rng() % 8];
+                if (rng() % 3 == 0) {
+                    Zos_TimerOsStop(id);
+                } else if (Zos_TimerOsIsRun(id) == 0) {
+                    Zos_TimerOsStart(id, 0, 10 + rng() % 40, 0, OnOsFire);
+                }
+                std::this_thread::sleep_for(std::chrono::microseconds(300));
+            }
+            for (uint32_t id : ids) Zos_TimerOsDelete(id);
+        });
+    }
+    const auto end = std::chrono::steady_clock::now() + 1s;
+    while (std::chrono::steady_clock::now() < end) ALooper_pollOnce(20, nullptr, nullptr, nullptr);
+    stop = true;
+    for (auto &th : threads) th.join();
+    EXPECT_GT(g_osFired.load(), 0u);
+    EXPECT_FALSE(g_offLoop.load()) << "OS timer callbacks run on the loop thread";
+    Zos_SysDestroy();
+    Zpand_TimerSetInit(nullptr);
+    Zpand_TimerSetDestroy(nullptr);
+    Zpand_TimerSetStart(nullptr);
+    Zpand_TimerSetStop(nullptr);
 }
 
 }  // namespace
