@@ -26,7 +26,7 @@ std::vector<std::string> Lines(const std::string &text) {
 // The message part of each progress line, after "ZOS: INFO: " (the
 // subsystems' own log lines that reach the console are left out).
 std::vector<std::string> Messages(const std::string &text) {
-    static const std::regex progress(R"((init|start|destroy|destory) ok\.$)");
+    static const std::regex progress(R"((init|start|stop|destroy|destory) ok\.$)");
     std::vector<std::string> out;
     for (const std::string &line : Lines(text)) {
         const size_t at = line.find("ZOS: INFO: ");
@@ -201,7 +201,8 @@ TEST(SysFrame, ProgressLineShapesFollowTheSwitches) {
 TEST(SysFrame, PlatformTableSlots) {
     EXPECT_EQ(Zos_OsdepFind(116), nullptr);
     EXPECT_EQ(Zos_OsdepFind(50), nullptr);  // byte order stays out of the table
-    EXPECT_EQ(Zos_OsdepFind(94), nullptr);  // no host loop drive on this host
+    EXPECT_EQ(Zos_OsdepFind(94), reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_ModPostDrv));
+    EXPECT_EQ(Zos_OsdepFind(102), reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_UiProcEvnt));
     EXPECT_EQ(Zos_OsdepFind(98), nullptr);  // thread-enter hook is empty
     EXPECT_EQ(Zos_OsdepFind(0), reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_Malloc));
     EXPECT_EQ(Zos_OsdepFind(46), reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_SemPost));
