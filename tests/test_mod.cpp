@@ -526,3 +526,23 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
     // Subscriptions still held at shut-down are released with the hub.
     EXPECT_EQ(Zos_ModSubEvnt("left.over", t1, Fn(OnPub), 1), ZOK);
 }
+
+TEST_F(ModHost, StopNotificationThroughTheSharedQueue) {
+    ClearSeen();
+    g_exits.clear();
+    Zpand_ModSetPostDrv(CountDrive);
+    const uint32_t a = Start("NOTIFIED", 3, true);
+    Zos_MsgSendX(a, a, 1, 0, nullptr, 0);
+    // The stop block goes in at level 0, ahead of the message, and only once.
+    EXPECT_EQ(Zos_ModTaskNtfyDelete(a), ZOK);
+    EXPECT_EQ(Zos_ModTaskNtfyDelete(a), ZOK);
+    Zos_ModDriveMsg();
+    EXPECT_EQ(g_exits, std::vector<std::string>{"NOTIFIED"});
+    EXPECT_EQ(Zos_TaskGetState(a), ZOS_TASK_DELETED);
+    EXPECT_EQ(Zos_ModTaskIsRun(a), 0u);
+    Zos_ModDriveMsg();  // the message: its task has stopped, it is dropped
+    Zos_ModDriveMsg();  // nothing left (the second notification was not queued)
+    EXPECT_TRUE(SeenNow().empty());
+    EXPECT_EQ(Zos_ModTaskNtfyDelete(0x7FFF0000), ZFAILED);
+    EXPECT_EQ(Zos_ModPutTask(a), ZOK);
+}

@@ -1,4 +1,5 @@
 // Start-up, shut-down, the platform holder and the component table.
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <regex>
@@ -37,9 +38,31 @@ uint32_t FailingInit() {
 }
 
 const std::vector<std::string> kDestroyed = {
-    "time destroy ok.",  "pmem destroy ok.",   "dbuf destroy ok.",
-    "trace destroy ok.", "dump destroy ok.",   "log destroy ok.",
-    "print destroy ok.", "memory destroy ok.", "system destroy ok."};
+    "timer destroy ok.", "log task stop ok.", "module destroy ok.", "timer destroy ok.",
+    "time destroy ok.",  "pmem destroy ok.",  "dbuf destroy ok.",   "trace destroy ok.",
+    "dump destroy ok.",  "log destroy ok.",   "print destroy ok.",  "memory destroy ok.",
+    "system destroy ok."};
+
+// The shut-down progress lines among everything printed (the runtime's
+// own information lines are echoed to the console too).
+std::vector<std::string> DestroyLines(const std::vector<std::string> &messages) {
+    std::vector<std::string> out;
+    for (const std::string &m : messages) {
+        if (std::find(kDestroyed.begin(), kDestroyed.end(), m) != kDestroyed.end()) {
+            out.push_back(m);
+        }
+    }
+    return out;
+}
+
+// True when `want` appears in `got` in order, other lines between.
+bool InOrder(const std::vector<std::string> &got, const std::vector<std::string> &want) {
+    size_t at = 0;
+    for (const std::string &m : got) {
+        if (at < want.size() && m == want[at]) ++at;
+    }
+    return at == want.size();
+}
 
 }  // namespace
 
@@ -54,15 +77,16 @@ TEST(SysFrame, StartAndStopPrintTheirProgressInOrder) {
         started, std::regex(R"(^\d\d:\d\d:\d\d\.\d\d\d ZOS: INFO: time init ok\.\n)")))
         << started;
     std::vector<std::string> messages = Messages(started);
-    ASSERT_EQ(messages.size(), 9u) << started;
+    ASSERT_FALSE(messages.empty());
     // The last line comes from the system log, echoed to the console.
     EXPECT_TRUE(std::regex_match(messages.back(),
                                  std::regex(R"(kestro_lite system \d{4}-\d\d-\d\dT\S+ init ok\.)")))
         << messages.back();
-    messages.pop_back();
-    EXPECT_EQ(messages, (std::vector<std::string>{
-                            "time init ok.", "print init ok.", "log init ok.", "memory init ok.",
-                            "dump init ok.", "trace init ok.", "dbuf init ok.", "pmem init ok."}));
+    EXPECT_TRUE(
+        InOrder(messages, {"time init ok.", "print init ok.", "log init ok.", "memory init ok.",
+                           "dump init ok.", "trace init ok.", "dbuf init ok.", "pmem init ok.",
+                           "module init ok.", "timer init ok.", "log start ok."}))
+        << started;
 
     // A second start is a no-op and prints nothing.
     ktest::ClearPrinted();
@@ -70,7 +94,7 @@ TEST(SysFrame, StartAndStopPrintTheirProgressInOrder) {
     EXPECT_EQ(ktest::Printed(), "");
 
     Zos_SysDestroy();
-    EXPECT_EQ(Messages(ktest::Printed()), kDestroyed);
+    EXPECT_EQ(DestroyLines(Messages(ktest::Printed())), kDestroyed);
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
 
     // Shut-down without start-up does nothing at all.
@@ -89,7 +113,7 @@ TEST(SysFrame, FailedStepPrintsItsTextAndUndoesEverything) {
     EXPECT_NE(out.find("init time fail!\r\n"), std::string::npos) << out;
     EXPECT_EQ(out.find("time init ok."), std::string::npos);
     // The whole shut-down runs, then the holder is gone.
-    EXPECT_EQ(Messages(out), kDestroyed);
+    EXPECT_EQ(DestroyLines(Messages(out)), kDestroyed);
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
 
     // A log that cannot be made (its cache would not fit any pool) stops
@@ -104,7 +128,7 @@ TEST(SysFrame, FailedStepPrintsItsTextAndUndoesEverything) {
     ASSERT_GE(msgs.size(), 2u);
     EXPECT_EQ(msgs[0], "time init ok.");
     EXPECT_EQ(msgs[1], "print init ok.");
-    EXPECT_EQ(std::vector<std::string>(msgs.begin() + 2, msgs.end()), kDestroyed);
+    EXPECT_EQ(DestroyLines(std::vector<std::string>(msgs.begin() + 2, msgs.end())), kDestroyed);
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
 
     // The next start-up begins from a fresh table and succeeds.

@@ -479,3 +479,187 @@ TEST(TimerBridge, SlotsWithoutHooksAndHostTimerOnLooper) {
 }
 
 }  // namespace
+
+namespace {
+
+// ---------------------------------------------------------------------
+// Timeouts as messages to the owner task
+
+struct Got {
+    uint32_t msgType, id, type;
+    uintptr_t parm;
+    bool onLoopThread;
+};
+std::mutex g_gotLock;
+std::vector<Got> g_got;
+pthread_t g_loopThread;
+
+int32_t OwnerEntry(void *msg) {
+    void *ev = Zos_MsgGetEvntId(msg);
+    std::lock_guard<std::mutex> lock(g_gotLock);
+    g_got.push_back(Got{Zos_MsgGetType(msg), Zos_TimerEvntGetId(ev), Zos_TimerEvntGetType(ev),
+                        Zos_TimerEvntGetParm(ev),
+                        pthread_equal(pthread_self(), g_loopThread) != 0});
+    return 0;
+}
+std::vector<Got> TakeGot() {
+    std::lock_guard<std::mutex> lock(g_gotLock);
+    return std::exchange(g_got, {});
+}
+
+TEST_F(TimerTest, TimeoutReachesThreadedOwnerAsMessage) {
+    g_loopThread = pthread_self();
+    TakeGot();
+    uint32_t task = 0, t = 0;
+    ASSERT_EQ(Zos_ModTaskStart("TMROWN", 4, 0, 0, 0, nullptr, nullptr, OwnerEntry, &task), ZOK);
+    ASSERT_EQ(Zos_TimerCreate(task, 0, &t), ZOK);
+    EXPECT_EQ(Zos_TimerGetTaskId(t), task);
+    ASSERT_EQ(Zos_TimerStart(t, 9, 20, 77, nullptr), ZOK);
+    std::vector<Got> got;
+    ASSERT_TRUE(Eventually([&got] {
+        for (const Got &g : TakeGot()) got.push_back(g);
+        return !got.empty();
+    }));
+    EXPECT_EQ(got[0].msgType, ZOS_TIMER_MSG_TYPE);
+    EXPECT_EQ(got[0].id, t);
+    EXPECT_EQ(got[0].type, 9u);
+    EXPECT_EQ(got[0].parm, 77u);
+    EXPECT_FALSE(got[0].onLoopThread) << "handled on the task's own thread";
+
+    // A timeout to a task that is gone: the send fails and is logged.
+    ASSERT_EQ(Zos_ModTaskStop(task), ZOK);
+    ktest::ClearLogged();
+    ASSERT_EQ(Zos_TimerStart(t, 9, 10, 77, nullptr), ZOK);
+    const std::string text = "qtimer send timeout message to task <0x" + [task] {
+        char hex[16];
+        std::snprintf(hex, sizeof(hex), "%X", task);
+        return std::string(hex);
+    }() + ">.";
+    EXPECT_TRUE(Eventually([&text] { return ktest::LoggedContains(text); })) << text;
+}
+
+uint32_t PostDriveThroughPipe() {
+    return Zpand_UiProcEvnt(0, [](uintptr_t) { Zos_ModDriveMsg(); });
+}
+
+// The OS manager on the host loop: the host timer fires on this thread's
+// looper, and the timeout reaches a task driven by the same loop.
+TEST(TimerHostLoop, OsTimeoutReachesHostDrivenTask) {
+    ASSERT_NE(ALooper_prepare(0), nullptr);
+    g_loopThread = pthread_self();
+    TakeGot();
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    ASSERT_EQ(Zos_CfgSetModDrvMode(0), ZOK);
+    Zpand_ModSetPostDrv(PostDriveThroughPipe);
+    Zpand_HostTimerInstall();
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    EXPECT_EQ(Zos_OsdepFind(105), reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_TimerStart));
+    uint32_t task = 0, t = 0;
+    ASSERT_EQ(Zos_ModTaskStart("HOSTOWN", 4, 0, 0, 1, nullptr, nullptr, OwnerEntry, &task), ZOK);
+    ASSERT_EQ(Zos_TimerOsCreate(task, ZOS_TIMER_FLAG_PERIOD, &t), ZOK);
+    ASSERT_EQ(Zos_TimerOsStart(t, 3, 30, 5, nullptr), ZOK);
+    std::vector<Got> got;
+    const auto end = std::chrono::steady_clock::now() + 3s;
+    while (got.size() < 3 && std::chrono::steady_clock::now() < end) {
+        ALooper_pollOnce(50, nullptr, nullptr, nullptr);
+        for (const Got &g : TakeGot()) got.push_back(g);
+    }
+    ASSERT_GE(got.size(), 3u);
+    for (const Got &g : got) {
+        EXPECT_EQ(g.msgType, ZOS_TIMER_MSG_TYPE);
+        EXPECT_EQ(g.id, t);
+        EXPECT_EQ(g.parm, 5u);
+        EXPECT_TRUE(g.onLoopThread);
+    }
+    Zos_SysDestroy();
+    Zpand_ModSetPostDrv(nullptr);
+    Zpand_TimerSetInit(nullptr);
+    Zpand_TimerSetDestroy(nullptr);
+    Zpand_TimerSetStart(nullptr);
+    Zpand_TimerSetStop(nullptr);
+}
+
+// ---------------------------------------------------------------------
+// The log task, on the fake clock: its timer fires only when the clock
+// reaches it.
+
+class LogTaskTest : public ZosTest {
+  protected:
+    void SetUp() override {
+        Zos_CfgSetLogTaskSupt(1);
+        Zos_CfgSetLogTaskAlertTimeLen(100);
+        Zos_CfgSetLogTaskCycleTimeLen(300);
+        UseFakeClock(1000);
+        ZosTest::SetUp();
+        dir_ = ktest::FreshDir("logtask");
+        log_ = Zos_LogCreateX("T", (dir_ + "/t.log").c_str(), ZOS_LOG_FLAG_MUTEX, ZOS_LOG_LEVEL_ALL,
+                              4096);
+        ASSERT_NE(log_, nullptr);
+        timer_ = 0;  // the first timer of the self manager
+        ASSERT_EQ(Zos_TimerGetTaskId(timer_), Zos_TaskGetTaskId("LOG"));
+    }
+    std::string Content() {
+        std::string all;
+        for (const std::string &f : ktest::FilesIn(dir_)) all += ktest::ReadFile(f);
+        return all;
+    }
+    uint32_t TimerLen() {
+        uint32_t remain = 0, len = 0;
+        Zos_TimerGetStatus(timer_, &remain, &len);
+        return len;
+    }
+    std::string dir_;
+    ZLOGID log_ = nullptr;
+    uint32_t timer_ = 0;
+};
+
+TEST_F(LogTaskTest, LinesReachTheFileAtExpiryThenAlertThenCycle) {
+    EXPECT_EQ(TimerLen(), 100u) << "started with the alert interval";
+    ASSERT_EQ(Zos_LogInfo(log_, "first line"), ZOK);
+    std::this_thread::sleep_for(150ms);
+    EXPECT_EQ(Content().find("first line"), std::string::npos) << "no expiry yet";
+    SetTick(1010);
+    ASSERT_TRUE(Eventually([this] { return Content().find("first line") != std::string::npos; }));
+    ASSERT_TRUE(Eventually([this] { return Zos_TimerIsRun(timer_) != 0; }));
+    EXPECT_EQ(TimerLen(), 100u) << "a cache held lines: the alert interval again";
+    SetTick(1020);
+    EXPECT_TRUE(Eventually([this] { return TimerLen() == 300u; }))
+        << "nothing cached: the cycle interval";
+}
+
+TEST_F(LogTaskTest, RotationUnderTheTaskAndNothingLostAtShutDown) {
+    Zos_CfgSetLogFileSize(300);
+    for (int i = 0; i < 12; ++i) Zos_LogInfo(log_, "line %02d of the rotation test", i);
+    SetTick(1010);
+    ASSERT_TRUE(Eventually([this] { return Content().find("line 11") != std::string::npos; }));
+    ASSERT_TRUE(Eventually([this] { return Zos_TimerIsRun(timer_) != 0; }));
+    EXPECT_GE(ktest::FilesIn(dir_).size(), 3u);
+    for (int i = 12; i < 15; ++i) Zos_LogInfo(log_, "line %02d after the last expiry", i);
+    Zos_SysDestroy();
+    const std::string all = Content();
+    size_t at = 0;
+    for (int i = 0; i < 15; ++i) {
+        char want[16];
+        std::snprintf(want, sizeof(want), "line %02d", i);
+        const size_t pos = all.find(want, at);
+        ASSERT_NE(pos, std::string::npos) << want;
+        at = pos;
+    }
+}
+
+TEST(LogTaskStart, FailureAtStepElevenPrintsTheLogText) {
+    ktest::ClearPrinted();
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    Zos_CfgSetLogTaskSupt(1);
+    Zos_CfgSetTimerCount(0);  // the task's timer cannot be made
+    EXPECT_EQ(Zos_SysInit(), ZFAILED);
+    const std::string out = ktest::Printed();
+    EXPECT_NE(out.find("timer init ok."), std::string::npos) << out;
+    EXPECT_NE(out.find("init log fail!\r\n"), std::string::npos) << out;
+    EXPECT_EQ(out.find("log start ok."), std::string::npos);
+    EXPECT_EQ(Zos_OsenvLocate(), nullptr);
+}
+
+}  // namespace

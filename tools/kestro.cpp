@@ -45,6 +45,10 @@ int RunStatus(int /*argc*/, char ** /*argv*/) {
     // The system log's lines are echoed to the console, so its start-up
     // line (and any failure the layer logs) shows with the progress lines.
     Zos_CfgSetLogPrint(1);
+    // The OS timer manager runs on this thread's looper, through the host
+    // timer.
+    ALooper_prepare(0);
+    Zpand_HostTimerInstall();
     if (Zos_SysInit() != ZOK) {
         std::fprintf(stderr, "kestro: the layer did not start\n");
         return 1;

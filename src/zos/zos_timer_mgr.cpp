@@ -226,7 +226,13 @@ uint32_t TimerSendTimeout(uint32_t from, uint32_t to, uint32_t id, uint32_t type
         Zos_EvntDelete(ev);
         return ZFAILED;
     }
-    return Zos_MsgSendE(ev, from, to, ZOS_TIMER_MSG_TYPE);
+    // The message takes the event over: a failed post deletes both.
+    ZMSG msg = Zos_MsgCreateE(ev, from, to, ZOS_TIMER_MSG_TYPE);
+    if (msg == nullptr) {
+        Zos_EvntDelete(ev);
+        return ZFAILED;
+    }
+    return Zos_MsgSend(msg);
 }
 
 }  // namespace zos
