@@ -174,18 +174,6 @@ TEST_F(JvmTimer, CallbackStaysUntilDestroy) {
     EXPECT_EQ(g_fired.count, 2);
 }
 
-TEST_F(JvmTimer, StartAfterDestroyCallsNoJava) {
-    JavaInit();
-    EXPECT_EQ(Zpand_TimerStart(60000, OnExpiry), ZOK);
-    EXPECT_TRUE(Armed());
-    EXPECT_EQ(Zpand_TimerStop(), ZOK);
-    JavaDestroy();
-    EXPECT_EQ(Zpand_TimerStart(0, OnExpiry), ZOK);
-    EXPECT_FALSE(Armed());
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(g_fired.count, 0);
-}
-
 TEST_F(JvmTimer, StartFromANativeThreadAttachesItOnlyForTheCall) {
     JavaInit();
     bool attachedAfter = true;
@@ -239,19 +227,6 @@ TEST_F(JvmTimer, InstalledFunctionsReplaceJava) {
     EXPECT_EQ(Zpand_TimerDestroy(), ZOK);
     EXPECT_EQ(Zpand_TimerStart(60000, OnExpiry), ZOK);
     EXPECT_TRUE(Armed());
-}
-
-TEST_F(JvmTimer, TheTimerSlotsReachTheBridge) {
-    JavaInit();
-    Zos_OsenvLocateNew();
-    auto start = reinterpret_cast<uint32_t (*)(uint32_t, PFN_ZPAND_TIMER_CB)>(Zos_OsdepFind(105));
-    auto stop = reinterpret_cast<uint32_t (*)()>(Zos_OsdepFind(106));
-    ASSERT_NE(start, nullptr);
-    ASSERT_NE(stop, nullptr);
-    EXPECT_EQ(start(60000, OnExpiry), ZOK);
-    EXPECT_TRUE(Armed());
-    EXPECT_EQ(stop(), ZOK);
-    EXPECT_FALSE(Armed());
 }
 
 // The layer's OS timer manager running on the Java timer.
