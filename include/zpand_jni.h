@@ -74,6 +74,10 @@ JNIEXPORT jint JNICALL Java_com_quelmar_kestro_ZpandMod_driveMsg(JNIEnv *pstEnv,
 JNIEXPORT void JNICALL Java_com_quelmar_kestro_ZpandTimer_doInit(JNIEnv *pstEnv, jclass jCls);
 JNIEXPORT void JNICALL Java_com_quelmar_kestro_ZpandTimer_doDestroy(JNIEnv *pstEnv, jclass jCls);
 JNIEXPORT void JNICALL Java_com_quelmar_kestro_ZpandTimer_active(JNIEnv *pstEnv, jclass jCls);
+/* ZpandHttp.notifyStatus(id, status): hands the status to
+ * Zos_HttpNotifyStatus (registered by Zpand_HttpOnLoad). */
+JNIEXPORT void JNICALL Java_com_quelmar_kestro_ZpandHttp_notifyStatus(JNIEnv *pstEnv, jclass jCls,
+                                                                      jint iId, jint iStatus);
 
 ZOS_END_DECLS
 
