@@ -547,3 +547,13 @@ TEST_F(ModHost, StopNotificationThroughTheSharedQueue) {
     EXPECT_EQ(Zos_ModTaskNtfyDelete(0x7FFF0000), ZFAILED);
     EXPECT_EQ(Zos_ModPutTask(a), ZOK);
 }
+
+TEST_F(ZosTest, DeferredCallsOfAThreadedTaskRunAfterItsMessage) {
+    ClearSeen();
+    const uint32_t t = Start("LEAVE_OWN", 3, false, LeaveThenRecord);
+    ASSERT_EQ(Zos_MsgSendX(t, t, 1, 0, nullptr, 0), ZOK);
+    ASSERT_EQ(Zos_MsgSendX(t, t, 2, 0, nullptr, 0), ZOK);
+    ASSERT_TRUE(WaitFor([] { return SeenNow().size() == 4; }));
+    EXPECT_EQ(SeenNow(), (std::vector<std::string>{"LEAVE_OWN:1", "deferred:9:abc", "LEAVE_OWN:2",
+                                                   "deferred:9:abc"}));
+}
