@@ -9,6 +9,7 @@
 #ifndef ZPAND_H
 #define ZPAND_H
 
+#include "zos_inet.h"
 #include "zos_type.h"
 
 ZOS_BEGIN_DECLS
@@ -139,6 +140,22 @@ KESTRO_API uint32_t Zpand_InetFdSet(int32_t iFd, uintptr_t zSet);
 /* 1 when the descriptor is in the set. */
 KESTRO_API uint32_t Zpand_InetFdIsset(int32_t iFd, uintptr_t zSet);
 KESTRO_API uint32_t Zpand_InetFdClr(int32_t iFd, uintptr_t zSet);
+/* Dotted IPv4 text to a value in network order: 0 / 1. */
+KESTRO_API uint32_t Zpand_InetPton4(const char *pcText, uint32_t *puiAddr);
+/* The local address as text: the installed source, else the Java side's
+ * "getLocalIP" once bound, else the address of the first interface that
+ * is up and not loopback (IPv4 before IPv6). 0 / 1. */
+KESTRO_API uint32_t Zpand_InetGetLocalIp(char *pcBuf, uint32_t uiSize);
+/* Installs the source of the local address (null: interfaces only). The
+ * function fills the buffer with a NUL-terminated text and returns 0. */
+typedef uint32_t (*PFN_ZPAND_LOCAL_IP)(char *pcBuf, uint32_t uiSize);
+KESTRO_API void Zpand_InetSetLocalIpSource(PFN_ZPAND_LOCAL_IP pfnSource);
+/* Resolves a host name with getaddrinfo into the result record: 0 / 1. */
+KESTRO_API uint32_t Zpand_OsInetGetHostByName(const char *pcName, ST_ZOS_INET_ADDRS *pstAddrs);
+/* Puts the byte-order, descriptor-set, IPv4 text and local-address
+ * operations into the platform table slots 49-61, which the standard fill
+ * leaves empty, for a build that wants them: 0 / 1 (no table). */
+KESTRO_API uint32_t Zpand_InetOsdepInstall(void);
 
 /* Threads. Priorities are the layer's levels (1 highest, 4 middle, 8
  * low). The thread is detached; both outputs receive its identity. */
@@ -192,6 +209,55 @@ KESTRO_API uint32_t Zpand_GetHostName(char *pcName, uint32_t uiSize);
 #define ZPAND_CPU_SSSE3 0x4u /* x86 SSSE3 vector instructions */
 #define ZPAND_CPU_BMI2 0x8u  /* x86 bit manipulation (BMI1 and BMI2) */
 KESTRO_API uint32_t Zpand_CpuFeatures(void);
+
+/* Message drive of the host's loop. The pipe is watched by the looper of
+ * the thread that calls Zpand_UiEvntInit (Zpand_SetupPipe is the same
+ * call): 0, or 1 when the pipe, the looper or the registration failed.
+ * A pipe record is two words, the argument and then the function; any
+ * thread may post one, and the functions run on the looper's thread one
+ * after another in the order written. */
+typedef void (*PFN_ZPAND_UI_FUNC)(uintptr_t zArg);
+KESTRO_API uint32_t Zpand_UiEvntInit(void);
+KESTRO_API uint32_t Zpand_SetupPipe(void);
+/* Writes one record: always 0 (a short write is logged). */
+KESTRO_API uint32_t Zpand_UiProcEvnt(uintptr_t zArg, PFN_ZPAND_UI_FUNC pfnFunc);
+KESTRO_API uint32_t Zpand_PostMessage(uintptr_t zArg, PFN_ZPAND_UI_FUNC pfnFunc);
+/* The looper callback: runs every whole record waiting; always 1. */
+KESTRO_API int Zpand_MsgPipeCb(int iFd, int iEvents, void *pData);
+/* The looper of the thread that set up the pipe (null before). */
+KESTRO_API void *Zpand_UiThreadId(void);
+/* Asks the host loop for one call of Zos_ModDriveMsg: through the
+ * installed function when there is one, else through the Java side;
+ * 1 when neither can be had. */
+KESTRO_API uint32_t Zpand_ModPostDrv(void);
+
+/* HTTP bridge on the Java class ZpandHttp, one object per connection (a
+ * global reference; null when the machine or the class is missing).
+ * Texts are UTF-8. Get body returns a block from the C library's malloc,
+ * released with free. Without a Java environment the operations fail:
+ * 1, or null for open and get body. */
+KESTRO_API void *Zpand_HttpOpen(int32_t iId, const char *pcUrl, const void *pOption1,
+                                const void *pOption2);
+KESTRO_API void Zpand_HttpClose(void *pObj);
+KESTRO_API uint32_t Zpand_HttpConn(void *pObj);
+KESTRO_API uint32_t Zpand_HttpDisconn(void *pObj);
+KESTRO_API uint32_t Zpand_HttpSetProp(void *pObj, const char *pcName, const char *pcValue);
+KESTRO_API uint32_t Zpand_HttpSetCfg(void *pObj, const char *pcName, const char *pcValue);
+KESTRO_API uint32_t Zpand_HttpSetBody(void *pObj, const char *pcText1, const char *pcText2);
+KESTRO_API uint32_t Zpand_HttpSetFile(void *pObj, const char *pcText1, const char *pcText2);
+KESTRO_API char *Zpand_HttpGetBody(void *pObj);
+/* Puts the nine functions above into the platform table slots 107-115,
+ * which the standard fill leaves empty: 0 / 1 (no table). */
+KESTRO_API uint32_t Zpand_HttpOsdepInstall(void);
+KESTRO_API void Zpand_ModSetPostDrv(uint32_t (*pfnPostDrv)(void));
+KESTRO_API uint32_t (*Zpand_ModGetPostDrv(void))(void);
+
+/* The Android log (tag "ZOS"); priorities as Android's: 3 debug, 6 error.
+ * Off Android the lines go to a ring of the last 4 KiB that
+ * Zpand_AndroidLogRecent copies out ("D/ZOS: text\n" per line, NUL
+ * ended, cut to fit); it returns the length copied. */
+KESTRO_API void Zpand_AndroidLog(uint32_t uiPriority, const char *pcText);
+KESTRO_API uint32_t Zpand_AndroidLogRecent(char *pcBuf, uint32_t uiSize);
 
 ZOS_END_DECLS
 

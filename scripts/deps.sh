@@ -8,7 +8,9 @@
 set -euo pipefail
 
 what=${1:-test}
-run_pkgs=(cmake ninja-build g++ libjemalloc-dev)
+# The JDK: javac builds the jar of the Java classes, its jni.h compiles the
+# Java binding (every leg), and the host JVM tests run its virtual machine.
+run_pkgs=(cmake ninja-build g++ libjemalloc-dev openjdk-17-jdk-headless)
 test_pkgs=("${run_pkgs[@]}" clang clang-format libclang-rt-14-dev googletest
            g++-arm-linux-gnueabihf qemu-user libjemalloc2:armhf binutils)
 bench_pkgs=("${run_pkgs[@]}" libbenchmark-dev libssl-dev zlib1g-dev libfmt-dev

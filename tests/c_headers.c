@@ -1,6 +1,7 @@
 /* Compiled as C99: every public header must stay valid C, and the C
  * interface must link and run from C. */
 #include "kestro_lite.h"
+#include "zpand_jni.h"
 
 int main(void) {
     const char *version = Kestro_GetVersion();

@@ -6,6 +6,7 @@
 
 #include "pand_main.h"
 #include "zpand.h"
+#include "zpand_timer.h"
 
 namespace {
 
@@ -77,12 +78,14 @@ KESTRO_API uint32_t Zpand_OsdepAttach(ZOS_OSDEP_FUNC *t) {
         Slot(Zpand_InetFdCreate), Slot(Zpand_InetFdDelete), Slot(Zpand_InetFdCopy),
         Slot(Zpand_InetFdZero), Slot(Zpand_InetFdSet), Slot(Zpand_InetFdIsset),
         Slot(Zpand_InetFdClr), nullptr,
-        // 59-67 drive and tasks: the drive and UI perform arrive with the
-        // looper bridge; the thread-enter hook is empty on this platform.
-        nullptr, Slot(Zpand_TaskSpawn), Slot(Zpand_TaskDelete), Slot(Zpand_TaskDelay), nullptr,
-        Slot(Zpand_TaskExit), Slot(Zpand_TaskIsCurrent), Slot(Zpand_TaskIsMainThread), nullptr,
-        // 68-71 OS timer: arrives with the timer bridge
-        nullptr, nullptr, nullptr, nullptr};
+        // 59-67 drive and tasks; the thread-enter hook is empty on this
+        // platform.
+        Slot(Zpand_ModPostDrv), Slot(Zpand_TaskSpawn), Slot(Zpand_TaskDelete),
+        Slot(Zpand_TaskDelay), nullptr, Slot(Zpand_TaskExit), Slot(Zpand_TaskIsCurrent),
+        Slot(Zpand_TaskIsMainThread), Slot(Zpand_UiProcEvnt),
+        // 68-71 OS timer
+        Slot(Zpand_TimerInit), Slot(Zpand_TimerDestroy), Slot(Zpand_TimerStart),
+        Slot(Zpand_TimerStop)};
     std::memcpy(t, fill, sizeof(fill));
     return ZOK;
 }

@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "pand_heap.h"
+#include "pand_jni.h"
 #include "pand_main.h"
 #include "zpand.h"
 
@@ -24,8 +25,7 @@ void *Trampoline(void *p) {
     return nullptr;
 }
 
-// The thread that set up the host's message loop; on a host without a
-// looper, the thread that attached the environment.
+// The thread that set up the host's message pipe last.
 pthread_t g_mainThread;
 bool g_mainThreadSet = false;
 
@@ -33,7 +33,7 @@ bool g_mainThreadSet = false;
 
 namespace zpand {
 
-void UiEvntInit() {
+void NoteMainThread() {
     g_mainThread = pthread_self();
     g_mainThreadSet = true;
 }
@@ -113,15 +113,21 @@ KESTRO_API uint32_t Zpand_TaskDelay(uint32_t uiMs) {
     return ZOK;
 }
 
-// No virtual machine is attached to threads on this host, so there is
-// nothing to release.
-KESTRO_API void Zpand_TaskExit(uintptr_t /*zHandle*/, uintptr_t /*zWord*/) {}
+// A thread of the layer that called into Java was attached to the virtual
+// machine on the way; it leaves the machine before it ends.
+KESTRO_API void Zpand_TaskExit(uintptr_t /*zHandle*/, uintptr_t /*zWord*/) {
+    zpand::jni::DetachCurrent();
+}
 
 KESTRO_API uint32_t Zpand_TaskIsCurrent(uintptr_t zThread) {
     return pthread_equal(pthread_self(), static_cast<pthread_t>(zThread)) != 0 ? 1u : 0u;
 }
 
 KESTRO_API uint32_t Zpand_TaskIsMainThread(void) {
+    // With a looper the main thread is the one whose looper watches the
+    // message pipe; without one, the thread that set the pipe up last.
+    void *ui = zpand::UiLooper();
+    if (ui != nullptr) return zpand::CurrentLooper() == ui ? 1u : 0u;
     return g_mainThreadSet && pthread_equal(pthread_self(), g_mainThread) != 0 ? 1u : 0u;
 }
 

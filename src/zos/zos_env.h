@@ -19,11 +19,27 @@ struct ZosLogMgr {
     uint32_t uiTimerId;
 };
 
-// Module, timer and OS-timer managers; each starts with its init flag.
-// The runtime subsystems extend these records.
+// Module manager (zos_mod.cpp); the task records and the hub's types are
+// private to the module sources (zos_mod_int.h).
 struct ZosModMgr {
     uint8_t ucInit;
+    uint8_t ucMgrRun;      // set by MOD_MGR when its loop starts (atomic)
+    uint32_t uiBusy;       // while non-zero posts leave the drive alone
+    uint32_t uiSilence;    // a drive is about to run: posts request none (atomic)
+    uint32_t bThreaded;    // drive mode fixed at init
+    ZMUTEX zMutex;         // the module lock (recursive)
+    uint32_t uiMgrTaskId;  // MOD_MGR's id in threaded mode
+    uint32_t uiCapacity;   // records in the task array
+    void *zQueue;          // shared priority queue
+    void *zMap;            // object map: task id to record
+    void *zHubBuf;         // the hub's arena
+    void *zHub;            // red-black tree of hub entries by name
+    void *pTasks;          // the task array (with its thread counter)
+    ST_ZOS_DLIST stTaskList;
+    void *pDeferHead;  // deferred calls of the shared queue
+    void *pDeferTail;
 };
+// Timer and OS-timer managers; each starts with its init flag.
 struct ZosTmrMgr {
     uint8_t ucInit;
 };
@@ -65,6 +81,10 @@ struct ZosEnv {
     // second free or length query of one of them reads live memory.
     void *apSysStrFreed[32];
     uint32_t uiSysStrFreedPos;
+    // Scratch texts of Zos_InetNtoa and Zos_InetMactoa, overwritten by
+    // each call.
+    char acInetNtoa[16];
+    char acInetMactoa[18];
 };
 
 namespace zos {

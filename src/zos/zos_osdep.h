@@ -58,6 +58,19 @@ enum OsdepSlot : uint32_t {
     kSlotSemDelete = 44,
     kSlotSemWait = 45,
     kSlotSemPost = 46,
+    kSlotInetNtohl = 49,
+    kSlotInetHtonl = 50,
+    kSlotInetNtohs = 51,
+    kSlotInetHtons = 52,
+    kSlotInetFdCreate = 53,
+    kSlotInetFdDelete = 54,
+    kSlotInetFdCopy = 55,
+    kSlotInetFdZero = 56,
+    kSlotInetFdSet = 57,
+    kSlotInetFdIsset = 58,
+    kSlotInetFdClr = 59,
+    kSlotInetPton4 = 60,
+    kSlotInetLocalIp = 61,
     kSlotModPostDrv = 94,
     kSlotTaskSpawn = 95,
     kSlotTaskDelete = 96,
@@ -72,6 +85,14 @@ enum OsdepSlot : uint32_t {
     kSlotTimerStart = 105,
     kSlotTimerStop = 106,
     kSlotHttpOpen = 107,
+    kSlotHttpClose = 108,
+    kSlotHttpConn = 109,
+    kSlotHttpDisconn = 110,
+    kSlotHttpSetProp = 111,
+    kSlotHttpSetCfg = 112,
+    kSlotHttpSetBody = 113,
+    kSlotHttpSetFile = 114,
+    kSlotHttpGetBody = 115,
     kSlotCount = 116,
 };
 
@@ -133,12 +154,43 @@ ZOS_SLOT_TYPE(kSlotSemCreateOne, Zpand_SemCreateOne)
 ZOS_SLOT_TYPE(kSlotSemDelete, Zpand_SemDelete)
 ZOS_SLOT_TYPE(kSlotSemWait, Zpand_SemWait)
 ZOS_SLOT_TYPE(kSlotSemPost, Zpand_SemPost)
+ZOS_SLOT_TYPE(kSlotInetNtohl, Zpand_InetNtohl)
+ZOS_SLOT_TYPE(kSlotInetHtonl, Zpand_InetHtonl)
+ZOS_SLOT_TYPE(kSlotInetNtohs, Zpand_InetNtohs)
+ZOS_SLOT_TYPE(kSlotInetHtons, Zpand_InetHtons)
+ZOS_SLOT_TYPE(kSlotInetFdCreate, Zpand_InetFdCreate)
+ZOS_SLOT_TYPE(kSlotInetFdDelete, Zpand_InetFdDelete)
+ZOS_SLOT_TYPE(kSlotInetFdCopy, Zpand_InetFdCopy)
+ZOS_SLOT_TYPE(kSlotInetFdZero, Zpand_InetFdZero)
+ZOS_SLOT_TYPE(kSlotInetFdSet, Zpand_InetFdSet)
+ZOS_SLOT_TYPE(kSlotInetFdIsset, Zpand_InetFdIsset)
+ZOS_SLOT_TYPE(kSlotInetFdClr, Zpand_InetFdClr)
+ZOS_SLOT_TYPE(kSlotInetPton4, Zpand_InetPton4)
+ZOS_SLOT_TYPE(kSlotInetLocalIp, Zpand_InetGetLocalIp)
+ZOS_SLOT_TYPE(kSlotModPostDrv, Zpand_ModPostDrv)
 ZOS_SLOT_TYPE(kSlotTaskSpawn, Zpand_TaskSpawn)
 ZOS_SLOT_TYPE(kSlotTaskDelete, Zpand_TaskDelete)
 ZOS_SLOT_TYPE(kSlotTaskDelay, Zpand_TaskDelay)
 ZOS_SLOT_TYPE(kSlotTaskExit, Zpand_TaskExit)
 ZOS_SLOT_TYPE(kSlotTaskIsCurrent, Zpand_TaskIsCurrent)
 ZOS_SLOT_TYPE(kSlotTaskIsMainThread, Zpand_TaskIsMainThread)
+ZOS_SLOT_TYPE(kSlotUiProcEvnt, Zpand_UiProcEvnt)
+
+// The optional thread-enter hook has no filler on this platform: (thread
+// handle, place for the word the exit hook receives).
+template <>
+struct SlotType<kSlotTaskEnter> {
+    using type = uint32_t (*)(uintptr_t zHandle, uintptr_t *pzWord);
+};
+ZOS_SLOT_TYPE(kSlotHttpOpen, Zpand_HttpOpen)
+ZOS_SLOT_TYPE(kSlotHttpClose, Zpand_HttpClose)
+ZOS_SLOT_TYPE(kSlotHttpConn, Zpand_HttpConn)
+ZOS_SLOT_TYPE(kSlotHttpDisconn, Zpand_HttpDisconn)
+ZOS_SLOT_TYPE(kSlotHttpSetProp, Zpand_HttpSetProp)
+ZOS_SLOT_TYPE(kSlotHttpSetCfg, Zpand_HttpSetCfg)
+ZOS_SLOT_TYPE(kSlotHttpSetBody, Zpand_HttpSetBody)
+ZOS_SLOT_TYPE(kSlotHttpSetFile, Zpand_HttpSetFile)
+ZOS_SLOT_TYPE(kSlotHttpGetBody, Zpand_HttpGetBody)
 
 #undef ZOS_SLOT_TYPE
 

@@ -7,8 +7,10 @@
 #include "zos_dump.h"
 #include "zos_env.h"
 #include "zos_fmt.h"
+#include "zos_http.h"
 #include "zos_log_int.h"
 #include "zos_mem.h"
+#include "zos_mod.h"
 #include "zos_osdep.h"
 #include "zos_pmem.h"
 #include "zos_print.h"
@@ -60,6 +62,8 @@ constexpr InitStep kInitSteps[] = {
     {Zos_TraceInit, "trace init ok.", "init trace fail!\r\n"},
     {Zos_DbufInit, "dbuf init ok.", "init dbuf fail!\r\n"},
     {Zos_PMemInit, "pmem init ok.", "init pmem fail!\r\n"},
+    {Zos_ModInit, "module init ok.", "init module fail!\r\n"},
+    {Zos_HttpInit, "http start ok.", "init http fail!\r\n"},
 };
 // clang-format on
 
@@ -71,6 +75,8 @@ struct DestroyStep {
 
 // clang-format off
 constexpr DestroyStep kDestroySteps[] = {
+    {Zos_ModDestroy, "module destroy ok."},
+    {Zos_HttpDestroy, "http destory ok."},
     {Zos_TimeDestroy, "time destroy ok."},
     {Zos_PMemDestroy, "pmem destroy ok."},
     {Zos_DbufDestroy, "dbuf destroy ok."},

@@ -1,0 +1,934 @@
+// Module manager: the task table, module tasks with their loops, posting,
+// dispatch, the manager task "MOD_MGR", the host drive, deferred calls and
+// shut-down. Performs and the event hub are in zos_mod_evnt.cpp.
+#include <cstring>
+#include <new>
+
+#include "zos_cfg.h"
+#include "zos_fmt.h"
+#include "zos_mod_int.h"
+#include "zos_msg.h"
+#include "zos_omap.h"
+#include "zos_osdep.h"
+#include "zos_pqueue.h"
+#include "zos_str.h"
+#include "zos_util.h"
+
+namespace {
+
+using zos::ModDefer;
+using zos::ModDeferList;
+using zos::ModTable;
+using zos::ModTask;
+
+constexpr uint32_t kFirstTaskId = 16;  // 15 names the host's UI thread
+constexpr uint32_t kLevels = 8;        // queue levels 0 (control) .. 8
+constexpr uint32_t kPollMs = 30;
+constexpr uint32_t kStopWaitMs = 6000;  // shut-down's wait for a task loop
+
+ModTable *Table(ZosModMgr *mgr) {
+    return static_cast<ModTable *>(mgr->pTasks);
+}
+
+uint32_t Clamp(uint32_t pri) {
+    return pri < 1 ? 1 : pri > 8 ? 8 : pri;
+}
+
+void Delay(uint32_t ms) {
+    if (auto sleep = zos::Osdep<zos::kSlotTaskDelay>()) sleep(ms);
+}
+
+class Lock {
+  public:
+    explicit Lock(ZosModMgr *mgr) : mgr_(mgr) { Zos_MutexLock(&mgr_->zMutex); }
+    ~Lock() { Zos_MutexUnlock(&mgr_->zMutex); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+  private:
+    ZosModMgr *mgr_;
+};
+
+// Appends a deferred call to a list.
+void DeferPush(ModDeferList *list, ModDefer *d) {
+    d->pstNext = nullptr;
+    if (list->pstTail != nullptr) {
+        list->pstTail->pstNext = d;
+    } else {
+        list->pstHead = d;
+    }
+    list->pstTail = d;
+}
+
+ModDeferList *MgrDefer(ZosModMgr *mgr) {
+    static_assert(sizeof(ModDeferList) == 2 * sizeof(void *));
+    return reinterpret_cast<ModDeferList *>(&mgr->pDeferHead);
+}
+
+// Releases a record found under the lock (the caller holds it); the exit
+// callback is called with the lock released, once the record can no
+// longer be found.
+void Release(ZosModMgr *mgr, ModTask *t) {
+    const uint32_t id = t->stStart.uiTaskId;
+    Zos_DlistRemove(&mgr->stTaskList, &t->stLink);
+    Zos_OmapRemove(static_cast<ZOMAP>(mgr->zMap), id);
+    char name[ZOS_TASK_NAME_MAX + 1];
+    std::memcpy(name, t->acName, sizeof(name));
+    PFN_ZOS_TASK_EXIT onExit = t->pfnExit;
+    t->pfnExit = nullptr;
+    if (onExit != nullptr) {
+        Zos_MutexUnlock(&mgr->zMutex);
+        onExit(name, id);
+        Zos_MutexLock(&mgr->zMutex);
+    }
+    zos::DeferFree(&t->stDefer);
+    if (t->ucTaskLock != 0) Zos_MutexDelete(&t->zMutex);
+    if (t->zQueue != nullptr) {
+        // Control blocks are not owned by the queue; messages left in it are.
+        uintptr_t item = 0;
+        while (Zos_PQueuePoll(t->zQueue, 0, nullptr, &item) == ZOK) {
+            if (zos::CtrlOf(item) == nullptr) Zos_MsgDelete(reinterpret_cast<ZMSG>(item));
+        }
+        Zos_PQueueDelete(t->zQueue);
+    }
+    Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> free ok.", name, id);
+    // Index and the table's thread count stay: they belong to the slot.
+    const uint32_t index = t->uiIndex;
+    std::atomic<uint32_t> *threads = t->pThreads;
+    zos::TaskSetState(t, ZOS_TASK_FREE);
+    __atomic_store_n(&t->stStart.uiTaskId, ZOS_INVALID_ID, __ATOMIC_RELAXED);
+    std::memset(static_cast<void *>(t), 0, offsetof(ModTask, stStart));
+    std::memset(reinterpret_cast<char *>(t) + offsetof(ModTask, zArg), 0,
+                sizeof(ModTask) - offsetof(ModTask, zArg));
+    t->uiIndex = index;
+    t->pThreads = threads;
+}
+
+// Puts a control block into a queue at level 0, retrying while it is full;
+// a block already queued is not queued twice.
+uint32_t PostCtrl(ZosModMgr *mgr, uint32_t id, uint32_t code) {
+    for (;;) {
+        {
+            Lock lock(mgr);
+            ModTask *t = zos::TaskFind(mgr, id);
+            if (t == nullptr) return ZFAILED;
+            uint32_t *block = &t->auiStop[0];
+            if (code != ZOS_MOD_CTRL_STOP) {
+                // Pause and resume use the same three words; a stop waiting
+                // in the queue is not overwritten.
+                if (Zos_PQueueFind(t->zQueue != nullptr ? t->zQueue : mgr->zQueue, 0,
+                                   zos::CtrlTag(block)) != 0) {
+                    return ZOK;
+                }
+            }
+            // The loop reads the words after taking the block from its
+            // queue, possibly while a later code rewrites a queued block.
+            __atomic_store_n(&block[0], ZOS_MOD_CTRL_MARK, __ATOMIC_RELAXED);
+            __atomic_store_n(&block[1], id, __ATOMIC_RELAXED);
+            __atomic_store_n(&block[2], code, __ATOMIC_RELEASE);
+            void *q = t->zQueue != nullptr ? t->zQueue : mgr->zQueue;
+            if (Zos_PQueueFind(q, 0, zos::CtrlTag(block)) != 0) return ZOK;
+            if (Zos_PQueueAdd(q, 0, zos::CtrlTag(block)) == ZOK) return ZOK;
+        }
+        Delay(kPollMs);
+    }
+}
+
+// A stop block taken from the shared queue for a module task: its exit
+// callback once, and the state "deleted".
+void EndSharedTask(ZosModMgr *mgr, uint32_t id) {
+    PFN_ZOS_TASK_EXIT onExit = nullptr;
+    char name[ZOS_TASK_NAME_MAX + 1] = {};
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, id);
+        if (t == nullptr || t->zModule == 0) return;
+        onExit = t->pfnExit;
+        t->pfnExit = nullptr;
+        std::memcpy(name, t->acName, sizeof(name));
+        zos::TaskSetState(t, ZOS_TASK_DELETED);
+    }
+    if (onExit != nullptr) onExit(name, id);
+}
+
+// Handles one message for its receiver: counts, state, handler, delete,
+// then the receiver's own deferred calls. The handler's result, or 0.
+int32_t Dispatch(ZosModMgr *mgr, ZMSG msg) {
+    const uint32_t recv = Zos_MsgGetRecvTaskId(msg);
+    const uint32_t type = Zos_MsgGetType(msg);
+    Zos_TaskQueueSizeDec(recv);
+    PFN_ZOS_MOD_ENTRY entry = nullptr;
+    bool stopped = true;
+    ModTask *t = nullptr;
+    {
+        Lock lock(mgr);
+        t = zos::TaskFind(mgr, recv);
+        if (t != nullptr) {
+            entry = reinterpret_cast<PFN_ZOS_MOD_ENTRY>(t->zModule);
+            if (!zos::TaskMoveState(t, ZOS_TASK_READY, ZOS_TASK_RUNNING)) {
+                zos::TaskMoveState(t, ZOS_TASK_PENDING, ZOS_TASK_RUNNING);
+            }
+            stopped = zos::TaskState(t) <= ZOS_TASK_WAIT_DELETE;
+        }
+    }
+    int32_t result = 0;
+    // A task that was asked to stop handles nothing more.
+    if (!stopped) {
+        if (type == ZOS_MSG_TYPE_PERFORM || type == ZOS_MSG_TYPE_PERFORMX) {
+            Zos_ModTaskLock(recv);
+            Zos_ModEvntProc(Zos_MsgGetEvntId(msg));
+            Zos_ModTaskUnlock(recv);
+        } else if (entry != nullptr) {
+            result = entry(msg);
+        }
+    }
+    ModDeferList own{};
+    {
+        Lock lock(mgr);
+        t = zos::TaskFind(mgr, recv);
+        if (t != nullptr) {
+            zos::TaskMoveState(t, ZOS_TASK_RUNNING, ZOS_TASK_READY);
+            own = t->stDefer;
+            t->stDefer = ModDeferList{};
+        }
+    }
+    Zos_MsgDelete(msg);
+    zos::DeferRun(&own, nullptr);
+    return result;
+}
+
+// Stops the loop of a task with its own thread and waits at most `ms` for
+// it to end: true when it has ended (or the record is gone).
+bool StopLoop(ZosModMgr *mgr, uint32_t id, uint32_t ms, bool log) {
+    PostCtrl(mgr, id, ZOS_MOD_CTRL_STOP);
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, id);
+        if (t == nullptr) return true;
+        if (zos::TaskState(t) > ZOS_TASK_WAIT_DELETE) zos::TaskSetState(t, ZOS_TASK_WAIT_DELETE);
+        if (log) {
+            Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> module state is %d.", t->acName, id,
+                        static_cast<int>(zos::TaskState(t)));
+        }
+    }
+    for (uint32_t waited = 0;; waited += kPollMs) {
+        {
+            Lock lock(mgr);
+            ModTask *t = zos::TaskFind(mgr, id);
+            if (t == nullptr || zos::TaskState(t) == ZOS_TASK_DELETED) return true;
+        }
+        if (ms != 0xFFFFFFFFu && waited >= ms) return false;
+        Delay(kPollMs);
+    }
+}
+
+// Module task stop, bounded or not.
+uint32_t ModStop(uint32_t id, uint32_t ms) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    bool threaded = false;
+    char name[ZOS_TASK_NAME_MAX + 1];
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, id);
+        if (t == nullptr) return ZFAILED;
+        if (t->zModule == 0) {
+            return ms == 0xFFFFFFFFu ? Zos_TaskDelete(id) : Zos_TaskWaitDelete(id, ms / 1000u);
+        }
+        threaded = t->zQueue != nullptr && t->ucHasThread != 0;
+        std::memcpy(name, t->acName, sizeof(name));
+    }
+    if (threaded && !StopLoop(mgr, id, ms, true)) {
+        // The loop still runs and polls its queue: the record is left for
+        // the task's thread to release when the loop ends.
+        Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> force delete.", name, id);
+        return ZFAILED;
+    }
+    Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> module stop ok.", name, id);
+    Zos_ModPutTask(id);
+    return ZOK;
+}
+
+// Shared part of the two posts.
+uint32_t Post(ZMSG msg, bool withPri, uint32_t pri, const char *fullText, const char *recvText) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) {
+        ZOS_LOG_ERR("ModPostMsg no env.");
+        return ZFAILED;
+    }
+    const uint32_t recv = Zos_MsgGetRecvTaskId(msg);
+    void *queue = nullptr;
+    bool ownThread = false;
+    uint32_t level = 0;
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, recv);
+        if (t == nullptr) {
+            ZOS_LOG_ERR("%s", recvText);
+            return ZFAILED;
+        }
+        ownThread = t->zQueue != nullptr;
+        queue = ownThread ? t->zQueue : mgr->zQueue;
+        level = withPri ? (pri > kLevels ? kLevels : pri) : t->ucPriority;
+        Zos_TaskQueueSizeInc(recv);
+        if (Zos_PQueueAdd(queue, level, reinterpret_cast<uintptr_t>(msg)) != ZOK) {
+            const uint32_t send = Zos_MsgGetSendTaskId(msg);
+            ZOS_LOG_ERR(fullText, Zos_TaskGetName(send), send, t->acName, recv);
+            Zos_TaskQueueSizeDec(recv);
+            return ZFAILED;
+        }
+    }
+    // The manager task drains the shared queue in threaded mode, so only
+    // host-driven posts ask for a drive.
+    if (ownThread || mgr->bThreaded != 0 || __atomic_load_n(&mgr->uiBusy, __ATOMIC_SEQ_CST) != 0 ||
+        __atomic_load_n(&mgr->uiSilence, __ATOMIC_SEQ_CST) != 0) {
+        return ZOK;
+    }
+    auto drive = zos::Osdep<zos::kSlotModPostDrv>();
+    if (drive != nullptr && drive() == ZOK) return ZOK;
+    // No drive could be requested: the post fails, so the message must
+    // not stay queued (its sender deletes it). If a drive took it already
+    // it is being handled, and the post stands.
+    if (Zos_PQueueRmv(queue, level, reinterpret_cast<uintptr_t>(msg)) != ZOK) return ZOK;
+    Zos_TaskQueueSizeDec(recv);
+    return ZFAILED;
+}
+
+uint32_t RequestDrive() {
+    auto drive = zos::Osdep<zos::kSlotModPostDrv>();
+    return drive != nullptr ? drive() : ZFAILED;
+}
+
+}  // namespace
+
+namespace zos {
+
+ModTask *TaskFind(ZosModMgr *mgr, uint32_t id) {
+    if (mgr == nullptr || mgr->zMap == nullptr || id == ZOS_INVALID_ID) return nullptr;
+    auto *t = static_cast<ModTask *>(Zos_OmapFind(static_cast<ZOMAP>(mgr->zMap), id));
+    if (t == nullptr || TaskState(t) == ZOS_TASK_FREE || t->stStart.uiTaskId != id) return nullptr;
+    return t;
+}
+
+void DeferRun(ModDeferList *list, ZMUTEX *lock) {
+    ModDefer *d = nullptr;
+    if (lock != nullptr) Zos_MutexLock(lock);
+    d = list->pstHead;
+    *list = ModDeferList{};
+    if (lock != nullptr) Zos_MutexUnlock(lock);
+    while (d != nullptr) {
+        ModDefer *next = d->pstNext;
+        if (d->pfnFunc != nullptr) d->pfnFunc(d->zArg, d + 1, d->uiLen);
+        Zos_Free(d);
+        d = next;
+    }
+}
+
+void DeferFree(ModDeferList *list) {
+    for (ModDefer *d = list->pstHead; d != nullptr;) {
+        ModDefer *next = d->pstNext;
+        Zos_Free(d);
+        d = next;
+    }
+    *list = ModDeferList{};
+}
+
+}  // namespace zos
+
+extern "C" {
+
+KESTRO_API uint32_t Zos_ModInit(void) {
+    ZosEnv *env = zos::Env();
+    if (env == nullptr) return ZFAILED;
+    ZosModMgr *mgr = &env->stModMgr;
+    if (mgr->ucInit != 0) return ZOK;
+    *mgr = ZosModMgr{};
+    mgr->bThreaded = Zos_CfgGetOsThreadSupt() != 0 && Zos_CfgGetModDrvMode() != 0 ? 1u : 0u;
+    mgr->uiCapacity = Zos_CfgGetTaskCount() < 5 ? 5u : Zos_CfgGetTaskCount();
+    mgr->uiMgrTaskId = ZOS_INVALID_ID;
+    if (Zos_MutexCreate(&mgr->zMutex) != ZOK) return ZFAILED;
+    const uint64_t bytes =
+        sizeof(ModTable) + static_cast<uint64_t>(mgr->uiCapacity - 1) * sizeof(ModTask);
+    void *mem = bytes < 0x7FFFFFFFu ? Zos_MallocClrd(static_cast<int32_t>(bytes)) : nullptr;
+    if (mem == nullptr) {
+        ZOS_LOG_ERR("ModInit alloc memory.");
+        Zos_MutexDelete(&mgr->zMutex);
+        return ZFAILED;
+    }
+    auto *table = static_cast<ModTable *>(mem);
+    new (&table->uiThreads) std::atomic<uint32_t>(0);
+    for (uint32_t i = 0; i < mgr->uiCapacity; ++i) {
+        ModTask &t = table->astTasks[i];
+        t.uiIndex = i;
+        t.pThreads = &table->uiThreads;
+        t.stStart.uiTaskId = ZOS_INVALID_ID;
+    }
+    mgr->pTasks = table;
+    mgr->zMap = Zos_OmapCreate(kFirstTaskId, 0xFFFFFFFEu - kFirstTaskId + 1);
+    if (mgr->zMap == nullptr) {
+        ZOS_LOG_ERR("ModInit create map.");
+        Zos_Free(mem);
+        Zos_MutexDelete(&mgr->zMutex);
+        *mgr = ZosModMgr{};
+        return ZFAILED;
+    }
+    Zos_DlistCreate(&mgr->stTaskList, ZOS_LIST_NO_LIMIT);
+    mgr->ucInit = 1;
+    if (Zos_ModEhInit() != ZOK || Zos_ModMgrStart() != ZOK) {
+        if (mgr->zQueue == nullptr) ZOS_LOG_ERR("ModInit create priority queue.");
+        Zos_ModDestroy();
+        return ZFAILED;
+    }
+    Zos_LogInfo(Zos_LogGetZosId(), "module init ok.");
+    return ZOK;
+}
+
+KESTRO_API void Zos_ModDestroy(void) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return;
+    Zos_ModMgrStop();
+    Zos_ModEhDestroy();
+    // Threads of tasks still finishing their last steps reach the table;
+    // it is freed only once none is left (a task that never returns
+    // keeps it, rather than have its thread touch freed memory).
+    ModTable *table = Table(mgr);
+    bool idle = true;
+    if (table != nullptr) {
+        for (uint32_t waited = 0; table->uiThreads.load(std::memory_order_acquire) != 0;
+             waited += 10) {
+            if (waited >= 2000) {
+                idle = false;
+                break;
+            }
+            Delay(10);
+        }
+    }
+    mgr->ucInit = 0;
+    if (idle) {
+        Zos_Free(table);
+        Zos_OmapDelete(static_cast<ZOMAP>(mgr->zMap));
+        Zos_DlistDelete(&mgr->stTaskList);
+        Zos_MutexDelete(&mgr->zMutex);
+    }
+    *mgr = ZosModMgr{};
+}
+
+KESTRO_API uint32_t Zos_ModMgrStart(void) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    const uint32_t size = Zos_CfgGetQueueSize() == 0 ? 100u : Zos_CfgGetQueueSize();
+    ZPQUEUE q = nullptr;
+    if (Zos_PQueueCreate(1, 1, size, size, kLevels, &q) != ZOK) {
+        ZOS_LOG_ERR("ModMgrStart create priority queue.");
+        return ZFAILED;
+    }
+    mgr->zQueue = q;
+    if (mgr->bThreaded == 0) {
+        Zos_LogInfo(Zos_LogGetZosId(), "module manager passive run.");
+        return ZOK;
+    }
+    uint32_t id = ZOS_INVALID_ID;
+    if (Zos_TaskSpawn("MOD_MGR", 4, 0, Zos_ModMgrEntry, 0, &id) != ZOK) {
+        ZOS_LOG_ERR("ModMgrStart spawn manager task.");
+        mgr->zQueue = nullptr;
+        Zos_PQueueDelete(q);
+        return ZFAILED;
+    }
+    mgr->uiMgrTaskId = id;
+    while (__atomic_load_n(&mgr->ucMgrRun, __ATOMIC_ACQUIRE) == 0) Delay(10);
+    Zos_LogInfo(Zos_LogGetZosId(), "module manager active run.");
+    return ZOK;
+}
+
+KESTRO_API void Zos_ModMgrStop(void) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return;
+    ModTable *table = Table(mgr);
+    for (uint32_t i = mgr->uiCapacity; table != nullptr && i-- > 0;) {
+        uint32_t id = ZOS_INVALID_ID;
+        bool module = false, threaded = false;
+        {
+            Lock lock(mgr);
+            ModTask &t = table->astTasks[i];
+            if (zos::TaskState(&t) == ZOS_TASK_FREE) continue;
+            id = t.stStart.uiTaskId;
+            module = t.zModule != 0;
+            threaded = t.zQueue != nullptr && t.ucHasThread != 0;
+        }
+        if (!module) {
+            if (id == mgr->uiMgrTaskId) PostCtrl(mgr, id, ZOS_MOD_CTRL_STOP);
+            Zos_TaskDelete(id);
+            continue;
+        }
+        // A module task is released; one whose loop runs on its own thread
+        // is stopped first, since releasing deletes the queue it polls.
+        if (threaded && !StopLoop(mgr, id, kStopWaitMs, false)) continue;
+        Zos_ModPutTask(id);
+    }
+    Zos_LogInfo(Zos_LogGetZosId(), "module all tasks were destroied.");
+    {
+        Lock lock(mgr);
+        zos::DeferFree(MgrDefer(mgr));
+    }
+    if (mgr->zQueue != nullptr) {
+        uintptr_t item = 0;
+        while (Zos_PQueuePoll(mgr->zQueue, 0, nullptr, &item) == ZOK) {
+            if (zos::CtrlOf(item) == nullptr) Zos_MsgDelete(reinterpret_cast<ZMSG>(item));
+        }
+        Zos_PQueueDelete(mgr->zQueue);
+        mgr->zQueue = nullptr;
+    }
+    mgr->uiMgrTaskId = ZOS_INVALID_ID;
+}
+
+KESTRO_API uint32_t Zos_ModMgrEntry(ST_ZOS_TASK_START *pstStart) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr || pstStart == nullptr) return ZFAILED;
+    __atomic_store_n(&mgr->ucMgrRun, 1, __ATOMIC_RELEASE);
+    void *q = mgr->zQueue;
+    const uint32_t self = pstStart->uiTaskId;
+    while (__atomic_load_n(&pstStart->uiState, __ATOMIC_ACQUIRE) != ZOS_TASK_WAIT_DELETE) {
+        uint32_t level = kLevels;
+        uintptr_t item = 0;
+        if (Zos_PQueuePoll(q, 1, &level, &item) != ZOK) continue;
+        if (const uint32_t *ctrl = zos::CtrlOf(item)) {
+            const uint32_t code = __atomic_load_n(&ctrl[2], __ATOMIC_ACQUIRE);
+            const uint32_t id = __atomic_load_n(&ctrl[1], __ATOMIC_RELAXED);
+            if (code == ZOS_MOD_CTRL_STOP && id == self) break;
+            if (code == ZOS_MOD_CTRL_STOP) EndSharedTask(mgr, id);
+            continue;
+        }
+        Dispatch(mgr, reinterpret_cast<ZMSG>(item));
+        Zos_ModDriveEvnt();
+    }
+    __atomic_store_n(&mgr->ucMgrRun, 0, __ATOMIC_RELEASE);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_ModGetTask(const char *pcName, uint32_t uiPriority) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZOS_INVALID_ID;
+    Lock lock(mgr);
+    const bool named = pcName != nullptr && pcName[0] != '\0';
+    if (named) {
+        if (auto *other = static_cast<ModTask *>(Zos_ModFindTaskX(pcName))) {
+            ZOS_LOG_ERR("task<%s:%u> already exist.", pcName, other->stStart.uiTaskId);
+            return ZOS_INVALID_ID;
+        }
+    }
+    ModTable *table = Table(mgr);
+    ModTask *t = nullptr;
+    for (uint32_t i = 0; i < mgr->uiCapacity; ++i) {
+        if (zos::TaskState(&table->astTasks[i]) == ZOS_TASK_FREE) {
+            t = &table->astTasks[i];
+            break;
+        }
+    }
+    if (t == nullptr) {
+        ZOS_LOG_ERR("module no free task memory.");
+        return ZOS_INVALID_ID;
+    }
+    const uint32_t pri = Clamp(uiPriority);
+    // Before the first task of a greater priority number: equal
+    // priorities keep their order of arrival.
+    ST_ZOS_DLIST_NODE *after = mgr->stTaskList.pstTail;
+    for (ST_ZOS_DLIST_NODE *n = mgr->stTaskList.pstHead; n != nullptr; n = n->pstNext) {
+        if (reinterpret_cast<ModTask *>(n)->ucPriority > pri) {
+            after = n->pstPrev;
+            break;
+        }
+    }
+    if (Zos_DlistInsert(&mgr->stTaskList, after, &t->stLink) != ZOK) {
+        ZOS_LOG_ERR("task<%s> insert.", named ? pcName : "");
+        return ZOS_INVALID_ID;
+    }
+    uint32_t id = ZOS_INVALID_ID;
+    if (Zos_OmapAdd(static_cast<ZOMAP>(mgr->zMap), t, &id) != ZOK) {
+        Zos_DlistRemove(&mgr->stTaskList, &t->stLink);
+        ZOS_LOG_ERR("module no free task memory.");
+        return ZOS_INVALID_ID;
+    }
+    t->ucPriority = static_cast<uint8_t>(pri);
+    t->uiQueueSize = t->uiQueuePeak = t->uiTimerCount = t->uiTimerPeak = 0;
+    t->stDefer = ModDeferList{};
+    if (named) {
+        Zos_NStrCpy(t->acName, sizeof(t->acName), pcName);
+    } else {
+        Zos_SNPrintf(t->acName, static_cast<int32_t>(sizeof(t->acName)), "TASK%02d",
+                     static_cast<int>(t->uiIndex));
+    }
+    __atomic_store_n(&t->stStart.uiTaskId, id, __ATOMIC_RELAXED);
+    zos::TaskSetState(t, ZOS_TASK_READY);
+    Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> alloc ok.", t->acName, id);
+    return id;
+}
+
+KESTRO_API uint32_t Zos_ModPutTask(uint32_t uiTaskId) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    Lock lock(mgr);
+    ModTask *t = zos::TaskFind(mgr, uiTaskId);
+    if (t == nullptr) return ZFAILED;
+    Release(mgr, t);
+    return ZOK;
+}
+
+KESTRO_API void *Zos_ModFindTask(uint32_t uiTaskId) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return nullptr;
+    Lock lock(mgr);
+    return zos::TaskFind(mgr, uiTaskId);
+}
+
+KESTRO_API void *Zos_ModFindTaskX(const char *pcName) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr || pcName == nullptr) return nullptr;
+    Lock lock(mgr);
+    for (ST_ZOS_DLIST_NODE *n = mgr->stTaskList.pstHead; n != nullptr; n = n->pstNext) {
+        auto *t = reinterpret_cast<ModTask *>(n);
+        if (zos::TaskState(t) != ZOS_TASK_FREE && std::strcmp(t->acName, pcName) == 0) return t;
+    }
+    return nullptr;
+}
+
+KESTRO_API uint32_t Zos_ModLocateTask(uint32_t uiTaskId, void **ppTask) {
+    if (ppTask == nullptr) return ZFAILED;
+    *ppTask = Zos_ModFindTask(uiTaskId);
+    return *ppTask != nullptr ? ZOK : ZFAILED;
+}
+
+KESTRO_API uint32_t Zos_ModLock(void) {
+    ZosModMgr *mgr = zos::ModMgr();
+    return mgr != nullptr ? Zos_MutexLock(&mgr->zMutex) : ZFAILED;
+}
+
+KESTRO_API uint32_t Zos_ModUnlock(void) {
+    ZosModMgr *mgr = zos::ModMgr();
+    return mgr != nullptr ? Zos_MutexUnlock(&mgr->zMutex) : ZFAILED;
+}
+
+KESTRO_API uint32_t Zos_ModTaskStart(const char *pcName, uint32_t uiPriority, uint32_t uiQueueSize,
+                                     uint32_t uiStackSize, uint32_t bMainThread,
+                                     PFN_ZOS_MOD_INIT pfnInit, PFN_ZOS_TASK_EXIT pfnExit,
+                                     PFN_ZOS_MOD_ENTRY pfnEntry, uint32_t *puiTaskId) {
+    if (puiTaskId != nullptr) *puiTaskId = ZOS_INVALID_ID;
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr || pfnEntry == nullptr) return ZFAILED;
+    const char *shown = pcName != nullptr ? pcName : "";
+    const uint32_t pri = Clamp(uiPriority);
+    const bool threads = Zos_CfgGetOsThreadSupt() != 0;
+    const bool ownThread = bMainThread == 0 && threads;
+    if (bMainThread != 0 && !threads) {
+        ZOS_LOG_WARN("task<%s> driven by main thread.", shown);
+    }
+    if (bMainThread == 0 && !threads && zos::Osdep<zos::kSlotModPostDrv>() == nullptr) {
+        ZOS_LOG_WARN("Please set ModPostDrv when no thread supporting.");
+        return ZFAILED;
+    }
+    const uint32_t id = Zos_ModGetTask(pcName, pri);
+    if (id == ZOS_INVALID_ID) return ZFAILED;
+    char name[ZOS_TASK_NAME_MAX + 1];
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, id);
+        std::memcpy(name, t->acName, sizeof(name));
+        if (ownThread) {
+            const uint32_t size = uiQueueSize == 0 ? 10u : uiQueueSize;
+            ZPQUEUE q = nullptr;
+            if (Zos_PQueueCreate(1, 1, size, size, kLevels, &q) != ZOK) {
+                ZOS_LOG_ERR("module create priority queue.");
+                Release(mgr, t);
+                return ZFAILED;
+            }
+            t->zQueue = q;
+        }
+        if (Zos_MutexCreate(&t->zMutex) == ZOK) t->ucTaskLock = 1;
+    }
+    if (puiTaskId != nullptr) *puiTaskId = id;
+    if (pfnInit != nullptr && pfnInit(name, id) != ZOK) {
+        ZOS_LOG_ERR("module task<%s> init failed.", name);
+        Zos_ModPutTask(id);
+        if (puiTaskId != nullptr) *puiTaskId = ZOS_INVALID_ID;
+        return ZFAILED;
+    }
+    ModTask *t = nullptr;
+    {
+        Lock lock(mgr);
+        t = zos::TaskFind(mgr, id);
+        if (t == nullptr) return ZFAILED;
+        zos::TaskSetState(t, ZOS_TASK_PENDING);
+        t->zModule = reinterpret_cast<uintptr_t>(pfnEntry);
+        t->pfnExit = pfnExit;
+    }
+    if (ownThread && Zos_TaskSpawnX(t, uiStackSize, Zos_ModTaskEntry) != ZOK) {
+        ZOS_LOG_ERR("module spawn task failed.");
+        {
+            Lock lock(mgr);
+            if (ModTask *again = zos::TaskFind(mgr, id)) again->pfnExit = nullptr;
+        }
+        Zos_ModPutTask(id);
+        if (puiTaskId != nullptr) *puiTaskId = ZOS_INVALID_ID;
+        return ZFAILED;
+    }
+    Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> module start ok.", name, id);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_ModTaskStop(uint32_t uiTaskId) {
+    return ModStop(uiTaskId, 0xFFFFFFFFu);
+}
+
+KESTRO_API uint32_t Zos_ModTaskWaitStop(uint32_t uiTaskId, uint32_t uiSeconds) {
+    const uint64_t ms = static_cast<uint64_t>(uiSeconds) * 1000u;
+    return ModStop(uiTaskId, ms >= 0xFFFFFFFFu ? 0xFFFFFFFEu : static_cast<uint32_t>(ms));
+}
+
+KESTRO_API uint32_t Zos_ModTaskCease(uint32_t uiTaskId) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    bool threaded = false;
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, uiTaskId);
+        if (t == nullptr) return ZFAILED;
+        if (t->zModule == 0) return Zos_TaskCease(uiTaskId);
+        threaded = t->zQueue != nullptr && t->ucHasThread != 0;
+        Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> module cease ok.", t->acName, uiTaskId);
+    }
+    if (!threaded) return Zos_ModPutTask(uiTaskId);
+    // The loop is told to stop and not waited for; its thread releases the
+    // record when the loop has ended (releasing it here would delete the
+    // queue the loop polls).
+    PostCtrl(mgr, uiTaskId, ZOS_MOD_CTRL_STOP);
+    Lock lock(mgr);
+    if (ModTask *t = zos::TaskFind(mgr, uiTaskId)) {
+        if (zos::TaskState(t) > ZOS_TASK_WAIT_DELETE) zos::TaskSetState(t, ZOS_TASK_WAIT_DELETE);
+    }
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_ModTaskPause(uint32_t uiTaskId, uint32_t bResume) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, uiTaskId);
+        if (t == nullptr) return ZFAILED;
+        if (t->zQueue == nullptr) return ZOK;
+    }
+    return PostCtrl(mgr, uiTaskId, bResume != 0 ? ZOS_MOD_CTRL_RESUME : ZOS_MOD_CTRL_PAUSE);
+}
+
+KESTRO_API uint32_t Zos_ModTaskIsRun(uint32_t uiTaskId) {
+    const uint32_t st = Zos_TaskGetState(uiTaskId);
+    return st >= ZOS_TASK_READY && st <= ZOS_TASK_RUNNING ? 1u : 0u;
+}
+
+KESTRO_API uint32_t Zos_ModTaskEntry(ST_ZOS_TASK_START *pstStart) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr || pstStart == nullptr) return ZFAILED;
+    const uint32_t id = pstStart->uiTaskId;
+    void *q = nullptr;
+    char name[ZOS_TASK_NAME_MAX + 1] = {};
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, id);
+        if (t == nullptr || t->zQueue == nullptr) {
+            ZOS_LOG_ERR("ModTaskEntry invalid task<%d>.", static_cast<int>(id));
+            return ZFAILED;
+        }
+        q = t->zQueue;
+        std::memcpy(name, t->acName, sizeof(name));
+    }
+    // The queue stays until the record is released, which waits for this
+    // loop to end.
+    uint32_t pollLevel = kLevels;
+    for (;;) {
+        if (__atomic_load_n(&pstStart->uiState, __ATOMIC_ACQUIRE) == ZOS_TASK_WAIT_DELETE) {
+            Zos_LogInfo(Zos_LogGetZosId(), "ModTaskEntry wait deleted task %s.", name);
+            break;
+        }
+        uint32_t level = pollLevel;
+        uintptr_t item = 0;
+        if (Zos_PQueuePoll(q, 1, &level, &item) != ZOK) continue;
+        if (const uint32_t *ctrl = zos::CtrlOf(item)) {
+            const uint32_t code = __atomic_load_n(&ctrl[2], __ATOMIC_ACQUIRE);
+            if (code == ZOS_MOD_CTRL_STOP) break;
+            if (code == ZOS_MOD_CTRL_RESUME) pollLevel = kLevels;
+            if (code == ZOS_MOD_CTRL_PAUSE) pollLevel = 0;
+            continue;
+        }
+        if (Dispatch(mgr, reinterpret_cast<ZMSG>(item)) < 0) pollLevel = kLevels;
+    }
+    PFN_ZOS_TASK_EXIT onExit = nullptr;
+    {
+        Lock lock(mgr);
+        if (ModTask *t = zos::TaskFind(mgr, id)) {
+            if (t->zModule != 0) {
+                onExit = t->pfnExit;
+                t->pfnExit = nullptr;
+            }
+        }
+    }
+    if (onExit != nullptr) onExit(name, id);
+    {
+        Lock lock(mgr);
+        if (ModTask *t = zos::TaskFind(mgr, id)) zos::TaskSetState(t, ZOS_TASK_DELETED);
+    }
+    Zos_LogInfo(Zos_LogGetZosId(), "ModTaskEntry set task %s delete.", name);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_ModTaskLock(uint32_t uiTaskId) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    ZMUTEX *m = nullptr;
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, uiTaskId);
+        if (t == nullptr || t->ucTaskLock == 0) return ZFAILED;
+        m = &t->zMutex;
+    }
+    return Zos_MutexLock(m);
+}
+
+KESTRO_API uint32_t Zos_ModTaskUnlock(uint32_t uiTaskId) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    ZMUTEX *m = nullptr;
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, uiTaskId);
+        if (t == nullptr || t->ucTaskLock == 0) return ZFAILED;
+        m = &t->zMutex;
+    }
+    return Zos_MutexUnlock(m);
+}
+
+#define ZOS_MOD_STATE_SETTER(name, state)          \
+    KESTRO_API uint32_t name(uint32_t uiTaskId) {  \
+        ZosModMgr *mgr = zos::ModMgr();            \
+        if (mgr == nullptr) return ZFAILED;        \
+        Lock lock(mgr);                            \
+        ModTask *t = zos::TaskFind(mgr, uiTaskId); \
+        if (t == nullptr) return ZFAILED;          \
+        zos::TaskSetState(t, state);               \
+        return ZOK;                                \
+    }
+ZOS_MOD_STATE_SETTER(Zos_ModTaskSetReady, ZOS_TASK_READY)
+ZOS_MOD_STATE_SETTER(Zos_ModTaskSetRuning, ZOS_TASK_RUNNING)
+ZOS_MOD_STATE_SETTER(Zos_ModTaskSetWaitDelete, ZOS_TASK_WAIT_DELETE)
+ZOS_MOD_STATE_SETTER(Zos_ModTaskSetDelete, ZOS_TASK_DELETED)
+#undef ZOS_MOD_STATE_SETTER
+
+KESTRO_API PFN_ZOS_MOD_ENTRY Zos_ModTaskGetEntry(uint32_t uiTaskId) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return nullptr;
+    Lock lock(mgr);
+    ModTask *t = zos::TaskFind(mgr, uiTaskId);
+    return t != nullptr ? reinterpret_cast<PFN_ZOS_MOD_ENTRY>(t->zModule) : nullptr;
+}
+
+KESTRO_API uint32_t Zos_ModTaskNtfyDelete(uint32_t uiTaskId) {
+    ZosModMgr *mgr = zos::ModMgr();
+    return mgr != nullptr ? PostCtrl(mgr, uiTaskId, ZOS_MOD_CTRL_STOP) : ZFAILED;
+}
+
+KESTRO_API uint32_t Zos_ModPostMsg(void *zMsg) {
+    return Post(zMsg, false, 0, "ModPostMsg task<%s> <0x%x> ---> task<%s> <0x%x>.",
+                "ModPostMsg invalid recv task.");
+}
+
+KESTRO_API uint32_t Zos_ModPostMsgX(void *zMsg, uint32_t uiPriority) {
+    return Post(zMsg, true, uiPriority, "ModPostMsgX task<%s> <0x%x> ---> task<%s> <0x%x>.",
+                "ModPostMsgX invalid recv task.");
+}
+
+KESTRO_API uint32_t Zos_ModDriveMsg(void) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr || mgr->bThreaded != 0 || mgr->zQueue == nullptr) return ZFAILED;
+    __atomic_store_n(&mgr->uiSilence, 0, __ATOMIC_SEQ_CST);
+    uintptr_t item = 0;
+    if (Zos_PQueuePoll(mgr->zQueue, 0, nullptr, &item) == ZOK) {
+        if (const uint32_t *ctrl = zos::CtrlOf(item)) {
+            if (__atomic_load_n(&ctrl[2], __ATOMIC_ACQUIRE) == ZOS_MOD_CTRL_STOP) {
+                EndSharedTask(mgr, __atomic_load_n(&ctrl[1], __ATOMIC_RELAXED));
+            }
+        } else {
+            auto msg = reinterpret_cast<ZMSG>(item);
+            const uint32_t recv = Zos_MsgGetRecvTaskId(msg);
+            PFN_ZOS_MOD_ENTRY entry = nullptr;
+            Zos_ModDriveStart(recv, &entry);
+            Dispatch(mgr, msg);
+            Zos_ModDriveStop(recv);
+        }
+    }
+    Zos_ModDriveEvnt();
+    if (Zos_PQueueGetBusyCount(mgr->zQueue) != 0) RequestDrive();
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_ModDriveStart(uint32_t uiTaskId, PFN_ZOS_MOD_ENTRY *ppfnEntry) {
+    if (ppfnEntry != nullptr) *ppfnEntry = nullptr;
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    Lock lock(mgr);
+    ModTask *t = zos::TaskFind(mgr, uiTaskId);
+    if (t == nullptr) return ZFAILED;
+    if (!zos::TaskMoveState(t, ZOS_TASK_READY, ZOS_TASK_RUNNING) &&
+        !zos::TaskMoveState(t, ZOS_TASK_PENDING, ZOS_TASK_RUNNING)) {
+        zos::TaskMoveState(t, ZOS_TASK_WAIT_DELETE, ZOS_TASK_DELETED);
+    }
+    if (ppfnEntry != nullptr) *ppfnEntry = reinterpret_cast<PFN_ZOS_MOD_ENTRY>(t->zModule);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_ModDriveStop(uint32_t uiTaskId) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    Lock lock(mgr);
+    ModTask *t = zos::TaskFind(mgr, uiTaskId);
+    if (t == nullptr) return ZFAILED;
+    zos::TaskMoveState(t, ZOS_TASK_RUNNING, ZOS_TASK_READY);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_ModDriveEvnt(void) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    zos::DeferRun(MgrDefer(mgr), &mgr->zMutex);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_ModLeaveEvnt(uint32_t uiTaskId, PFN_ZOS_MOD_LEAVE pfnFunc, uintptr_t zArg,
+                                     const void *pData, uint32_t uiLen) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr || pfnFunc == nullptr || (pData == nullptr && uiLen != 0) ||
+        uiLen > 0x7FFFFFFFu - sizeof(ModDefer)) {
+        return ZFAILED;
+    }
+    auto *d = static_cast<ModDefer *>(Zos_Malloc(static_cast<uint32_t>(sizeof(ModDefer) + uiLen)));
+    if (d == nullptr) return ZFAILED;
+    d->pfnFunc = pfnFunc;
+    d->zArg = zArg;
+    d->uiLen = uiLen;
+    if (uiLen != 0) std::memcpy(d + 1, pData, uiLen);
+    // Every deferred list is kept under the module lock: taking a task's
+    // lock inside it would invert the order in which a perform, holding
+    // the task lock, posts under the module lock.
+    Lock lock(mgr);
+    ModTask *t = zos::TaskFind(mgr, uiTaskId);
+    DeferPush(t != nullptr && t->zQueue != nullptr ? &t->stDefer : MgrDefer(mgr), d);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_ModSilence(void) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    if (mgr->bThreaded == 0 && __atomic_load_n(&mgr->uiBusy, __ATOMIC_SEQ_CST) == 0) {
+        __atomic_store_n(&mgr->uiSilence, 1, __ATOMIC_SEQ_CST);
+    }
+    return ZOK;
+}
+
+}  // extern "C"

@@ -1,0 +1,254 @@
+// The OS timer bridge through the Java class ZpandTimer: start arms a Java
+// one-shot timer that comes back through the native "active", stop
+// cancels it, installed functions take the place of Java.
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "jvm_harness.h"
+#include "zos_test.h"
+#include "zpand_jni.h"
+#include "zpand_timer.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr const char *kTimer = "com/quelmar/nubo/kestro/ZpandTimer";
+
+// What the expiry callbacks saw.
+struct Fired {
+    std::atomic<int> count{0};
+    std::atomic<uint32_t> arg{99};
+    std::mutex mutex;
+    std::string thread;
+    Clock::time_point at;
+};
+Fired g_fired;
+std::atomic<int> g_otherCount{0};
+
+void OnExpiry(uint32_t arg) {
+    {
+        std::lock_guard<std::mutex> lock(g_fired.mutex);
+        g_fired.thread = kjvm::ThreadName();
+        g_fired.at = Clock::now();
+    }
+    g_fired.arg = arg;
+    ++g_fired.count;
+}
+
+void OnOtherExpiry(uint32_t) {
+    ++g_otherCount;
+}
+
+bool WaitFired(int count, int ms) {
+    const auto end = Clock::now() + std::chrono::milliseconds(ms);
+    while (g_fired.count < count && Clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return g_fired.count >= count;
+}
+
+bool Armed() {
+    JNIEnv *env = kjvm::Env();
+    jclass cls = kjvm::FindAppClass(env, kTimer);
+    jmethodID id = env->GetStaticMethodID(cls, "isArmed", "()Z");
+    const bool armed = env->CallStaticBooleanMethod(cls, id) == JNI_TRUE;
+    env->DeleteLocalRef(cls);
+    return armed;
+}
+
+void Active() {
+    ASSERT_TRUE(kjvm::CallStatic(kjvm::Env(), kTimer, "active", "()V")) << kjvm::LastException();
+}
+
+void JavaInit() {
+    ASSERT_TRUE(kjvm::CallStatic(kjvm::Env(), kTimer, "doInit", "()V")) << kjvm::LastException();
+}
+
+void JavaDestroy() {
+    ASSERT_TRUE(kjvm::CallStatic(kjvm::Env(), kTimer, "doDestroy", "()V")) << kjvm::LastException();
+}
+
+// Recording installed functions.
+struct Hooks {
+    std::atomic<int> init{0}, destroy{0}, start{0}, stop{0};
+    std::atomic<uint32_t> len{0};
+    std::atomic<PFN_ZPAND_TIMER_CB> cb{nullptr};
+};
+Hooks g_hooks;
+
+uint32_t HookInit() {
+    ++g_hooks.init;
+    return 7;
+}
+uint32_t HookDestroy() {
+    ++g_hooks.destroy;
+    return 8;
+}
+uint32_t HookStart(uint32_t len, PFN_ZPAND_TIMER_CB cb) {
+    g_hooks.len = len;
+    g_hooks.cb = cb;
+    ++g_hooks.start;
+    return 9;
+}
+uint32_t HookStop() {
+    ++g_hooks.stop;
+    return 10;
+}
+
+class JvmTimer : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(kjvm::Loaded());
+        g_fired.count = 0;
+        g_fired.arg = 99;
+        g_otherCount = 0;
+    }
+    void TearDown() override {
+        kjvm::CallStatic(kjvm::Env(), kTimer, "stop", "()V");
+        JavaDestroy();
+    }
+};
+
+}  // namespace
+
+TEST_F(JvmTimer, ActiveBeforeAnyStartDoesNothing) {
+    JavaInit();
+    Active();
+    Active();
+    EXPECT_EQ(g_fired.count, 0);
+    EXPECT_FALSE(Armed());
+    // The first start after that is the first expiry.
+    EXPECT_EQ(Zpand_TimerStart(0, OnExpiry), ZOK);
+    EXPECT_TRUE(WaitFired(1, 5000));
+    EXPECT_EQ(g_fired.count, 1);
+}
+
+TEST_F(JvmTimer, StartArmsAJavaTimerThatFiresActiveOnItsThread) {
+    JavaInit();
+    const auto t0 = Clock::now();
+    EXPECT_EQ(Zpand_TimerStart(40, OnExpiry), ZOK);
+    EXPECT_TRUE(Armed());
+    ASSERT_TRUE(WaitFired(1, 5000));
+    std::lock_guard<std::mutex> lock(g_fired.mutex);
+    EXPECT_GE(g_fired.at - t0, std::chrono::milliseconds(40));
+    EXPECT_EQ(g_fired.arg, 0u);
+    EXPECT_EQ(g_fired.thread, "ZpandTimer");
+    EXPECT_FALSE(Armed());
+}
+
+TEST_F(JvmTimer, StopCancelsAndStartReplacesThePendingTimer) {
+    JavaInit();
+    EXPECT_EQ(Zpand_TimerStart(150, OnExpiry), ZOK);
+    EXPECT_EQ(Zpand_TimerStop(), ZOK);
+    EXPECT_FALSE(Armed());
+    // A start on top of a pending one re-arms: one expiry, at the new length.
+    EXPECT_EQ(Zpand_TimerStart(5000, OnExpiry), ZOK);
+    const auto t0 = Clock::now();
+    EXPECT_EQ(Zpand_TimerStart(20, OnExpiry), ZOK);
+    ASSERT_TRUE(WaitFired(1, 4000));
+    EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(4000));
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    EXPECT_EQ(g_fired.count, 1);        // the cancelled 150 ms timer never came
+    EXPECT_EQ(Zpand_TimerStop(), ZOK);  // nothing pending: still fine
+}
+
+TEST_F(JvmTimer, CallbackStaysUntilDestroy) {
+    JavaInit();
+    EXPECT_EQ(Zpand_TimerStart(0, OnExpiry), ZOK);
+    ASSERT_TRUE(WaitFired(1, 5000));
+    Active();  // every later "active" fires the kept callback again
+    EXPECT_EQ(g_fired.count, 2);
+    // The latest start's callback is the one kept.
+    EXPECT_EQ(Zpand_TimerStart(60000, OnOtherExpiry), ZOK);
+    Active();
+    EXPECT_EQ(g_otherCount, 1);
+    EXPECT_EQ(g_fired.count, 2);
+    EXPECT_EQ(Zpand_TimerStop(), ZOK);
+    JavaDestroy();
+    Active();  // destroy forgot the callback
+    EXPECT_EQ(g_otherCount, 1);
+    EXPECT_EQ(g_fired.count, 2);
+}
+
+TEST_F(JvmTimer, StartAfterDestroyCallsNoJava) {
+    JavaInit();
+    EXPECT_EQ(Zpand_TimerStart(60000, OnExpiry), ZOK);
+    EXPECT_TRUE(Armed());
+    EXPECT_EQ(Zpand_TimerStop(), ZOK);
+    JavaDestroy();
+    EXPECT_EQ(Zpand_TimerStart(0, OnExpiry), ZOK);
+    EXPECT_FALSE(Armed());
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(g_fired.count, 0);
+}
+
+TEST_F(JvmTimer, StartFromANativeThreadAttachesItOnlyForTheCall) {
+    JavaInit();
+    bool attachedAfter = true;
+    uint32_t rc = ZFAILED;
+    std::thread t([&] {
+        rc = Zpand_TimerStart(10, OnExpiry);
+        void *env = nullptr;
+        attachedAfter = kjvm::Vm()->GetEnv(&env, JNI_VERSION_1_2) == JNI_OK;
+    });
+    t.join();
+    EXPECT_EQ(rc, ZOK);
+    EXPECT_FALSE(attachedAfter);
+    EXPECT_TRUE(WaitFired(1, 5000));
+}
+
+TEST_F(JvmTimer, InstalledFunctionsReplaceJava) {
+    JavaInit();
+    Zpand_TimerSetInit(HookInit);
+    Zpand_TimerSetDestroy(HookDestroy);
+    Zpand_TimerSetStart(HookStart);
+    Zpand_TimerSetStop(HookStop);
+    EXPECT_EQ(Zpand_TimerGetInit(), HookInit);
+    EXPECT_EQ(Zpand_TimerGetDestroy(), HookDestroy);
+    EXPECT_EQ(Zpand_TimerGetStart(), HookStart);
+    EXPECT_EQ(Zpand_TimerGetStop(), HookStop);
+    // Each operation returns what the installed function returns.
+    EXPECT_EQ(Zpand_TimerInit(), 7u);
+    EXPECT_EQ(Zpand_TimerStart(0, OnExpiry), 9u);
+    EXPECT_EQ(g_hooks.len, 0u);
+    EXPECT_EQ(g_hooks.cb, OnExpiry);
+    EXPECT_EQ(Zpand_TimerStart(1234, OnOtherExpiry), 9u);
+    EXPECT_EQ(g_hooks.len, 1234u);
+    EXPECT_EQ(Zpand_TimerStop(), 10u);
+    EXPECT_EQ(Zpand_TimerDestroy(), 8u);
+    EXPECT_EQ(g_hooks.init, 1);
+    EXPECT_EQ(g_hooks.start, 2);
+    EXPECT_EQ(g_hooks.stop, 1);
+    EXPECT_EQ(g_hooks.destroy, 1);
+    // No Java timer was armed and the bridge kept no callback.
+    EXPECT_FALSE(Armed());
+    Active();
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_EQ(g_fired.count, 0);
+    EXPECT_EQ(g_otherCount, 0);
+    Zpand_TimerSetInit(nullptr);
+    Zpand_TimerSetDestroy(nullptr);
+    Zpand_TimerSetStart(nullptr);
+    Zpand_TimerSetStop(nullptr);
+    // Without them init and destroy do nothing, and Java is back.
+    EXPECT_EQ(Zpand_TimerInit(), ZOK);
+    EXPECT_EQ(Zpand_TimerDestroy(), ZOK);
+    EXPECT_EQ(Zpand_TimerStart(60000, OnExpiry), ZOK);
+    EXPECT_TRUE(Armed());
+}
+
+TEST_F(JvmTimer, TheTimerSlotsReachTheBridge) {
+    JavaInit();
+    Zos_OsenvLocateNew();
+    auto start = reinterpret_cast<uint32_t (*)(uint32_t, PFN_ZPAND_TIMER_CB)>(Zos_OsdepFind(105));
+    auto stop = reinterpret_cast<uint32_t (*)()>(Zos_OsdepFind(106));
+    ASSERT_NE(start, nullptr);
+    ASSERT_NE(stop, nullptr);
+    EXPECT_EQ(start(60000, OnExpiry), ZOK);
+    EXPECT_TRUE(Armed());
+    EXPECT_EQ(stop(), ZOK);
+    EXPECT_FALSE(Armed());
+}

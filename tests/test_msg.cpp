@@ -1,0 +1,197 @@
+// Messages: constructors, the carried event and its slots, shared arenas,
+// deleted handles and allocation failures.
+#include <cstring>
+#include <string>
+
+#include "zos_test.h"
+
+namespace {
+
+int g_failAt = 0;
+int g_calls = 0;
+int g_live = 0;
+void *FailingMalloc(uint32_t size) {
+    if (++g_calls == g_failAt) return nullptr;
+    void *p = Zpand_Malloc(size);
+    if (p != nullptr) ++g_live;
+    return p;
+}
+void CountingFree(void *p) {
+    if (p != nullptr) --g_live;
+    Zpand_Free(p);
+}
+
+TEST_F(ZosTest, MsgConstructorsAndGetters) {
+    char data[8] = "payload";
+    ZMSG m = Zos_MsgCreate(3, 4, 0x100);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(Zos_MsgGetSendTaskId(m), 3u);
+    EXPECT_EQ(Zos_MsgGetRecvTaskId(m), 4u);
+    EXPECT_EQ(Zos_MsgGetType(m), 0x100u);
+    EXPECT_EQ(Zos_MsgGetObject(m), 0u);
+    EXPECT_EQ(Zos_MsgGetData(m), nullptr);
+    ZEVNT e = Zos_MsgGetEvntId(m);  // made on demand, in the message's arena, pointing back
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(Zos_MsgGetEvntId(m), e);
+    EXPECT_EQ(Zos_EvntGetMemBuf(e), Zos_MsgGetMemBuf(m));
+    EXPECT_EQ(Zos_EvntGetMsgId(e), m);
+    EXPECT_EQ(Zos_EParmGetSendTaskId(e), 3u);
+    EXPECT_EQ(Zos_EParmGetRecvTaskId(e), 4u);
+    // Length 0 keeps the pointer as given; a length copies.
+    EXPECT_EQ(Zos_MsgSetData(m, data, 0), ZOK);
+    EXPECT_EQ(Zos_MsgGetData(m), data);
+    EXPECT_EQ(Zos_MsgSetData(m, data, 8), ZOK);
+    EXPECT_NE(Zos_MsgGetData(m), data);
+    EXPECT_STREQ(static_cast<char *>(Zos_MsgGetData(m)), "payload");
+    EXPECT_EQ(Zos_MsgSetObject(m, UINTPTR_MAX), ZOK);
+    EXPECT_EQ(Zos_MsgGetObject(m), UINTPTR_MAX);
+    EXPECT_EQ(Zos_EParmFindZ(e, ZOS_MSG_ELEM_OBJECT)->uiFlag, 1u);
+    Zos_MsgDelete(m);
+
+    m = Zos_MsgCreateX(1, 2, 3, 0x55, data, 4);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(Zos_MsgGetObject(m), 0x55u);
+    EXPECT_EQ(Zos_MsgGetDataLen(m), 4u);
+    EXPECT_EQ(std::memcmp(Zos_MsgGetData(m), "payl", 4), 0);
+    Zos_MsgDelete(m);
+    m = Zos_MsgCreateX(1, 2, 3, 0, nullptr, 0);  // nothing to carry: no event yet
+    EXPECT_EQ(Zos_MsgGetObject(m), 0u);
+    Zos_MsgDelete(m);
+
+    void *out = nullptr;
+    m = Zos_MsgCreateXD(5, 6, 7, 0x77, 300, &out);
+    ASSERT_NE(m, nullptr);
+    ASSERT_NE(out, nullptr);
+    EXPECT_EQ(Zos_MsgGetData(m), out);
+    EXPECT_EQ(Zos_MsgGetDataLen(m), 300u);
+    EXPECT_EQ(static_cast<uint8_t *>(out)[299], 0);
+    EXPECT_EQ(Zos_MsgGetObject(m), 0x77u);
+    Zos_MsgDelete(m);
+    m = Zos_MsgCreateXD(5, 6, 7, 0, 0, &out);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_NE(Zos_EParmFindZ(Zos_MsgGetEvntId(m), 0), nullptr);
+    Zos_MsgDelete(m);
+    EXPECT_TRUE(ktest::Logged().empty());
+}
+
+TEST_F(ZosTest, MsgInsideEventSharesItsArena) {
+    ZEVNT e = Zos_EvntCreate();
+    ASSERT_EQ(Zos_EParmSetStr(e, 1, "kept"), ZOK);
+    ZCBUF buf = Zos_EvntGetMemBuf(e);
+    ZMSG m = Zos_MsgCreateE(e, 8, 9, 10);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(Zos_MsgGetMemBuf(m), buf);
+    EXPECT_EQ(Zos_CbufRefCnt(buf), 2u);
+    EXPECT_EQ(Zos_MsgGetEvntId(m), e);
+    EXPECT_EQ(Zos_EParmGetRecvTaskId(e), 9u);
+    // A receiver's clone keeps the event alive after the message goes.
+    ASSERT_EQ(Zos_EvntClone(e), e);
+    Zos_MsgDelete(m);
+    EXPECT_STREQ(Zos_EParmGetStr(e, 1), "kept");
+    EXPECT_EQ(Zos_EParmGetSendTaskId(e), ZOS_INVALID_ID);  // the message died
+    EXPECT_EQ(Zos_CbufRefCnt(buf), 1u);
+    Zos_EvntDelete(e);
+
+    e = Zos_EvntCreate();
+    m = Zos_MsgCreateED(e, 1, 2, 3, 0x99, "abc", 3);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(Zos_MsgGetObject(m), 0x99u);
+    EXPECT_EQ(std::memcmp(Zos_MsgGetData(m), "abc", 3), 0);
+    Zos_MsgDelete(m);  // takes the event with it
+    EXPECT_EQ(Zos_EParmGetInt(e, 0), 0);
+    EXPECT_TRUE(ktest::LoggedContains("EParmGetInt invalid id"));
+
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_MsgCreateE(e, 1, 2, 3), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("MsgCreateE alloc mem."));
+    EXPECT_EQ(Zos_MsgCreateED(nullptr, 1, 2, 3, 0, nullptr, 0), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("MsgCreateED alloc mem."));
+}
+
+TEST_F(ZosTest, MsgDeletedIsRefused) {
+    ZMSG m = Zos_MsgCreateX(1, 2, 3, 4, nullptr, 0);
+    Zos_MsgDelete(m);
+    EXPECT_EQ(Zos_MsgGetSendTaskId(m), ZOS_INVALID_ID);
+    EXPECT_EQ(Zos_MsgGetRecvTaskId(m), ZOS_INVALID_ID);
+    EXPECT_EQ(Zos_MsgGetType(m), 0u);
+    EXPECT_EQ(Zos_MsgGetObject(m), 0u);
+    EXPECT_EQ(Zos_MsgGetEvntId(m), nullptr);
+    EXPECT_EQ(Zos_MsgSetData(m, "x", 1), ZFAILED);
+    Zos_MsgDelete(m);
+    Zos_MsgDelete(nullptr);
+    EXPECT_EQ(Zos_MsgGetType(nullptr), 0u);
+    for (const char *text :
+         {"MsgGetSendTaskId invalid magic.", "MsgGetRecvTaskId invalid magic.",
+          "MsgGetType invalid magic.", "MsgGetObject invalid magic.", "MsgGetEvntId invalid magic.",
+          "MsgSetData invalid magic.", "MsgDelete invalid magic."}) {
+        EXPECT_TRUE(ktest::LoggedContains(text)) << text;
+    }
+    EXPECT_EQ(ktest::Logged().size(), 8u);
+}
+
+// Every allocation of the constructors fails in turn: null, the right
+// line, nothing left allocated; a failed Zos_MsgCreateED leaves the
+// caller's event as it was.
+TEST_F(ZosTest, MsgAllocationFailureLeavesNothing) {
+    const std::string big(600, 'd');
+    ZEVNT keep = Zos_EvntCreate();
+    ASSERT_EQ(Zos_EParmSetUint(keep, 1, 1), ZOK);
+    ZOS_OSDEP_FUNC &mallocSlot = ktest::Slot(0);
+    ZOS_OSDEP_FUNC &freeSlot = ktest::Slot(2);
+    const ZOS_OSDEP_FUNC savedMalloc = mallocSlot;
+    const ZOS_OSDEP_FUNC savedFree = freeSlot;
+    mallocSlot = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
+    freeSlot = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingFree);
+    int okX = 0;
+    int okED = 0;
+    for (int n = 1; n < 32; ++n) {
+        g_failAt = n;
+        g_calls = 0;
+        g_live = 0;
+        ktest::ClearLogged();
+        ZMSG m = Zos_MsgCreateX(1, 2, 3, 4, big.data(), 600);
+        if (m != nullptr) {
+            okX = okX == 0 ? n : okX;
+            EXPECT_EQ(Zos_MsgGetDataLen(m), 600u);
+            Zos_MsgDelete(m);
+        } else {
+            const bool named = ktest::LoggedContains("MsgCreateX alloc mem.") ||
+                               ktest::LoggedContains("MsgCreateX set object.") ||
+                               ktest::LoggedContains("MsgCreateX set data.");
+            EXPECT_TRUE(named) << n;
+        }
+        EXPECT_EQ(g_live, 0) << n;
+
+        g_calls = 0;
+        void *out = &out;
+        m = Zos_MsgCreateXD(1, 2, 3, 4, 600, &out);
+        if (m == nullptr) {
+            EXPECT_EQ(out, nullptr);
+            const bool named = ktest::LoggedContains("MsgCreateXD alloc mem.") ||
+                               ktest::LoggedContains("MsgCreateXD create event.") ||
+                               ktest::LoggedContains("MsgCreateXD alloc data.");
+            EXPECT_TRUE(named) << n;
+        }
+        Zos_MsgDelete(m);
+        EXPECT_EQ(g_live, 0) << n;
+
+        g_calls = 0;
+        m = Zos_MsgCreateED(keep, 1, 2, 3, 5, big.data(), 600);
+        if (m != nullptr) {
+            okED = okED == 0 ? n : okED;
+            EXPECT_EQ(Zos_EvntClone(keep), keep);  // the message takes one reference away
+            Zos_MsgDelete(m);
+        } else {
+            EXPECT_EQ(Zos_EvntGetMsgId(keep), nullptr) << n;
+            EXPECT_EQ(Zos_EParmFindZ(keep, ZOS_MSG_ELEM_OBJECT)->uiFlag, 0u) << n;
+        }
+        EXPECT_EQ(Zos_EParmGetUint(keep, 1), 1u) << n;
+    }
+    mallocSlot = savedMalloc;
+    freeSlot = savedFree;
+    EXPECT_GT(okX, 2);  // record, event and data blocks each failed once first
+    EXPECT_GT(okED, 1);
+    Zos_EvntDelete(keep);
+}
+
+}  // namespace
