@@ -325,7 +325,7 @@ KESTRO_API uint32_t Abnf_AddXUiDigit(ST_ABNF_MSG *pstMsg, uint32_t uiValue);
 KESTRO_API uint32_t Abnf_AddQval(ST_ABNF_MSG *pstMsg, uint16_t usValue);
 /* The 32-bit value's most significant byte first. */
 KESTRO_API uint32_t Abnf_AddIpV4(ST_ABNF_MSG *pstMsg, uint32_t uiAddr);
-/* RFC 5952 text (lower case, longest zero run as "::"). */
+/* The layer's IPv6 text (Zos_InetNtop): lower case, longest zero run as "::". */
 KESTRO_API uint32_t Abnf_AddIpV6(ST_ABNF_MSG *pstMsg, const uint8_t *pucAddr);
 KESTRO_API uint32_t Abnf_AddTkn(ST_ABNF_MSG *pstMsg, const ST_ABNF_TKN_TBL *pstTable,
                                 uint32_t uiCount, uint32_t uiId);

@@ -176,7 +176,9 @@ TEST_F(ZosTest, AbnfConvertersAgainstModels) {
         const std::string h = pick(i % 4 ? "0123456789abcdefABCDEF" : "0123456789abcdefgx", 10);
         const bool hex = h.size() <= 8 && StrAll(h, [](char c) { return std::isxdigit(c) != 0; });
         ASSERT_EQ(Abnf_NStr2XUiDigit(h.data(), uint32_t(h.size()), &v) == ZOK, hex) << h;
-        if (hex) ASSERT_EQ(v, uint32_t(std::strtoull(h.c_str(), nullptr, 16))) << h;
+        if (hex) {
+            ASSERT_EQ(v, uint32_t(std::strtoull(h.c_str(), nullptr, 16))) << h;
+        }
 
         // IPv4 against inet_pton: equal where the model accepts; the rule
         // also takes leading zeros (up to 3 digits a part), which the model
@@ -215,7 +217,9 @@ TEST_F(ZosTest, AbnfConvertersAgainstModels) {
         uint8_t got[16];
         const bool p6 = inet_pton(AF_INET6, t.c_str(), &m6) == 1;
         ASSERT_EQ(Abnf_NStr2Ipv6(t.data(), uint32_t(t.size()), got) == ZOK, p6) << t;
-        if (p6) ASSERT_EQ(std::memcmp(got, &m6, 16), 0) << t;
+        if (p6) {
+            ASSERT_EQ(std::memcmp(got, &m6, 16), 0) << t;
+        }
     }
 }
 

@@ -118,7 +118,9 @@ TEST_F(ZosTest, AbnfSipReaderTortureMessages) {
         }
         ASSERT_TRUE(r.ok) << file << "\n" << r.report;
         EXPECT_EQ(r.msg.headers.size(), ModelHeaderCount(text)) << file;
-        if (r.msg.hasContentLength) EXPECT_EQ(r.msg.body.uiLen, r.msg.contentLength) << file;
+        if (r.msg.hasContentLength) {
+            EXPECT_EQ(r.msg.body.uiLen, r.msg.contentLength) << file;
+        }
     }
 }
 

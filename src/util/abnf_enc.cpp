@@ -2,10 +2,10 @@
 // percent-encoding both ways.
 #include <cstring>
 
-#include "abnf_inet.h"
 #include "abnf_int.h"
 #include "zos_dbuf.h"
 #include "zos_fmt.h"
+#include "zos_inet.h"
 
 using namespace abnf;
 
@@ -230,7 +230,7 @@ KESTRO_API uint32_t Abnf_AddIpV4(ST_ABNF_MSG *pstMsg, uint32_t uiAddr) {
 KESTRO_API uint32_t Abnf_AddIpV6(ST_ABNF_MSG *pstMsg, const uint8_t *pucAddr) {
     if (pstMsg == nullptr) return ZFAILED;
     char text[48];
-    if (pucAddr == nullptr || Ntop6(pucAddr, text, 44) != ZOK) {
+    if (pucAddr == nullptr || Zos_InetNtop(ZOS_INET_IPV6, pucAddr, text, 44) != ZOK) {
         return Fail(pstMsg, ABNF_ERR_ADD, "AbnfGetIpV6 invalid address.");
     }
     if (Abnf_AddPstStr(pstMsg, text) != ZOK) {

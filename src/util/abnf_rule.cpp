@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "abnf_int.h"
-#include "abnf_inet.h"
+#include "zos_inet.h"
 
 using namespace abnf;
 
@@ -316,7 +316,7 @@ KESTRO_API uint32_t Abnf_GetIpV6(ST_ABNF_MSG *pstMsg, uint8_t *pucAddr) {
     std::memcpy(text, p, n);
     text[n] = '\0';
     uint8_t addr[16];
-    if (!colon || abnf::Pton6(text, addr) != ZOK) {
+    if (!colon || Zos_InetPton6(text, addr) != ZOK) {
         SetErr(pstMsg, ABNF_ERR_IPV6);
         return ZFAILED;
     }

@@ -21,6 +21,28 @@ namespace {
 template <bool kNoCase>
 uint32_t Compare(uintptr_t zEntry, uintptr_t zKeyClass, uintptr_t zText, uintptr_t zLen);
 
+// Behind the entries, in the same allocation, the manager keeps the
+// reciprocal of its bucket count, so that the bucket of a key (key mod
+// count) is found with multiplications instead of a division.
+// (Copied in and out: on 32-bit targets the place is only 4-byte aligned.)
+void *Reciprocal(const ST_ABNF_TKN_MGR *mgr) {
+    return mgr->pstTkns + mgr->usCapacity;
+}
+
+inline uint32_t Bucket(const ST_ABNF_TKN_MGR *mgr, uint32_t key, uint32_t count) {
+#if defined(__SIZEOF_INT128__)
+    // Exact for every 32-bit key and count (Lemire's remainder by
+    // multiplication).
+    uint64_t m;
+    std::memcpy(&m, Reciprocal(mgr), sizeof(m));
+    const uint64_t low = m * key;
+    return static_cast<uint32_t>((static_cast<unsigned __int128>(low) * count) >> 64);
+#else
+    (void)mgr;
+    return key % count;
+#endif
+}
+
 // The table's chain walk with the compare function inlined: the entry of
 // (key class, text) under a key, or null.
 const ST_ABNF_TKN *FindEntry(const ST_ABNF_TKN_MGR *mgr, uint32_t key, uint16_t keyClass,
@@ -28,7 +50,7 @@ const ST_ABNF_TKN *FindEntry(const ST_ABNF_TKN_MGR *mgr, uint32_t key, uint16_t 
     const ST_ZOS_HASH &hash = mgr->stHash;
     if (hash.ppstBucket == nullptr || hash.uiSize == 0) return nullptr;
     const auto t = reinterpret_cast<uintptr_t>(text);
-    for (const ST_ZOS_HASH_NODE *n = hash.ppstBucket[key % hash.uiSize]; n != nullptr;
+    for (const ST_ZOS_HASH_NODE *n = hash.ppstBucket[Bucket(mgr, key, hash.uiSize)]; n != nullptr;
          n = n->pstNext) {
         const uint32_t differs = mgr->usNoCase != 0 ? Compare<true>(n->zItem, keyClass, t, len)
                                                     : Compare<false>(n->zItem, keyClass, t, len);
@@ -70,7 +92,8 @@ KESTRO_API uint32_t Abnf_TknHashCompNoCase(uintptr_t zEntry, uintptr_t zKeyClass
 
 KESTRO_API ST_ABNF_TKN_MGR *Abnf_TknMgrCreate(uint32_t uiId, uint32_t bNoCase,
                                               uint16_t usCapacity) {
-    const uint32_t size = sizeof(ST_ABNF_TKN_MGR) + uint32_t{usCapacity} * sizeof(ST_ABNF_TKN);
+    const uint32_t size =
+        sizeof(ST_ABNF_TKN_MGR) + uint32_t{usCapacity} * sizeof(ST_ABNF_TKN) + sizeof(uint64_t);
     auto *mgr = static_cast<ST_ABNF_TKN_MGR *>(Zos_MallocClrd(static_cast<int32_t>(size)));
     if (mgr == nullptr) {
         ZOS_LOG_ERR("AbnfTknMgrCreate malloc.");
@@ -88,6 +111,8 @@ KESTRO_API ST_ABNF_TKN_MGR *Abnf_TknMgrCreate(uint32_t uiId, uint32_t bNoCase,
         Zos_Free(mgr);
         return nullptr;
     }
+    const uint64_t m = usCapacity != 0 ? ~uint64_t{0} / usCapacity + 1 : 0;
+    std::memcpy(Reciprocal(mgr), &m, sizeof(m));
     mgr->uiMagic = ABNF_TKNMGR_MAGIC;
     if (!zos::LiveAdd(mgr)) {
         ZOS_LOG_ERR("AbnfTknMgrCreate malloc.");
