@@ -89,6 +89,8 @@ std::string Written(ZiniFile *ini, const std::string &path) {
 }  // namespace
 
 TEST_F(ZiniTest, CreateResultsAndUsableObjects) {
+    // The object is the buffer's first item: 28 bytes on 32-bit targets.
+    if (sizeof(void *) == 4) EXPECT_EQ(sizeof(ZiniFile), 28u);
     // No out argument: 1 and the create's own line.
     EXPECT_EQ(Zini_Create("x.ini", nullptr), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("IniCreate null parameter."));
@@ -493,6 +495,12 @@ void *FailingMalloc(uint32_t size) {
     return Zpand_Malloc(size);
 }
 
+// Refuses the large requests that grow the data-buffer pool; small ones
+// (error frames) still work.
+void *NoLargeMalloc(uint32_t size) {
+    return size >= 4096 ? nullptr : Zpand_Malloc(size);
+}
+
 }  // namespace
 
 TEST_F(ZiniTest, AllocationFailuresFailCleanly) {
@@ -530,4 +538,42 @@ TEST_F(ZiniTest, AllocationFailuresFailCleanly) {
     EXPECT_TRUE(sawCreateFail);
     EXPECT_TRUE(sawAllOk);
     EXPECT_TRUE(sawDecodeFail);
+}
+
+TEST_F(ZiniTest, RecordMemoryFailuresAreLoggedToTheErrorRecord) {
+    // The text's copy fits the object's first block; the records then need
+    // new blocks, which fail once the data-buffer pool is drained and the
+    // heap refuses to grow it (small requests still work, so the frames
+    // can be recorded).
+    std::string sects, keys = "[s]\n";
+    for (int i = 0; i < 400; ++i) sects += "[s" + std::to_string(i) + "]\n";
+    while (keys.size() < 2500) keys += "k=1\n";
+    const ZOS_OSDEP_FUNC saved = ktest::Slot(0);
+    for (const auto &[text, frame] : {std::pair{sects, "ini Buf get section node data memory"},
+                                      std::pair{keys, "ini Buf get key node data memory"}}) {
+        ZiniFile *ini = nullptr;
+        ASSERT_EQ(Zini_Init(&ini), ZOK);
+        ST_ABNF_ERR err{};
+        ASSERT_EQ(Abnf_ErrInit(&err), ZOK);
+        ST_ABNF_MSG msg{};
+        ST_ZOS_SSTR str{const_cast<char *>(text.data()), static_cast<uint32_t>(text.size())};
+        ASSERT_EQ(Abnf_MsgInit(&msg, ABNF_PROTO_TEXT, &str, ini->zMemBuf, &err, 1), ZOK);
+        ZDBUF filler = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MEM, 4096);
+        ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(NoLargeMalloc);
+        for (int i = 0; i < 100000 && Zos_DbufAlloc(filler, 4000) != nullptr; ++i) {
+        }
+        EXPECT_EQ(Zini_DecodeBuf(&msg, ini), ZFAILED);
+        ktest::Slot(0) = saved;
+        ZDBUF out = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
+        Zos_DumpPrintBuf(err.zDump, out);
+        std::string frames(Zos_DbufLen(out), '\0');
+        Zos_DbufCopyD(out, 0, static_cast<uint32_t>(frames.size()), frames.data());
+        EXPECT_NE(frames.find(frame), std::string::npos) << frames;
+        // What decoded before the failure stays usable.
+        EXPECT_GT(Zini_GetSectCount(ini), 0u);
+        Zos_DbufDelete(out);
+        Zos_DbufDelete(filler);
+        Abnf_ErrDestroy(&err);
+        Zini_Delete(ini);
+    }
 }
