@@ -577,3 +577,48 @@ TEST_F(ZiniTest, RecordMemoryFailuresAreLoggedToTheErrorRecord) {
         Zini_Delete(ini);
     }
 }
+
+TEST_F(ZiniTest, EncoderFailuresAreReported) {
+    Ini ini("[s]\nk=v\n");
+    ASSERT_EQ(ini.rc, ZOK);
+    // A shared output buffer refuses appends: the first step fails.
+    ZDBUF shared = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
+    ASSERT_NE(Zos_DbufClone(shared), nullptr);
+    ST_ABNF_ERR err{};
+    ASSERT_EQ(Abnf_ErrInit(&err), ZOK);
+    ST_ABNF_MSG msg{};
+    ASSERT_EQ(Abnf_MsgInit(&msg, ABNF_PROTO_TEXT, nullptr, shared, &err, 0), ZOK);
+    EXPECT_EQ(Zini_EncodeBuf(&msg, ini.p), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("IniEncodeBuf encode section."));
+    EXPECT_EQ(Zini_EncodeKey(&msg, KeyRec(SectRec(ini.p, 0), 0)), ZFAILED);
+    ZDBUF out = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
+    Zos_DumpPrintBuf(err.zDump, out);
+    std::string frames(Zos_DbufLen(out), '\0');
+    Zos_DbufCopyD(out, 0, static_cast<uint32_t>(frames.size()), frames.data());
+    EXPECT_NE(frames.find("\"ini IniEncodeSect add '['.\""), std::string::npos) << frames;
+    EXPECT_NE(frames.find("\"ini IniEncodeKey add pad.\""), std::string::npos) << frames;
+    Abnf_ErrDestroy(&err);
+    Zos_DbufDelete(out);
+    Zos_DbufDelete(shared);
+    Zos_DbufDelete(shared);
+
+    // An update whose output blocks cannot be had: the encoding fails, its
+    // report is printed and the file is not touched.
+    const std::string path = ktest::FreshDir("zini_encode") + "/x.ini";
+    ASSERT_EQ(Zfile_SaveSafe(path.c_str(), "old", 3), ZOK);
+    ZDBUF filler = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MEM, 4096);
+    const ZOS_OSDEP_FUNC saved = ktest::Slot(0);
+    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(NoLargeMalloc);
+    for (int i = 0; i < 100000 && Zos_DbufAlloc(filler, 4000) != nullptr; ++i) {
+    }
+    ktest::ClearPrinted();
+    EXPECT_EQ(Zini_Update(ini.p, path.c_str()), ZFAILED);
+    ktest::Slot(0) = saved;
+    Zos_DbufDelete(filler);
+    EXPECT_TRUE(ktest::LoggedContains("IniUpdate encode ini buffer fail."));
+    EXPECT_NE(ktest::Printed().find("ini IniEncodeSect add '['."), std::string::npos);
+    EXPECT_EQ(ktest::ReadFile(path), "old");
+    // With memory back the same object updates.
+    EXPECT_EQ(Zini_Update(ini.p, path.c_str()), ZOK);
+    EXPECT_EQ(ktest::ReadFile(path), "[s]\r\n    k=v\r\n\r\n");
+}
