@@ -90,7 +90,9 @@ std::string Written(ZiniFile *ini, const std::string &path) {
 
 TEST_F(ZiniTest, CreateResultsAndUsableObjects) {
     // The object is the buffer's first item: 28 bytes on 32-bit targets.
-    if (sizeof(void *) == 4) EXPECT_EQ(sizeof(ZiniFile), 28u);
+    if (sizeof(void *) == 4) {
+        EXPECT_EQ(sizeof(ZiniFile), 28u);
+    }
     // No out argument: 1 and the create's own line.
     EXPECT_EQ(Zini_Create("x.ini", nullptr), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("IniCreate null parameter."));
