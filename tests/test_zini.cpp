@@ -56,6 +56,16 @@ struct Ini {
     Ini &operator=(const Ini &) = delete;
 };
 
+// The frames an error record holds, as its dump prints them.
+std::string Frames(const ST_ABNF_ERR &err) {
+    ZDBUF out = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
+    Zos_DumpPrintBuf(err.zDump, out);
+    std::string frames(Zos_DbufLen(out), '\0');
+    Zos_DbufCopyD(out, 0, static_cast<uint32_t>(frames.size()), frames.data());
+    Zos_DbufDelete(out);
+    return frames;
+}
+
 // Runs the decoder over a text with an error record of its own and
 // returns the frames it logged (the dump's printed form), "" on success.
 std::string DecodeFrames(const std::string &text, uint16_t *code = nullptr) {
@@ -67,14 +77,7 @@ std::string DecodeFrames(const std::string &text, uint16_t *code = nullptr) {
     ST_ZOS_SSTR str{const_cast<char *>(text.data()), static_cast<uint32_t>(text.size())};
     EXPECT_EQ(Abnf_MsgInit(&msg, ABNF_PROTO_TEXT, &str, ini->zMemBuf, &err, 1), ZOK);
     std::string frames;
-    if (Zini_DecodeBuf(&msg, ini) != ZOK) {
-        ZDBUF out = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
-        Zos_DumpPrintBuf(err.zDump, out);
-        frames.resize(Zos_DbufLen(out));
-        Zos_DbufCopyD(out, 0, static_cast<uint32_t>(frames.size()), frames.data());
-        Zos_DbufDelete(out);
-        if (frames.empty()) frames = "<no frames>";
-    }
+    if (Zini_DecodeBuf(&msg, ini) != ZOK) frames = Frames(err) + "<failed>";
     if (code != nullptr) *code = err.usErrCode;
     Abnf_ErrDestroy(&err);
     Zini_Delete(ini);
@@ -566,14 +569,10 @@ TEST_F(ZiniTest, RecordMemoryFailuresAreLoggedToTheErrorRecord) {
         }
         EXPECT_EQ(Zini_DecodeBuf(&msg, ini), ZFAILED);
         ktest::Slot(0) = saved;
-        ZDBUF out = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
-        Zos_DumpPrintBuf(err.zDump, out);
-        std::string frames(Zos_DbufLen(out), '\0');
-        Zos_DbufCopyD(out, 0, static_cast<uint32_t>(frames.size()), frames.data());
+        const std::string frames = Frames(err);
         EXPECT_NE(frames.find(frame), std::string::npos) << frames;
         // What decoded before the failure stays usable.
         EXPECT_GT(Zini_GetSectCount(ini), 0u);
-        Zos_DbufDelete(out);
         Zos_DbufDelete(filler);
         Abnf_ErrDestroy(&err);
         Zini_Delete(ini);
@@ -593,14 +592,10 @@ TEST_F(ZiniTest, EncoderFailuresAreReported) {
     EXPECT_EQ(Zini_EncodeBuf(&msg, ini.p), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("IniEncodeBuf encode section."));
     EXPECT_EQ(Zini_EncodeKey(&msg, KeyRec(SectRec(ini.p, 0), 0)), ZFAILED);
-    ZDBUF out = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
-    Zos_DumpPrintBuf(err.zDump, out);
-    std::string frames(Zos_DbufLen(out), '\0');
-    Zos_DbufCopyD(out, 0, static_cast<uint32_t>(frames.size()), frames.data());
+    const std::string frames = Frames(err);
     EXPECT_NE(frames.find("\"ini IniEncodeSect add '['.\""), std::string::npos) << frames;
     EXPECT_NE(frames.find("\"ini IniEncodeKey add pad.\""), std::string::npos) << frames;
     Abnf_ErrDestroy(&err);
-    Zos_DbufDelete(out);
     Zos_DbufDelete(shared);
     Zos_DbufDelete(shared);
 
