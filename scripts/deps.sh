@@ -11,7 +11,8 @@ what=${1:-test}
 run_pkgs=(cmake ninja-build g++ libjemalloc-dev)
 test_pkgs=("${run_pkgs[@]}" clang clang-format libclang-rt-14-dev googletest
            g++-arm-linux-gnueabihf qemu-user libjemalloc2:armhf binutils)
-bench_pkgs=("${run_pkgs[@]}" libbenchmark-dev libssl-dev zlib1g-dev libfmt-dev)
+bench_pkgs=("${run_pkgs[@]}" libbenchmark-dev libssl-dev zlib1g-dev libfmt-dev
+            libosip2-dev)
 
 case "$what" in
   run) pkgs=("${run_pkgs[@]}") ;;

@@ -56,7 +56,7 @@ inline bool IsPrint(uint8_t c) {
     return (CType(c) & 0x57) != 0;
 }
 inline uint8_t Lower(uint8_t c) {
-    return IsUpper(c) ? static_cast<uint8_t>(c + 32) : c;
+    return static_cast<uint8_t>(c + ((CType(c) & 0x01) << 5));
 }
 
 inline const uint8_t *U(const char *p) {

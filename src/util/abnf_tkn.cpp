@@ -19,6 +19,25 @@ ST_ABNF_TKN_MGR *LiveTknMgr(ST_ABNF_TKN_MGR *mgr) {
 namespace {
 
 template <bool kNoCase>
+uint32_t Compare(uintptr_t zEntry, uintptr_t zKeyClass, uintptr_t zText, uintptr_t zLen);
+
+// The table's chain walk with the compare function inlined: the entry of
+// (key class, text) under a key, or null.
+const ST_ABNF_TKN *FindEntry(const ST_ABNF_TKN_MGR *mgr, uint32_t key, uint16_t keyClass,
+                             const char *text, uint32_t len) {
+    const ST_ZOS_HASH &hash = mgr->stHash;
+    if (hash.ppstBucket == nullptr || hash.uiSize == 0) return nullptr;
+    const auto t = reinterpret_cast<uintptr_t>(text);
+    for (const ST_ZOS_HASH_NODE *n = hash.ppstBucket[key % hash.uiSize]; n != nullptr;
+         n = n->pstNext) {
+        const uint32_t differs = mgr->usNoCase != 0 ? Compare<true>(n->zItem, keyClass, t, len)
+                                                    : Compare<false>(n->zItem, keyClass, t, len);
+        if (differs == 0) return reinterpret_cast<const ST_ABNF_TKN *>(n->zItem);
+    }
+    return nullptr;
+}
+
+template <bool kNoCase>
 uint32_t Compare(uintptr_t zEntry, uintptr_t zKeyClass, uintptr_t zText, uintptr_t zLen) {
     const auto *e = reinterpret_cast<const ST_ABNF_TKN *>(zEntry);
     const auto *text = reinterpret_cast<const uint8_t *>(zText);
@@ -124,12 +143,16 @@ KESTRO_API uint32_t Abnf_TknFind(ST_ABNF_TKN_MGR *pstMgr, uint16_t usKeyClass, c
         ZOS_LOG_ERR("AbnfTknFind invalid id.");
         return ABNF_TKN_INVALID;
     }
-    uintptr_t item = 0;
-    if (Zos_HashFind(&mgr->stHash, usKeyClass, reinterpret_cast<uintptr_t>(pcText), uiLen, &item) ==
-        0) {
-        return ABNF_TKN_UNKNOWN;
+    // The manager's key function, computed here rather than through the
+    // table's function pointer: the same djb2 key, stopping at a NUL.
+    const bool nocase = mgr->usNoCase != 0;
+    uint32_t h = 5381;
+    for (uint32_t i = 0; i < uiLen && pcText[i] != '\0'; i++) {
+        h = abnf::HashStep(h, static_cast<uint8_t>(pcText[i]), nocase);
     }
-    return reinterpret_cast<const ST_ABNF_TKN *>(item)->usTknId;
+    const uint32_t key = usKeyClass != 0 ? h * 33u + uint32_t{usKeyClass} * 128u : h;
+    const ST_ABNF_TKN *e = FindEntry(mgr, key, usKeyClass, pcText, uiLen);
+    return e != nullptr ? e->usTknId : ABNF_TKN_UNKNOWN;
 }
 
 KESTRO_API uint32_t Abnf_TknFindByKey(ST_ABNF_TKN_MGR *pstMgr, uint16_t usKeyClass, uint32_t uiKey,
@@ -139,12 +162,8 @@ KESTRO_API uint32_t Abnf_TknFindByKey(ST_ABNF_TKN_MGR *pstMgr, uint16_t usKeyCla
         ZOS_LOG_ERR("AbnfTknFindByKey invalid id.");
         return ABNF_TKN_INVALID;
     }
-    uintptr_t item = 0;
-    if (Zos_HashFindByKey(&mgr->stHash, uiKey, usKeyClass, reinterpret_cast<uintptr_t>(pcText),
-                          uiLen, &item) == 0) {
-        return ABNF_TKN_UNKNOWN;
-    }
-    return reinterpret_cast<const ST_ABNF_TKN *>(item)->usTknId;
+    const ST_ABNF_TKN *e = FindEntry(mgr, uiKey, usKeyClass, pcText, uiLen);
+    return e != nullptr ? e->usTknId : ABNF_TKN_UNKNOWN;
 }
 
 }  // extern "C"

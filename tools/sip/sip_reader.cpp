@@ -112,10 +112,7 @@ constexpr uint32_t kNameCount = sizeof(kNames) / sizeof(kNames[0]);
 // Each step that fails logs one frame (the innermost first) and fails.
 class Run {
   public:
-    Run(const Reader &reader, ST_ABNF_TKN_MGR *mgr, const ST_ABNF_CHRSET *set)
-        : reader_(reader), mgr_(mgr), set_(set) {
-        Abnf_ErrInit(&err_);
-    }
+    Run(ST_ABNF_TKN_MGR *mgr, const ST_ABNF_CHRSET *set) : mgr_(mgr), set_(set) {}
     ~Run() { Abnf_ErrDestroy(&err_); }
     Run(const Run &) = delete;
     Run &operator=(const Run &) = delete;
@@ -133,6 +130,9 @@ class Run {
 
   private:
     bool Fail(const char *what, uint32_t line) {
+        // The dump of the frames is made on the first failure only: most
+        // messages read, and they need none.
+        if (err_.zDump == nullptr && err_.usFrameCount == 0) err_.zDump = Zos_DumpCreate("abnf", 6);
         Abnf_ErrLog(&msg_, 0, 0, what, line);
         return false;
     }
@@ -150,7 +150,6 @@ class Run {
     bool Value(ST_ZOS_SSTR *out);
     bool Body(kestro::sip::Message *out);
 
-    const Reader &reader_;
     ST_ABNF_TKN_MGR *mgr_;
     const ST_ABNF_CHRSET *set_;
     ST_ABNF_ERR err_{};
@@ -256,22 +255,7 @@ bool Run::HeaderLine(kestro::sip::Message *out) {
     Abnf_RestoreBufState(&msg_, &mark);
     if (!Value(&h.raw)) return Fail("SipDecodeHdr value", __LINE__);
     if (Abnf_ExpectCRLF(&msg_) != ZOK) return Fail("SipDecodeHdr CRLF", __LINE__);
-    // Unfolded: each CR LF with the blanks after it becomes one space.
-    const char *p = h.raw.pcStr;
-    for (uint32_t i = 0; i < h.raw.uiLen; i++) {
-        if (p[i] == '\r' && i + 1 < h.raw.uiLen && p[i + 1] == '\n') {
-            i += 2;
-            while (i < h.raw.uiLen && (p[i] == ' ' || p[i] == '\t')) i++;
-            i--;
-            h.value.push_back(' ');
-            continue;
-        }
-        h.value.push_back(p[i]);
-    }
-    while (!h.value.empty() && (h.value.back() == ' ' || h.value.back() == '\t')) {
-        h.value.pop_back();
-    }
-    out->headers.push_back(std::move(h));
+    out->headers.push_back(h);
     return true;
 }
 
@@ -298,18 +282,38 @@ bool Run::Message(kestro::sip::Message *out) {
     for (;;) {
         ST_ZOS_SSTR ahead{};
         Abnf_GetScanningStr(&msg_, &ahead);
-        if (ahead.uiLen == 0) break;  // no empty line: the text ended after the headers
+        if (ahead.uiLen == 0) {
+            // No empty line: the text ended after the headers, so the body
+            // is empty (and a Content-Length above 0 is not met).
+            if (!Body(out)) return Fail("SipDecodeMsg body", __LINE__);
+            return true;
+        }
         if (Abnf_TryExpectCRLF(&msg_) == ZOK) {
             if (!Body(out)) return Fail("SipDecodeMsg body", __LINE__);
             return true;
         }
         if (!HeaderLine(out)) return Fail("SipDecodeMsg header", __LINE__);
     }
-    (void)reader_;
-    return true;
 }
 
 }  // namespace
+
+std::string Header::Value() const {
+    std::string v;
+    const char *p = raw.pcStr;
+    for (uint32_t i = 0; i < raw.uiLen; i++) {
+        if (p[i] == '\r' && i + 1 < raw.uiLen && p[i + 1] == '\n') {
+            i += 2;
+            while (i < raw.uiLen && (p[i] == ' ' || p[i] == '\t')) i++;
+            i--;
+            v.push_back(' ');
+            continue;
+        }
+        v.push_back(p[i]);
+    }
+    while (!v.empty() && (v.back() == ' ' || v.back() == '\t')) v.pop_back();
+    return v;
+}
 
 const Header *Message::Find(uint32_t id) const {
     for (const Header &h : headers) {
@@ -354,9 +358,13 @@ Reader::~Reader() {
 }
 
 bool Reader::Read(const char *data, uint32_t len, Message *out, bool report, Failure *fail) const {
+    // A fresh record that keeps the header vector's room for the next read.
+    std::vector<Header> room = std::move(out->headers);
+    room.clear();
     *out = Message{};
+    out->headers = std::move(room);
     if (!ok() || data == nullptr || len == 0) return false;
-    Run run(*this, mgr_, set_);
+    Run run(mgr_, set_);
     if (run.Start(data, len) && run.Message(out)) return true;
     if (fail != nullptr) run.Fill(fail, data);
     if (report) run.Report();
@@ -417,7 +425,8 @@ std::string Describe(const Message &msg) {
         s += " | ";
         Put(s, h.name);
         s += ": ";
-        Put(s, h.value.data(), uint32_t(h.value.size()));
+        const std::string v = h.Value();
+        Put(s, v.data(), uint32_t(v.size()));
         s += "\n";
     }
     std::snprintf(line, sizeof(line), "body: %u bytes", msg.body.uiLen);

@@ -84,10 +84,11 @@ enum HeaderId : uint16_t {
 };
 
 struct Header {
-    uint32_t id;        // a HeaderId, or ABNF_TKN_UNKNOWN
-    ST_ZOS_SSTR name;   // as written
-    ST_ZOS_SSTR raw;    // the value as written (folds included)
-    std::string value;  // unfolded: each line fold is one space, trailing blanks cut
+    uint32_t id;       // a HeaderId, or ABNF_TKN_UNKNOWN
+    ST_ZOS_SSTR name;  // as written
+    ST_ZOS_SSTR raw;   // the value as written (folds included)
+    // The value unfolded: each line fold is one space, trailing blanks cut.
+    std::string Value() const;
 };
 
 struct Message {
