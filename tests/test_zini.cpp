@@ -169,7 +169,7 @@ TEST_F(ZiniTest, DeletedAndNullHandlesAreRefused) {
 }
 
 TEST_F(ZiniTest, DecodesSectionsKeysCommentsAndWhiteSpace) {
-    // The Part's own example: a section and a key with a comment.
+    // A section and a key with a trailing comment.
     {
         Ini ini("[a]\nk = v ; note");
         ASSERT_EQ(ini.rc, ZOK);
