@@ -56,6 +56,16 @@ struct Ini {
     Ini &operator=(const Ini &) = delete;
 };
 
+// The frames an error record holds, as its dump prints them.
+std::string Frames(const ST_ABNF_ERR &err) {
+    ZDBUF out = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
+    Zos_DumpPrintBuf(err.zDump, out);
+    std::string frames(Zos_DbufLen(out), '\0');
+    Zos_DbufCopyD(out, 0, static_cast<uint32_t>(frames.size()), frames.data());
+    Zos_DbufDelete(out);
+    return frames;
+}
+
 // Runs the decoder over a text with an error record of its own and
 // returns the frames it logged (the dump's printed form), "" on success.
 std::string DecodeFrames(const std::string &text, uint16_t *code = nullptr) {
@@ -67,14 +77,7 @@ std::string DecodeFrames(const std::string &text, uint16_t *code = nullptr) {
     ST_ZOS_SSTR str{const_cast<char *>(text.data()), static_cast<uint32_t>(text.size())};
     EXPECT_EQ(Abnf_MsgInit(&msg, ABNF_PROTO_TEXT, &str, ini->zMemBuf, &err, 1), ZOK);
     std::string frames;
-    if (Zini_DecodeBuf(&msg, ini) != ZOK) {
-        ZDBUF out = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
-        Zos_DumpPrintBuf(err.zDump, out);
-        frames.resize(Zos_DbufLen(out));
-        Zos_DbufCopyD(out, 0, static_cast<uint32_t>(frames.size()), frames.data());
-        Zos_DbufDelete(out);
-        if (frames.empty()) frames = "<no frames>";
-    }
+    if (Zini_DecodeBuf(&msg, ini) != ZOK) frames = Frames(err) + "<failed>";
     if (code != nullptr) *code = err.usErrCode;
     Abnf_ErrDestroy(&err);
     Zini_Delete(ini);
@@ -89,6 +92,10 @@ std::string Written(ZiniFile *ini, const std::string &path) {
 }  // namespace
 
 TEST_F(ZiniTest, CreateResultsAndUsableObjects) {
+    // The object is the buffer's first item: 28 bytes on 32-bit targets.
+    if (sizeof(void *) == 4) {
+        EXPECT_EQ(sizeof(ZiniFile), 28u);
+    }
     // No out argument: 1 and the create's own line.
     EXPECT_EQ(Zini_Create("x.ini", nullptr), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("IniCreate null parameter."));
@@ -162,7 +169,7 @@ TEST_F(ZiniTest, DeletedAndNullHandlesAreRefused) {
 }
 
 TEST_F(ZiniTest, DecodesSectionsKeysCommentsAndWhiteSpace) {
-    // The Part's own example: a section and a key with a comment.
+    // A section and a key with a trailing comment.
     {
         Ini ini("[a]\nk = v ; note");
         ASSERT_EQ(ini.rc, ZOK);
@@ -493,6 +500,12 @@ void *FailingMalloc(uint32_t size) {
     return Zpand_Malloc(size);
 }
 
+// Refuses the large requests that grow the data-buffer pool; small ones
+// (error frames) still work.
+void *NoLargeMalloc(uint32_t size) {
+    return size >= 4096 ? nullptr : Zpand_Malloc(size);
+}
+
 }  // namespace
 
 TEST_F(ZiniTest, AllocationFailuresFailCleanly) {
@@ -530,4 +543,79 @@ TEST_F(ZiniTest, AllocationFailuresFailCleanly) {
     EXPECT_TRUE(sawCreateFail);
     EXPECT_TRUE(sawAllOk);
     EXPECT_TRUE(sawDecodeFail);
+}
+
+TEST_F(ZiniTest, RecordMemoryFailuresAreLoggedToTheErrorRecord) {
+    // The text's copy fits the object's first block; the records then need
+    // new blocks, which fail once the data-buffer pool is drained and the
+    // heap refuses to grow it (small requests still work, so the frames
+    // can be recorded).
+    std::string sects, keys = "[s]\n";
+    for (int i = 0; i < 400; ++i) sects += "[s" + std::to_string(i) + "]\n";
+    while (keys.size() < 2500) keys += "k=1\n";
+    const ZOS_OSDEP_FUNC saved = ktest::Slot(0);
+    for (const auto &[text, frame] : {std::pair{sects, "ini Buf get section node data memory"},
+                                      std::pair{keys, "ini Buf get key node data memory"}}) {
+        ZiniFile *ini = nullptr;
+        ASSERT_EQ(Zini_Init(&ini), ZOK);
+        ST_ABNF_ERR err{};
+        ASSERT_EQ(Abnf_ErrInit(&err), ZOK);
+        ST_ABNF_MSG msg{};
+        ST_ZOS_SSTR str{const_cast<char *>(text.data()), static_cast<uint32_t>(text.size())};
+        ASSERT_EQ(Abnf_MsgInit(&msg, ABNF_PROTO_TEXT, &str, ini->zMemBuf, &err, 1), ZOK);
+        ZDBUF filler = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MEM, 4096);
+        ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(NoLargeMalloc);
+        for (int i = 0; i < 100000 && Zos_DbufAlloc(filler, 4000) != nullptr; ++i) {
+        }
+        EXPECT_EQ(Zini_DecodeBuf(&msg, ini), ZFAILED);
+        ktest::Slot(0) = saved;
+        const std::string frames = Frames(err);
+        EXPECT_NE(frames.find(frame), std::string::npos) << frames;
+        // What decoded before the failure stays usable.
+        EXPECT_GT(Zini_GetSectCount(ini), 0u);
+        Zos_DbufDelete(filler);
+        Abnf_ErrDestroy(&err);
+        Zini_Delete(ini);
+    }
+}
+
+TEST_F(ZiniTest, EncoderFailuresAreReported) {
+    Ini ini("[s]\nk=v\n");
+    ASSERT_EQ(ini.rc, ZOK);
+    // A shared output buffer refuses appends: the first step fails.
+    ZDBUF shared = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
+    ASSERT_NE(Zos_DbufClone(shared), nullptr);
+    ST_ABNF_ERR err{};
+    ASSERT_EQ(Abnf_ErrInit(&err), ZOK);
+    ST_ABNF_MSG msg{};
+    ASSERT_EQ(Abnf_MsgInit(&msg, ABNF_PROTO_TEXT, nullptr, shared, &err, 0), ZOK);
+    EXPECT_EQ(Zini_EncodeBuf(&msg, ini.p), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("IniEncodeBuf encode section."));
+    EXPECT_EQ(Zini_EncodeKey(&msg, KeyRec(SectRec(ini.p, 0), 0)), ZFAILED);
+    const std::string frames = Frames(err);
+    EXPECT_NE(frames.find("\"ini IniEncodeSect add '['.\""), std::string::npos) << frames;
+    EXPECT_NE(frames.find("\"ini IniEncodeKey add pad.\""), std::string::npos) << frames;
+    Abnf_ErrDestroy(&err);
+    Zos_DbufDelete(shared);
+    Zos_DbufDelete(shared);
+
+    // An update whose output blocks cannot be had: the encoding fails, its
+    // report is printed and the file is not touched.
+    const std::string path = ktest::FreshDir("zini_encode") + "/x.ini";
+    ASSERT_EQ(Zfile_SaveSafe(path.c_str(), "old", 3), ZOK);
+    ZDBUF filler = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MEM, 4096);
+    const ZOS_OSDEP_FUNC saved = ktest::Slot(0);
+    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(NoLargeMalloc);
+    for (int i = 0; i < 100000 && Zos_DbufAlloc(filler, 4000) != nullptr; ++i) {
+    }
+    ktest::ClearPrinted();
+    EXPECT_EQ(Zini_Update(ini.p, path.c_str()), ZFAILED);
+    ktest::Slot(0) = saved;
+    Zos_DbufDelete(filler);
+    EXPECT_TRUE(ktest::LoggedContains("IniUpdate encode ini buffer fail."));
+    EXPECT_NE(ktest::Printed().find("ini IniEncodeSect add '['."), std::string::npos);
+    EXPECT_EQ(ktest::ReadFile(path), "old");
+    // With memory back the same object updates.
+    EXPECT_EQ(Zini_Update(ini.p, path.c_str()), ZOK);
+    EXPECT_EQ(ktest::ReadFile(path), "[s]\r\n    k=v\r\n\r\n");
 }
