@@ -19,6 +19,9 @@ typedef struct tagZmd5Ctx {
     uint8_t aucBuf[64];
 } Zmd5Ctx;
 
+/* The final padding block: 0x80 followed by 63 zero bytes. */
+KESTRO_API extern const uint8_t aucZmd5Padding[64];
+
 KESTRO_API void Zmd5_Init(Zmd5Ctx *pstCtx);
 KESTRO_API void Zmd5_Update(Zmd5Ctx *pstCtx, const uint8_t *pucData, uint32_t uiLen);
 /* Pads, writes the 16-byte digest and clears the whole context. */

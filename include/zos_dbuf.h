@@ -109,6 +109,17 @@ KESTRO_API uint8_t *Zos_DbufBlkO2D(ZDBUF zDbuf, uint32_t uiIndex, uint32_t uiOff
 
 /* Append: one byte, bytes, a C string (without its NUL), all of another
  * buffer, formatted text. A length of 0 fails without a log line. */
+/* Adds the bytes in new blocks only, before the first block (bPrepend)
+ * or after the last, leaving the room of the existing end block unused:
+ * data longer than the standard block size goes in one block of exactly
+ * its length when that can be had; otherwise the remainder (length mod
+ * the block size) takes one standard block placed outermost (at the end
+ * of its area when prepending, at its start when appending) and the rest
+ * full standard blocks. On failure nothing changes ("DbufAddData alloc
+ * data."). Memory and shared buffers are refused. The append and prepend
+ * forms build their new blocks with it. */
+KESTRO_API uint32_t Zos_DbufAddData(ZDBUF zDbuf, const void *pData, uint32_t uiLen,
+                                    uint32_t bPrepend);
 KESTRO_API uint32_t Zos_DbufPstAddD(ZDBUF zDbuf, uint8_t ucData);
 KESTRO_API uint32_t Zos_DbufPstAddMultD(ZDBUF zDbuf, const void *pData, uint32_t uiLen);
 KESTRO_API uint32_t Zos_DbufPstAddStrD(ZDBUF zDbuf, const char *pcStr);

@@ -14,6 +14,7 @@
 #ifndef ZOS_LOG_H
 #define ZOS_LOG_H
 
+#include "zos_time.h"
 #include "zos_type.h"
 
 ZOS_BEGIN_DECLS
@@ -114,6 +115,42 @@ KESTRO_API uint32_t Zos_LogNameBuf(ZLOGID zLogId, const char *pcName, uint32_t u
 
 /* Writes the cached lines to the log's file and puts the file on disk. */
 KESTRO_API uint32_t Zos_LogFlush(ZLOGID zLogId);
+
+/* The steps of writing a line and of keeping a log's files, for modules
+ * that drive a log directly. Each refuses an invalid log (0 or ZFAILED).
+ * Zos_LogAddPrefix: the line prefix ("<date> <time> <name>: <LEVEL>: "
+ * as the configuration's switches allow, then pcPrefix and a space when
+ * given) into pcBuf; the result is its length. pcName replaces the log's
+ * name when not empty.
+ * Zos_LogPrint: formats and displays one line whatever the level mask
+ * (the writing functions check the mask first), and calls the watcher.
+ * Zos_LogDisp: displays a finished text: file or cache, console echo,
+ * rotation by size, display hook. Zos_LogDispBuff / Zos_LogDispFile: only
+ * the cache of a log without a file (it keeps the latest text, wrapping
+ * at its end) / only the file's ring of a log with a file.
+ * Zos_LogAdjFile: rotation: the ring goes to the file, which is closed,
+ * and a new file named by the current time starts ("#ZOSLOG#\r\n").
+ * Zos_LogAppendFile: records a file with its creation time in the log's
+ * list, oldest first; a full list removes its oldest file from disk
+ * ("LogAppendFile remove oldest %s.\n"), and a file older than all of a
+ * full list is removed itself ("LogAppendFile remove %s.\n").
+ * Zos_LogGetFileList: adds to the list the files of the path's name
+ * pattern found in its directory (files listed already are kept once).
+ * Zos_LogGetFileName: the file-name template of a path (prefix, the time
+ * as "%d%02d%02d_%02d%02d%02d_%03d", then "." and the extension, every
+ * '%' of the path doubled); free it with Zos_PrintFree. */
+KESTRO_API uint32_t Zos_LogAddPrefix(ZLOGID zLogId, const char *pcName, uint32_t uiLevel,
+                                     const char *pcPrefix, char *pcBuf, uint32_t uiSize);
+KESTRO_API uint32_t Zos_LogPrint(ZLOGID zLogId, const char *pcName, uint32_t uiLevel,
+                                 const char *pcPrefix, const char *pcFormat, va_list ap);
+KESTRO_API uint32_t Zos_LogDisp(ZLOGID zLogId, const char *pcText, uint32_t uiLen);
+KESTRO_API uint32_t Zos_LogDispBuff(ZLOGID zLogId, const char *pcText, uint32_t uiLen);
+KESTRO_API uint32_t Zos_LogDispFile(ZLOGID zLogId, const char *pcText, uint32_t uiLen);
+KESTRO_API uint32_t Zos_LogAdjFile(ZLOGID zLogId);
+KESTRO_API uint32_t Zos_LogAppendFile(ZLOGID zLogId, const char *pcFile,
+                                      const ST_ZOS_SYS_TIME *pstTime);
+KESTRO_API uint32_t Zos_LogGetFileList(ZLOGID zLogId, const char *pcFile);
+KESTRO_API char *Zos_LogGetFileName(const char *pcFile);
 
 /* Debug commands. Zos_LogDbgSetLevel takes exactly four arguments:
  * command word, log name, level name (ERROR, INFO, WARN, DEBUG, FATAL,

@@ -52,6 +52,37 @@ KESTRO_API uint32_t Zos_PoolChkBkt(ZPOOL zPool, uint32_t uiBktIdx);
 /* Checks every bucket: 1 when all are sound, else 0. */
 KESTRO_API uint32_t Zos_PoolChkPool(ZPOOL zPool);
 
+/* The pool's own steps, exported for the engine's modules; each refuses an
+ * invalid pool (ZFAILED or null) and takes the pool's lock.
+ * Zos_BktGrpCreate: every bucket that has no block gets its first block
+ * of its initial count ("BktGrpCreate <%s> create bucket." on failure).
+ * Zos_BktGrpDelete: every block of every bucket goes back to the backing
+ * allocator; nodes handed out from them become invalid, large
+ * allocations stay.
+ * Zos_BktCreate: adds a block to bucket uiBktIdx: with bFirst the first
+ * block of its initial count (only for a bucket without blocks), else one
+ * of its increment ("BktCreate <%s> invalid size.", "... invalid bucket
+ * id.", "... increase zero size.", "... heap alloc.").
+ * Zos_BktDelete: gives back a block of the bucket whose nodes are all
+ * free; ZFAILED for any other block.
+ * Zos_BktFindBlk: the block of bucket uiBktIdx holding the node of a data
+ * pointer (the block list searched from its tail), or null.
+ * Zos_BktFree: the shrink step for a free node: its block goes back when
+ * all its nodes are free, unless the bucket is at its initial count or
+ * the block is the bucket's first ("BktFree locate bucekt block." when
+ * no block holds it). ZFAILED when pMem is not a free node of the pool.
+ * Zos_PoolHeapAlloc / Zos_PoolHeapFree: a large allocation outside the
+ * buckets, as Zos_PoolAlloc makes above the largest bucket, and its free
+ * ("PoolHeapFree invalid magic value." for anything else). */
+KESTRO_API uint32_t Zos_BktGrpCreate(ZPOOL zPool);
+KESTRO_API void Zos_BktGrpDelete(ZPOOL zPool);
+KESTRO_API uint32_t Zos_BktCreate(ZPOOL zPool, uint32_t uiBktIdx, uint32_t bFirst);
+KESTRO_API uint32_t Zos_BktDelete(ZPOOL zPool, uint32_t uiBktIdx, void *pBlk);
+KESTRO_API void *Zos_BktFindBlk(ZPOOL zPool, uint32_t uiBktIdx, const void *pMem);
+KESTRO_API uint32_t Zos_BktFree(ZPOOL zPool, void *pMem);
+KESTRO_API void *Zos_PoolHeapAlloc(ZPOOL zPool, uint32_t uiSize);
+KESTRO_API void Zos_PoolHeapFree(ZPOOL zPool, void *pMem);
+
 /* Statistics of one bucket, in the order the memory report prints them. */
 typedef struct tagZOS_POOL_BKT_STAT {
     uint32_t uiSize;   /* data size of the nodes */

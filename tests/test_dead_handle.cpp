@@ -97,6 +97,13 @@ TEST_F(ZosTest, DeadHandleContainers) {
     Zos_RbtDelete(tree);
     ExpectRefused("RbtInsert invalid id.", [&] { EXPECT_EQ(Zos_RbtAdd(tree, 1, 2), ZFAILED); });
     ExpectRefused("RbtDelete invalid id.", [&] { Zos_RbtDelete(tree); });
+    // A tree whose parent arena was deleted went with it.
+    ZCBUF parent = Zos_CbufCreate(64);
+    ZRBT child = Zos_RbtCreate(parent);
+    ASSERT_NE(child, nullptr);
+    ASSERT_EQ(Zos_RbtAdd(child, 1, 2), ZOK);
+    Zos_CbufDelete(parent);
+    ExpectRefused("RbtInsert invalid id.", [&] { EXPECT_EQ(Zos_RbtAdd(child, 3, 4), ZFAILED); });
 
     ZOMAP map = Zos_OmapCreate(1, 10);
     ASSERT_NE(map, nullptr);

@@ -101,3 +101,57 @@ TEST_F(KestroTool, LeavesNoFilesBehind) {
     EXPECT_EQ(Kestro("sms decode 00", dir).code, 1);
     EXPECT_TRUE(ktest::FilesIn(dir).empty());
 }
+
+TEST_F(KestroTool, SmsDecodeRefusesWhatItCannotReadWhole) {
+    // Truncated: the service centre field runs past the end; a DELIVER
+    // whose originator is cut short. Neither is an RPDU.
+    ToolRun r = Kestro("sms decode 0791728301");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.out.find("service centre address at octet 2"), std::string::npos) << r.out;
+    r = Kestro("sms decode 07917283010010F5040BC8723888");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.out.find("TP-OA at octet 11"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("RPDU\n"), std::string::npos);
+    EXPECT_EQ(Kestro("sms decode 0791").code, 1);
+    EXPECT_EQ(Kestro("sms decode 069100").code, 1) << "an RP-SMMA with an octet left over";
+    EXPECT_EQ(Kestro("sms decode 0Z").code, 2);
+    EXPECT_EQ(Kestro("sms decode 123").code, 2);
+}
+
+TEST_F(KestroTool, SmsDecodeNamesWhatItReads) {
+    // SMS-SUBMIT with a service centre field of length 0, relative validity.
+    ToolRun r = Kestro("sms decode 0011000B916407281553F80000AA0AE8329BFD4697D9EC37");
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.out.find("SMS-SUBMIT"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("destination     +46708251358"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("text            hellohello"), std::string::npos) << r.out;
+    // A status report read from standard input, white space ignored.
+    const std::string input = ktest::TempDir() + "/status_report.txt";
+    FILE *f = std::fopen(input.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fputs("0006D60B911326880736F4 1110117195514011101171957140\n00\n", f);
+    std::fclose(f);
+    r = Kestro("sms decode < '" + input + "'");
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.out.find("SMS-STATUS-REPORT"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("zone +4 quarter hours (+60 min)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("status          0x00 (delivered)"), std::string::npos) << r.out;
+    // A 7-bit DELIVER with a concatenation header: the header, then the text.
+    r = Kestro("sms decode 00440B916407281553F80000111011719551400C0500030E0201D06536FB0D");
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.out.find("concatenated  reference 14, part 1 of 2"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("text            hello\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("zone (library)"), std::string::npos) << r.out;
+    // The RPDUs: SUBMIT in RP-DATA, RP-ERROR with its cause and no TPDU
+    // label of a report type, RP-ACK carrying a deliver report.
+    r = Kestro("sms decode 0000000291940C1100049194210000AA02E834");
+    EXPECT_NE(r.out.find("RP-DATA (phone to network)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  SMS-SUBMIT"), std::string::npos) << r.out;
+    r = Kestro("sms decode 040542016F020000");
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.out.find("cause           111"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("SMS-DELIVER\n"), std::string::npos) << r.out;
+    r = Kestro("sms decode 020541020000");
+    EXPECT_NE(r.out.find("RP-ACK (phone to network)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("SMS-DELIVER-REPORT"), std::string::npos) << r.out;
+}

@@ -57,8 +57,11 @@ std::string Fields(int64_t wall, int32_t offset) {
     const time_t tt = static_cast<time_t>(wall);
     std::tm tm{};
     char buf[64];
-    snprintf(buf, sizeof buf, "%d-%d-%d w%d %d:%d:%d %d", gmtime_r(&tt, &tm)->tm_year + 1900,
-             tm.tm_mon + 1, tm.tm_mday, tm.tm_wday, tm.tm_hour, tm.tm_min, tm.tm_sec, offset);
+    // Broken down before the call: the order in which arguments are
+    // evaluated is unspecified (GCC reads the later fields first).
+    gmtime_r(&tt, &tm);
+    snprintf(buf, sizeof buf, "%d-%d-%d w%d %d:%d:%d %d", tm.tm_year + 1900, tm.tm_mon + 1,
+             tm.tm_mday, tm.tm_wday, tm.tm_hour, tm.tm_min, tm.tm_sec, offset);
     return buf;
 }
 

@@ -96,25 +96,6 @@ struct Options {
     std::vector<std::pair<std::string, std::string>> values_;
 };
 
-// ISO 8859-1 text (the 7-bit decoders' output) for a UTF-8 terminal.
-std::string Latin1ToUtf8(const std::string &s) {
-    std::string out;
-    for (unsigned char c : s) {
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
-
-bool IsUcs2(uint8_t dcs) {
-    if ((dcs & 0x80) != 0) return (dcs & 0xF0) == 0xE0;
-    return (dcs & 0x20) == 0 && ((dcs >> 2) & 0x03) == 2;
-}
-
 std::string HexOf(const uint8_t *p, int32_t n) {
     if (n <= 0) return "";
     std::string out(2 * static_cast<size_t>(n) + 1, '\0');
@@ -123,105 +104,21 @@ std::string HexOf(const uint8_t *p, int32_t n) {
     return out;
 }
 
-// The header fields of an SMS-DELIVER, read with the buffer primitives; the
-// originator, time stamp and text come from the codec's own reader.
-bool ShowDeliver(const char *hex, const char *indent) {
-    char from[PDU_ADDR_SIZE];
-    std::vector<char> text(2048);
-    ST_ZOS_SYS_TIME t{};
-    if (PDU_3gppGetSubmitPduMessageAndAddress(hex, from, text.data(),
-                                              static_cast<uint32_t>(text.size()), &t) != 0) {
-        return false;
-    }
-    PduBuf buf;
-    uint8_t scLen = 0, scType = 0, first = 0, oaLen = 0, oaType = 0, pid = 0, dcs = 0;
-    char sc[2 * 256 + 2] = "";
-    if (_PDU_pduInitDecode(&buf, hex, 0) < 0 || _PDU_pduReadByte(&buf, &scLen) < 0) return false;
-    if (scLen > 0) {
-        if (_PDU_pduReadByte(&buf, &scType) < 0 ||
-            _PDU_pduDecodeAddress(&buf, scLen - 1u, scType, sc) < 0) {
-            return false;
-        }
-    }
-    if (_PDU_pduReadByte(&buf, &first) < 0 || _PDU_pduReadByte(&buf, &oaLen) < 0 ||
-        _PDU_pduReadByte(&buf, &oaType) < 0 || _PDU_pduAdvance(&buf, (oaLen + 1u) / 2u) < 0 ||
-        _PDU_pduReadByte(&buf, &pid) < 0 || _PDU_pduReadByte(&buf, &dcs) < 0) {
-        return false;
-    }
-    std::printf("%sSMS-DELIVER\n", indent);
-    if (scLen > 0) {
-        std::printf("%s  service centre  %s (type 0x%02X)\n", indent, sc, scType);
-    } else {
-        std::printf("%s  service centre  none\n", indent);
-    }
-    std::printf("%s  first octet     0x%02X (MMS %d, SRI %d, UDHI %d, RP %d)\n", indent, first,
-                (first >> 2) & 1, (first >> 5) & 1, (first >> 6) & 1, (first >> 7) & 1);
-    std::printf("%s  originator      %s (%u semi-octets, type 0x%02X)\n", indent,
-                Latin1ToUtf8(from).c_str(), oaLen, oaType);
-    std::printf("%s  protocol id     0x%02X\n", indent, pid);
-    std::printf("%s  coding scheme   0x%02X (%s)\n", indent, dcs, IsUcs2(dcs) ? "UCS-2" : "7-bit");
-    std::printf("%s  time stamp      %04u-%02u-%02u %02u:%02u:%02u, zone %d s\n", indent, t.wYear,
-                t.ucMonth, t.ucDay, t.ucHour, t.ucMinute, t.ucSecond, t.iTzOffset);
-    const std::string body = IsUcs2(dcs) ? text.data() : Latin1ToUtf8(text.data());
-    std::printf("%s  text            %s\n", indent, body.c_str());
-    return true;
-}
-
-bool ShowRpdu(const char *hex) {
-    char from[PDU_ADDR_SIZE];
-    char tpdu[2 * PDU_BUF_SIZE + 4];
-    int32_t tpType = -1, mti = -1, mr = -1, extra = -1;
-    tpdu[0] = '\0';
-    if (PDU_3gppDecodeSms(hex, 0, tpdu, sizeof(tpdu), from, 0, &tpType, &mti, &mr, &extra) != 0) {
-        return false;
-    }
-    static const char *const kMti[] = {"RP-DATA (MS to network)",  "RP-DATA (network to MS)",
-                                       "RP-ACK (MS to network)",   "RP-ACK (network to MS)",
-                                       "RP-ERROR (MS to network)", "RP-ERROR (network to MS)"};
-    std::printf("RPDU\n  message type    %d %s\n", mti, mti >= 0 && mti < 6 ? kMti[mti] : "other");
-    if (mti >= 6) return true;
-    std::printf("  reference       %d\n", mr);
-    if (mti <= 1) std::printf("  originator      %s\n", from);
-    if (mti >= 4) std::printf("  cause           %d\n", extra);
-    if (tpType >= 0) {
-        const char *kind = tpType == PDU_TP_DELIVER  ? "SMS-DELIVER"
-                           : tpType == PDU_TP_REPORT ? "report (TP-MTI 1)"
-                                                     : "status report (TP-MTI 2)";
-        std::printf("  TPDU type       %d %s\n", tpType, kind);
-    }
-    if (mti <= 1) {
-        std::printf("  TPDU            %s\n", tpdu + 2);
-        if (tpType == PDU_TP_DELIVER && !ShowDeliver(tpdu, "  ")) {
-            std::printf("  (the SMS-DELIVER inside does not decode)\n");
-        }
-    }
-    return true;
-}
-
 int SmsDecode(int argc, char **argv) {
     Options o;
-    if (!o.Parse(argc, argv, {}, {}) || o.words.size() != 1) {
-        std::fprintf(stderr, "usage: kestro sms decode <hex>\n");
+    if (!o.Parse(argc, argv, {}, {}) || o.words.size() > 1) {
+        std::fprintf(stderr, "usage: kestro sms decode [hex]   (standard input without hex)\n");
         return 2;
     }
-    const char *hex = o.words[0].c_str();
-    for (const char *p = hex; *p != '\0'; ++p) {
-        const bool digit =
-            (*p >= '0' && *p <= '9') || (*p >= 'a' && *p <= 'f') || (*p >= 'A' && *p <= 'F');
-        if (!digit) {
-            std::fprintf(stderr, "kestro: not hexadecimal: %s\n", hex);
-            return 2;
-        }
+    std::string text;
+    if (o.words.size() == 1) {
+        text = o.words[0];
+    } else {
+        char buf[4096];
+        size_t n;
+        while ((n = std::fread(buf, 1, sizeof(buf), stdin)) > 0) text.append(buf, n);
     }
-    if (o.words[0].size() % 2 != 0 || o.words[0].size() > 2 * PDU_BUF_SIZE) {
-        std::fprintf(stderr, "kestro: need an even number of digits, at most %u\n",
-                     2 * PDU_BUF_SIZE);
-        return 2;
-    }
-    // An SMS-DELIVER is tried first: its reader is the stricter of the two.
-    if (ShowDeliver(hex, "") || ShowRpdu(hex)) return 0;
-    std::fprintf(stderr, "kestro: neither an SMS-DELIVER nor an RPDU\n");
-    return 1;
+    return SmsDecodeText(text);
 }
 
 // A number the encoders can write: digits, optionally after one leading

@@ -1,6 +1,8 @@
 // Subcommands of the kestro program. Each returns the process exit code.
 #pragma once
 
+#include <string>
+
 namespace kestro {
 
 struct Command {
@@ -27,6 +29,9 @@ int RunUuid(int argc, char **argv);
 int RunRandom(int argc, char **argv);
 // SMS PDUs: "sms decode <hex>", "sms submit", "sms deliver", "sms deliver-report".
 int RunSms(int argc, char **argv);
+// The tool's own SMS PDU reader (cmd_sms_decode.cpp): prints every field of
+// a whole message, or says which field is wrong at which octet (exit 1).
+int SmsDecodeText(const std::string &text);
 // Code points and UTF-16 units of a UTF-8 text.
 int RunUtf8(int argc, char **argv);
 // A UTF-8 text spelled in pinyin.

@@ -5,13 +5,14 @@
 #include "zos_fmt.h"
 #include "zutil_bytes.h"
 
+// The final padding: 0x80, then zeros. Exported: other modules pad with it.
+extern "C" KESTRO_API const uint8_t aucZmd5Padding[64] = {0x80};
+
 namespace {
 
 using zutil::LoadLe32;
 using zutil::Rotl;
 using zutil::StoreLe32;
-
-const uint8_t aucZmd5Padding[64] = {0x80};
 
 // The four round functions; G and I in forms that shorten the dependency
 // chain (same values as the textbook definitions).

@@ -37,6 +37,10 @@ struct ZosCbuf {
     ZBPOOL zBpool;
     ST_ZOS_DLIST stLarge;
     ST_ZOS_DLIST stChildren;
+    // The record a "D" create placed first in the arena. A handle made
+    // there (a tree, a hash table) dies with the arena, also when a parent
+    // deletes it: its registration goes at the same time.
+    void *pFirst;
 };
 
 struct LargeHdr {
@@ -92,6 +96,7 @@ ZosCbuf *Create(uint32_t hint) {
     c->stLink.pstPrev = nullptr;
     c->uiRefs = 1;
     c->pstParent = nullptr;
+    c->pFirst = nullptr;
     c->zBpool = zos::BpoolPlace(reinterpret_cast<uint8_t *>(c) + kRecSize, 0, page, 4);
     ListInit(&c->stLarge);
     ListInit(&c->stChildren);
@@ -144,6 +149,7 @@ ZCBUF CreateWith(ZCBUF parent, uint32_t pageHint, uint32_t size, void **ppData, 
         Zos_CbufDelete(c);
         return nullptr;
     }
+    static_cast<ZosCbuf *>(c)->pFirst = p;
     *ppData = p;
     return c;
 }
@@ -293,6 +299,7 @@ KESTRO_API void Zos_CbufDelete(ZCBUF zCbuf) {
     // Children that survived the clean lose their parent.
     while (Link *l = zos::DlistUnlinkHead(&c->stChildren)) FromLink(l)->pstParent = &g_deadParent;
     Zos_BpoolDelete(c->zBpool);
+    if (c->pFirst != nullptr) zos::LiveRemove(c->pFirst);
     zos::LiveRemove(c);
     c->uiMagic = 0;
     ListInit(&c->stLarge);

@@ -973,6 +973,23 @@ KESTRO_API uint32_t Zos_DbufPstAddD(ZDBUF zDbuf, uint8_t ucData) {
     return AddByte(zDbuf, ucData, false, "DbufPstAddD invalid id.", "DbufPstAddD alloc data.");
 }
 
+KESTRO_API uint32_t Zos_DbufAddData(ZDBUF zDbuf, const void *pData, uint32_t uiLen,
+                                    uint32_t bPrepend) {
+    ZosDbuf *b = Check(zDbuf, ZOS_DBUF_TYPE_MEM, true, false);
+    if (b == nullptr || pData == nullptr || uiLen == 0 || uiLen > kMaxLen - b->uiLen) {
+        return ZFAILED;
+    }
+    Chain c;
+    if (!AddData(b, static_cast<const uint8_t *>(pData), uiLen, bPrepend != 0, &c)) return ZFAILED;
+    if (bPrepend != 0) {
+        LinkBefore(b, c);
+    } else {
+        LinkAfter(b, c);
+    }
+    b->uiLen += uiLen;
+    return ZOK;
+}
+
 KESTRO_API uint32_t Zos_DbufPstAddMultD(ZDBUF zDbuf, const void *pData, uint32_t uiLen) {
     ZosDbuf *b = Check(zDbuf, ZOS_DBUF_TYPE_MEM, true, false);
     if (b == nullptr) {

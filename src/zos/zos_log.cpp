@@ -287,6 +287,12 @@ void AppendFile(LogRec *r, char *name, int64_t key) {
         Zos_PrintFree(name);
         return;
     }
+    for (uint32_t i = 0; i < r->ucFileCnt; ++i) {
+        if (r->pstFiles[i].llKey == key && std::strcmp(r->pstFiles[i].pcName, name) == 0) {
+            Zos_PrintFree(name);  // listed already
+            return;
+        }
+    }
     if (r->ucFileCnt == r->ucMaxFile) {
         if (key < r->pstFiles[0].llKey) {
             Zos_Printf("LogAppendFile remove %s.\n", name);
@@ -965,6 +971,86 @@ KESTRO_API uint32_t Zos_LogBuf(ZLOGID zLogId, uint32_t uiLevel, const void *pDat
 KESTRO_API uint32_t Zos_LogNameBuf(ZLOGID zLogId, const char *pcName, uint32_t uiLevel,
                                    const void *pData, uint32_t uiLen) {
     return WriteBuf(zLogId, pcName, uiLevel, pData, uiLen);
+}
+
+// ---------------------------------------------------------------------
+// The steps of writing a line and of keeping the files, one by one
+
+KESTRO_API uint32_t Zos_LogAddPrefix(ZLOGID zLogId, const char *pcName, uint32_t uiLevel,
+                                     const char *pcPrefix, char *pcBuf, uint32_t uiSize) {
+    LogRec *r = Usable(zLogId);
+    if (r == nullptr || pcBuf == nullptr || uiSize == 0) return 0;
+    return AddPrefix(Zos_CfgLocate(), pcBuf, uiSize, r, pcName, uiLevel, pcPrefix);
+}
+
+KESTRO_API uint32_t Zos_LogPrint(ZLOGID zLogId, const char *pcName, uint32_t uiLevel,
+                                 const char *pcPrefix, const char *pcFormat, va_list ap) {
+    LogRec *r = Usable(zLogId);
+    if (r == nullptr || pcFormat == nullptr) return ZFAILED;
+    va_list copy;
+    va_copy(copy, ap);
+    const uint32_t rc = LogPrint(r, pcName, uiLevel, pcPrefix, Body{pcFormat, &copy, nullptr, 0});
+    va_end(copy);
+    return rc;
+}
+
+KESTRO_API uint32_t Zos_LogDisp(ZLOGID zLogId, const char *pcText, uint32_t uiLen) {
+    LogRec *r = Usable(zLogId);
+    if (r == nullptr || pcText == nullptr) return ZFAILED;
+    Disp(Zos_CfgLocate(), r, pcText, uiLen, nullptr);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_LogDispBuff(ZLOGID zLogId, const char *pcText, uint32_t uiLen) {
+    LogRec *r = Usable(zLogId);
+    if (r == nullptr || pcText == nullptr || r->uiCacheSize == 0) return ZFAILED;
+    zos::MutexGuard lock(&r->zMutex, r->ucLocked != 0);
+    // A log with a file uses its cache as the file's ring.
+    if (r->zFile != 0) return ZFAILED;
+    DispBuff(r, pcText, uiLen);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_LogDispFile(ZLOGID zLogId, const char *pcText, uint32_t uiLen) {
+    LogRec *r = Usable(zLogId);
+    if (r == nullptr || pcText == nullptr) return ZFAILED;
+    zos::MutexGuard lock(&r->zMutex, r->ucLocked != 0);
+    if (r->zFile == 0) return ZFAILED;
+    DispFile(r, pcText, uiLen);
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_LogAdjFile(ZLOGID zLogId) {
+    LogRec *r = Usable(zLogId);
+    if (r == nullptr || r->pcTemplate == nullptr) return ZFAILED;
+    zos::MutexGuard lock(&r->zMutex, r->ucLocked != 0);
+    return AdjFile(r);
+}
+
+KESTRO_API uint32_t Zos_LogAppendFile(ZLOGID zLogId, const char *pcFile,
+                                      const ST_ZOS_SYS_TIME *pstTime) {
+    LogRec *r = Usable(zLogId);
+    if (r == nullptr || pcFile == nullptr || pcFile[0] == '\0' || pstTime == nullptr) {
+        return ZFAILED;
+    }
+    char *name = Zos_PrintStrAlloc(pcFile);
+    if (name == nullptr) return ZFAILED;
+    zos::MutexGuard lock(&r->zMutex, r->ucLocked != 0);
+    AppendFile(r, name, KeyOf(*pstTime));
+    return ZOK;
+}
+
+KESTRO_API uint32_t Zos_LogGetFileList(ZLOGID zLogId, const char *pcFile) {
+    LogRec *r = Usable(zLogId);
+    if (r == nullptr || pcFile == nullptr || pcFile[0] == '\0') return ZFAILED;
+    zos::MutexGuard lock(&r->zMutex, r->ucLocked != 0);
+    GetFileList(r, SplitPath(pcFile));
+    return ZOK;
+}
+
+KESTRO_API char *Zos_LogGetFileName(const char *pcFile) {
+    if (pcFile == nullptr || pcFile[0] == '\0') return nullptr;
+    return MakeTemplate(SplitPath(pcFile));
 }
 
 KESTRO_API uint32_t Zos_LogFlush(ZLOGID zLogId) {

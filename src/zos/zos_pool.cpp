@@ -419,8 +419,8 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
 
 // Adds a block to bucket idx: the first (initial count) or a later one
 // (increment). Faults are added to *faults.
-__attribute__((noinline)) uint32_t Zos_BktCreate(ZosPool *pool, uint32_t idx, bool first,
-                                                 uint32_t *faults) {
+__attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool first,
+                                               uint32_t *faults) {
     ZosBkt *bkt = &pool->pstBkts[idx];
     if (bkt->uiDataSize == 0 || (bkt->wInitCnt == 0 && bkt->wIncCnt == 0)) {
         *faults |= 1u << kBktInvalidSize;
@@ -490,7 +490,7 @@ __attribute__((noinline)) uint32_t Zos_BktCreate(ZosPool *pool, uint32_t idx, bo
 
 // Gives one wholly free block back: its nodes leave the free list, its
 // entry the index.
-void Zos_BktDelete(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
+void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
     for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
         ListUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
     }
@@ -505,26 +505,27 @@ void Zos_BktDelete(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
 // on): a block that is now wholly free goes back, except the bucket's
 // first block made with its initial count (it stays at the head of the
 // block list), so a bucket never shrinks below it.
-void Zos_BktFree(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
+void BktFreeIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
     blk->wFree++;
     if (blk->wFree != blk->wCount) return;
     if (bkt->wTotal == bkt->wInitCnt) return;
     if (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink) return;
-    Zos_BktDelete(pool, bkt, blk);
+    BktDeleteIn(pool, bkt, blk);
 }
 
-uint32_t Zos_BktGrpCreate(ZosPool *pool) {
+uint32_t BktGrpCreateIn(ZosPool *pool) {
     uint32_t faults = 0;
     uint32_t rc = ZOK;
     for (uint32_t i = 0; i < pool->ucBktCnt && rc == ZOK; ++i) {
-        rc = Zos_BktCreate(pool, i, true, &faults);
+        if (pool->pstBkts[i].stBlkList.pstHead != nullptr) continue;  // has its first block
+        rc = BktCreateIn(pool, i, true, &faults);
     }
     Report(pool, faults);
     if (rc != ZOK) PoolLogErr(pool, "BktGrpCreate <%s> create bucket.");
     return rc;
 }
 
-void Zos_BktGrpDelete(ZosPool *pool) {
+void BktGrpDeleteIn(ZosPool *pool) {
     if (pool->pstBkts == nullptr) return;
     for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
         ZosBkt *bkt = &pool->pstBkts[i];
@@ -543,7 +544,7 @@ void Zos_BktGrpDelete(ZosPool *pool) {
 // ---------------------------------------------------------------------
 // Large allocations
 
-void *Zos_PoolHeapAlloc(ZosPool *pool, uint32_t size) {
+void *PoolHeapAllocIn(ZosPool *pool, uint32_t size) {
     if (static_cast<int32_t>(size) < 0) {
         PoolLogStr(pool, "PoolHeapAlloc size too big.");
         return nullptr;
@@ -577,8 +578,8 @@ void *Zos_PoolHeapAlloc(ZosPool *pool, uint32_t size) {
 
 // Called with the lock held for a pointer the index knows as large; the
 // block is returned through *release for freeing after the lock.
-__attribute__((noinline)) void Zos_PoolHeapFree(ZosPool *pool, const Where &w, void **release,
-                                                uint32_t *faults) {
+__attribute__((noinline)) void PoolHeapFreeIn(ZosPool *pool, const Where &w, void **release,
+                                              uint32_t *faults) {
     uint8_t *mem = w.node;
     const uint32_t total = static_cast<uint32_t>(w.ref->uEnd - w.ref->uStart);
     const uint32_t rounded = total - kNodeExtra;
@@ -610,7 +611,7 @@ uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults
         ZosBkt *bkt = &pool->pstBkts[i];
         if (bkt->uiDataSize < size) continue;
         if (__builtin_expect(bkt->stFreeList.pstHead == nullptr, 0)) {
-            if (Zos_BktCreate(pool, i, false, faults) != ZOK) continue;
+            if (BktCreateIn(pool, i, false, faults) != ZOK) continue;
             if (bkt->stFreeList.pstHead == nullptr) {
                 *faults |= 1u << kAllocFatal;
                 return nullptr;
@@ -642,7 +643,7 @@ void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
     const Where w = Locate(pool, mem);
     if (__builtin_expect(w.kind != Kind::kNode, 0)) {
         if (w.kind == Kind::kLarge) {
-            Zos_PoolHeapFree(pool, w, release, faults);
+            PoolHeapFreeIn(pool, w, release, faults);
         } else {
             *faults |= 1u << kFreeBadId;
         }
@@ -673,7 +674,7 @@ void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
     ListAppend(&bkt->stFreeList, &rec->stLink);
     bkt->wFree++;
     bkt->uiFrees++;
-    if ((pool->wFlags & kFlagShrink) != 0) Zos_BktFree(pool, bkt, w.ref->pstBlk);
+    if ((pool->wFlags & kFlagShrink) != 0) BktFreeIn(pool, bkt, w.ref->pstBlk);
 }
 
 // Walks one bucket; the caller holds the lock.
@@ -778,7 +779,7 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
         return nullptr;
     }
     pool->uiMagic = kPoolMagic;
-    if (Zos_BktGrpCreate(pool) != ZOK) {
+    if (BktGrpCreateIn(pool) != ZOK) {
         Zos_PoolDelete(pool);
         return nullptr;
     }
@@ -794,7 +795,7 @@ KESTRO_API void Zos_PoolDelete(ZPOOL zPool) {
     }
     zos::LiveRemove(pool);
     pool->uiMagic = 0;
-    Zos_BktGrpDelete(pool);
+    BktGrpDeleteIn(pool);
     // Large allocations still alive go back too: the pool owns them.
     for (uint32_t i = 0; i < pool->uiRefCnt; ++i) {
         if (pool->pstRefs[i].pstBlk == nullptr) {
@@ -819,7 +820,7 @@ KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
         PoolLogStr(pool, "PoolAlloc size is 0 or too big.");
         return nullptr;
     }
-    if (uiSize > pool->uiMaxSize) return Zos_PoolHeapAlloc(pool, uiSize);
+    if (uiSize > pool->uiMaxSize) return PoolHeapAllocIn(pool, uiSize);
 
     uint32_t faults = 0;
     ZosBkt *bkt = nullptr;
@@ -832,6 +833,145 @@ KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
     }
     if (faults != 0) Report(pool, faults);
     return node != nullptr ? node + kNodeHead : nullptr;
+}
+
+// ---------------------------------------------------------------------
+// The bucket and large-allocation steps, exported one by one
+
+namespace {
+
+// Nodes of a block with their free bit set.
+uint32_t FreeNodesOf(const ZosBkt *bkt, const ZosBlk *blk) {
+    uint32_t n = 0;
+    for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
+        if ((Load32(node) & kFreeBit) != 0) n++;
+    }
+    return n;
+}
+
+// The block of the bucket holding the node, searched from the tail of the
+// block list backwards; null when none does.
+ZosBlk *FindBlk(ZosBkt *bkt, uintptr_t node) {
+    for (Link *l = bkt->stBlkList.pstTail; l != nullptr; l = l->pstPrev) {
+        auto *blk = reinterpret_cast<ZosBlk *>(l);
+        if (node >= reinterpret_cast<uintptr_t>(blk->pucFirst) &&
+            node < reinterpret_cast<uintptr_t>(blk->pucEnd)) {
+            return blk;
+        }
+    }
+    return nullptr;
+}
+
+bool InList(const ZosBkt *bkt, const void *blk) {
+    for (Link *l = bkt->stBlkList.pstHead; l != nullptr; l = l->pstNext) {
+        if (l == blk) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+KESTRO_API uint32_t Zos_BktGrpCreate(ZPOOL zPool) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool)) return ZFAILED;
+    zos::LiteGuard lock(&pool->stLock);
+    return BktGrpCreateIn(pool);
+}
+
+KESTRO_API void Zos_BktGrpDelete(ZPOOL zPool) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool)) return;
+    zos::LiteGuard lock(&pool->stLock);
+    // The blocks leave the address index with their nodes.
+    for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
+        for (Link *l = pool->pstBkts[i].stBlkList.pstHead; l != nullptr; l = l->pstNext) {
+            RefRemove(pool, reinterpret_cast<uintptr_t>(reinterpret_cast<ZosBlk *>(l)->pucFirst));
+        }
+    }
+    BktGrpDeleteIn(pool);
+}
+
+KESTRO_API uint32_t Zos_BktCreate(ZPOOL zPool, uint32_t uiBktIdx, uint32_t bFirst) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool)) return ZFAILED;
+    uint32_t faults = 0;
+    uint32_t rc = ZFAILED;
+    if (uiBktIdx >= pool->ucBktCnt) {
+        faults |= 1u << kBktInvalidId;
+    } else {
+        zos::LiteGuard lock(&pool->stLock);
+        // A first block sets the bucket's stride: only an empty bucket gets one.
+        if (bFirst == 0 || pool->pstBkts[uiBktIdx].stBlkList.pstHead == nullptr) {
+            rc = BktCreateIn(pool, uiBktIdx, bFirst != 0, &faults);
+        }
+    }
+    Report(pool, faults);
+    return rc;
+}
+
+KESTRO_API uint32_t Zos_BktDelete(ZPOOL zPool, uint32_t uiBktIdx, void *pBlk) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool) || uiBktIdx >= pool->ucBktCnt || pBlk == nullptr) return ZFAILED;
+    zos::LiteGuard lock(&pool->stLock);
+    ZosBkt *bkt = &pool->pstBkts[uiBktIdx];
+    auto *blk = static_cast<ZosBlk *>(pBlk);
+    // Only a listed block whose nodes are all free can go back.
+    if (!InList(bkt, blk) || FreeNodesOf(bkt, blk) != blk->wCount) return ZFAILED;
+    BktDeleteIn(pool, bkt, blk);
+    return ZOK;
+}
+
+KESTRO_API void *Zos_BktFindBlk(ZPOOL zPool, uint32_t uiBktIdx, const void *pMem) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool) || uiBktIdx >= pool->ucBktCnt || pMem == nullptr) return nullptr;
+    zos::LiteGuard lock(&pool->stLock);
+    return FindBlk(&pool->pstBkts[uiBktIdx], reinterpret_cast<uintptr_t>(pMem) - kNodeHead);
+}
+
+KESTRO_API uint32_t Zos_BktFree(ZPOOL zPool, void *pMem) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool) || pMem == nullptr) return ZFAILED;
+    zos::LiteGuard lock(&pool->stLock);
+    const Where w = Locate(pool, pMem);
+    if (w.kind != Kind::kNode || (Load32(w.node) & kFreeBit) == 0) return ZFAILED;
+    ZosBkt *bkt = &pool->pstBkts[w.ref->uiBkt];
+    ZosBlk *blk = FindBlk(bkt, reinterpret_cast<uintptr_t>(w.node));
+    if (blk == nullptr) {
+        if (LogOn(pool))
+            Zos_LogStr(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ERROR, "BktFree locate bucekt block.");
+        return ZFAILED;
+    }
+    // The same rule as the shrink after a free, counting the free nodes
+    // from their bits (the block counts are kept only with shrink on).
+    const bool first = bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink;
+    if (FreeNodesOf(bkt, blk) == blk->wCount && bkt->wTotal != bkt->wInitCnt && !first) {
+        BktDeleteIn(pool, bkt, blk);
+    }
+    return ZOK;
+}
+
+KESTRO_API void *Zos_PoolHeapAlloc(ZPOOL zPool, uint32_t uiSize) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool)) return nullptr;
+    return PoolHeapAllocIn(pool, uiSize);
+}
+
+KESTRO_API void Zos_PoolHeapFree(ZPOOL zPool, void *pMem) {
+    ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool) || pMem == nullptr) return;
+    uint32_t faults = 0;
+    void *release = nullptr;
+    {
+        zos::LiteGuard lock(&pool->stLock);
+        const Where w = Locate(pool, pMem);
+        if (w.kind == Kind::kLarge) {
+            PoolHeapFreeIn(pool, w, &release, &faults);
+        } else {
+            faults |= 1u << kHeapFreeMagic;
+        }
+    }
+    if (release != nullptr) pool->pfnFree(release);
+    Report(pool, faults);
 }
 
 KESTRO_API void *Zos_PoolAllocClrd(ZPOOL zPool, uint32_t uiSize) {
