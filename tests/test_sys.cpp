@@ -23,12 +23,21 @@ std::vector<std::string> Lines(const std::string &text) {
     return out;
 }
 
-// The message part of a progress line, after "ZOS: INFO: ".
+// The message part of a progress line, after "ZOS: INFO: ". The module
+// manager's own information lines, echoed from the system log, are left
+// out (its "module init ok." comes twice: its log line and the step's).
 std::vector<std::string> Messages(const std::string &text) {
     std::vector<std::string> out;
     for (const std::string &line : Lines(text)) {
         const size_t at = line.find("ZOS: INFO: ");
-        if (at != std::string::npos) out.push_back(line.substr(at + 11));
+        if (at == std::string::npos) continue;
+        const std::string msg = line.substr(at + 11);
+        if (msg.rfind("task<", 0) == 0 || msg.rfind("ModEh", 0) == 0 ||
+            msg.rfind("module manager ", 0) == 0 || msg.rfind("module all ", 0) == 0) {
+            continue;
+        }
+        if (!out.empty() && out.back() == msg) continue;
+        out.push_back(msg);
     }
     return out;
 }
@@ -194,7 +203,8 @@ TEST(SysFrame, ProgressLineShapesFollowTheSwitches) {
 TEST(SysFrame, PlatformTableSlots) {
     EXPECT_EQ(Zos_OsdepFind(116), nullptr);
     EXPECT_EQ(Zos_OsdepFind(50), nullptr);  // byte order stays out of the table
-    EXPECT_EQ(Zos_OsdepFind(94), nullptr);  // no host loop drive on this host
+    EXPECT_EQ(Zos_OsdepFind(94), reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_ModPostDrv));
+    EXPECT_EQ(Zos_OsdepFind(102), reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_UiProcEvnt));
     EXPECT_EQ(Zos_OsdepFind(98), nullptr);  // thread-enter hook is empty
     EXPECT_EQ(Zos_OsdepFind(0), reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_Malloc));
     EXPECT_EQ(Zos_OsdepFind(46), reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_SemPost));

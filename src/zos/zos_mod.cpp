@@ -145,45 +145,90 @@ void EndSharedTask(ZosModMgr *mgr, uint32_t id) {
     if (onExit != nullptr) onExit(name, id);
 }
 
-// Handles one message for its receiver: counts, state, handler, delete,
-// then the receiver's own deferred calls. The handler's result, or 0.
-int32_t Dispatch(ZosModMgr *mgr, ZMSG msg) {
-    const uint32_t recv = Zos_MsgGetRecvTaskId(msg);
-    const uint32_t type = Zos_MsgGetType(msg);
-    Zos_TaskQueueSizeDec(recv);
-    PFN_ZOS_MOD_ENTRY entry = nullptr;
-    bool stopped = true;
-    ModTask *t = nullptr;
-    {
-        Lock lock(mgr);
-        t = zos::TaskFind(mgr, recv);
-        if (t != nullptr) {
-            entry = reinterpret_cast<PFN_ZOS_MOD_ENTRY>(t->zModule);
-            if (!zos::TaskMoveState(t, ZOS_TASK_READY, ZOS_TASK_RUNNING)) {
-                zos::TaskMoveState(t, ZOS_TASK_PENDING, ZOS_TASK_RUNNING);
-            }
-            stopped = zos::TaskState(t) <= ZOS_TASK_WAIT_DELETE;
-        }
+// The queue statistics of a record found under the lock (counted only
+// for tasks without a thread of their own).
+void CountQueued(ModTask *t, bool up) {
+    if (t->zThread != 0) return;
+    if (up) {
+        if (++t->uiQueueSize > t->uiQueuePeak) t->uiQueuePeak = t->uiQueueSize;
+    } else if (t->uiQueueSize != 0) {
+        t->uiQueueSize--;
     }
-    int32_t result = 0;
-    // A task that was asked to stop handles nothing more.
-    if (!stopped) {
-        if (type == ZOS_MSG_TYPE_PERFORM || type == ZOS_MSG_TYPE_PERFORMX) {
+}
+
+// Runs the handler of one message: the entry, or the carried event's
+// perform under the task lock. A task asked to stop handles nothing more.
+int32_t Handle(ModTask *t, ZMSG msg, uint32_t state, PFN_ZOS_MOD_ENTRY entry, uint32_t recv) {
+    if (state <= ZOS_TASK_WAIT_DELETE) return 0;
+    const uint32_t type = Zos_MsgGetType(msg);
+    if (type == ZOS_MSG_TYPE_PERFORM || type == ZOS_MSG_TYPE_PERFORMX) {
+        if (t != nullptr && t->ucTaskLock != 0) {
+            Zos_MutexLock(&t->zMutex);
+            Zos_ModEvntProc(Zos_MsgGetEvntId(msg));
+            Zos_MutexUnlock(&t->zMutex);
+        } else {
             Zos_ModTaskLock(recv);
             Zos_ModEvntProc(Zos_MsgGetEvntId(msg));
             Zos_ModTaskUnlock(recv);
-        } else if (entry != nullptr) {
-            result = entry(msg);
+        }
+        return 0;
+    }
+    return entry != nullptr ? entry(msg) : 0;
+}
+
+// Marks a record running; its state afterwards.
+uint32_t MarkRunning(ModTask *t) {
+    if (!zos::TaskMoveState(t, ZOS_TASK_READY, ZOS_TASK_RUNNING)) {
+        zos::TaskMoveState(t, ZOS_TASK_PENDING, ZOS_TASK_RUNNING);
+    }
+    return zos::TaskState(t);
+}
+
+// Handles one message of the loop of a task with its own thread. The loop
+// owns its record until it ends (the record is released only after), so
+// the record is used without the module lock; the lock is taken only when
+// deferred calls are waiting.
+int32_t DispatchOwn(ZosModMgr *mgr, ModTask *self, ZMSG msg) {
+    const uint32_t recv = __atomic_load_n(&self->stStart.uiTaskId, __ATOMIC_RELAXED);
+    const uint32_t state = MarkRunning(self);
+    const int32_t result =
+        Handle(self, msg, state, reinterpret_cast<PFN_ZOS_MOD_ENTRY>(self->zModule), recv);
+    zos::TaskMoveState(self, ZOS_TASK_RUNNING, ZOS_TASK_READY);
+    ModDeferList own{};
+    if (__atomic_load_n(&self->uiDeferPending, __ATOMIC_ACQUIRE) != 0) {
+        Lock lock(mgr);
+        own = self->stDefer;
+        self->stDefer = ModDeferList{};
+        __atomic_store_n(&self->uiDeferPending, 0, __ATOMIC_RELEASE);
+    }
+    Zos_MsgDelete(msg);
+    zos::DeferRun(&own, nullptr);
+    return result;
+}
+
+// Handles one message of the shared queue for its receiver: counts,
+// state, handler, delete, then the receiver's own deferred calls.
+int32_t Dispatch(ZosModMgr *mgr, ZMSG msg) {
+    const uint32_t recv = Zos_MsgGetRecvTaskId(msg);
+    PFN_ZOS_MOD_ENTRY entry = nullptr;
+    uint32_t state = ZOS_TASK_FREE;
+    {
+        Lock lock(mgr);
+        if (ModTask *t = zos::TaskFind(mgr, recv)) {
+            CountQueued(t, false);
+            entry = reinterpret_cast<PFN_ZOS_MOD_ENTRY>(t->zModule);
+            state = MarkRunning(t);
         }
     }
+    const int32_t result = Handle(nullptr, msg, state, entry, recv);
     ModDeferList own{};
     {
         Lock lock(mgr);
-        t = zos::TaskFind(mgr, recv);
-        if (t != nullptr) {
+        if (ModTask *t = zos::TaskFind(mgr, recv)) {
             zos::TaskMoveState(t, ZOS_TASK_RUNNING, ZOS_TASK_READY);
             own = t->stDefer;
             t->stDefer = ModDeferList{};
+            __atomic_store_n(&t->uiDeferPending, 0, __ATOMIC_RELEASE);
         }
     }
     Zos_MsgDelete(msg);
@@ -264,11 +309,11 @@ uint32_t Post(ZMSG msg, bool withPri, uint32_t pri, const char *fullText, const 
         ownThread = t->zQueue != nullptr;
         queue = ownThread ? t->zQueue : mgr->zQueue;
         level = withPri ? (pri > kLevels ? kLevels : pri) : t->ucPriority;
-        Zos_TaskQueueSizeInc(recv);
+        CountQueued(t, true);
         if (Zos_PQueueAdd(queue, level, reinterpret_cast<uintptr_t>(msg)) != ZOK) {
             const uint32_t send = Zos_MsgGetSendTaskId(msg);
             ZOS_LOG_ERR(fullText, Zos_TaskGetName(send), send, t->acName, recv);
-            Zos_TaskQueueSizeDec(recv);
+            CountQueued(t, false);
             return ZFAILED;
         }
     }
@@ -723,6 +768,7 @@ KESTRO_API uint32_t Zos_ModTaskEntry(ST_ZOS_TASK_START *pstStart) {
     if (mgr == nullptr || pstStart == nullptr) return ZFAILED;
     const uint32_t id = pstStart->uiTaskId;
     void *q = nullptr;
+    ModTask *self = nullptr;
     char name[ZOS_TASK_NAME_MAX + 1] = {};
     {
         Lock lock(mgr);
@@ -731,6 +777,7 @@ KESTRO_API uint32_t Zos_ModTaskEntry(ST_ZOS_TASK_START *pstStart) {
             ZOS_LOG_ERR("ModTaskEntry invalid task<%d>.", static_cast<int>(id));
             return ZFAILED;
         }
+        self = t;
         q = t->zQueue;
         std::memcpy(name, t->acName, sizeof(name));
     }
@@ -752,7 +799,7 @@ KESTRO_API uint32_t Zos_ModTaskEntry(ST_ZOS_TASK_START *pstStart) {
             if (code == ZOS_MOD_CTRL_PAUSE) pollLevel = 0;
             continue;
         }
-        if (Dispatch(mgr, reinterpret_cast<ZMSG>(item)) < 0) pollLevel = kLevels;
+        if (DispatchOwn(mgr, self, reinterpret_cast<ZMSG>(item)) < 0) pollLevel = kLevels;
     }
     PFN_ZOS_TASK_EXIT onExit = nullptr;
     {
@@ -912,7 +959,12 @@ KESTRO_API uint32_t Zos_ModLeaveEvnt(uint32_t uiTaskId, PFN_ZOS_MOD_LEAVE pfnFun
     // the task lock, posts under the module lock.
     Lock lock(mgr);
     ModTask *t = zos::TaskFind(mgr, uiTaskId);
-    DeferPush(t != nullptr && t->zQueue != nullptr ? &t->stDefer : MgrDefer(mgr), d);
+    if (t != nullptr && t->zQueue != nullptr) {
+        DeferPush(&t->stDefer, d);
+        __atomic_store_n(&t->uiDeferPending, 1, __ATOMIC_RELEASE);
+    } else {
+        DeferPush(MgrDefer(mgr), d);
+    }
     return ZOK;
 }
 

@@ -47,6 +47,7 @@ struct ModTask {
     ZMUTEX zMutex;
     void *zQueue;  // own priority queue; null when driven by the shared one
     ModDeferList stDefer;
+    uint32_t uiDeferPending;          // stDefer holds calls (read without the lock)
     uint32_t aauiCtrl[3][3];          // control blocks (65535, id, code) of codes 16, 17, 18
     uint32_t uiIndex;                 // place in the task array
     std::atomic<uint32_t> *pThreads;  // the table's count of live threads
