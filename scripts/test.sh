@@ -76,6 +76,12 @@ release_leg() {
   expect "cbf43926  check.txt" "$k" crc32 check.txt
   rm -f "$dir/check.txt"
   expect "040542016F020000" "$k" sms deliver-report --mr 5 --cause 0x6F
+  expect 'PING  got event "demo.done": 3 rounds' "$k" runtime demo
+  expect "request: INVITE sip:vivekg@chair-dnrc.example.com" \
+    "$k" sip "$(pwd)/../shared/vectors/protocols/sip/rfc4475/wsinv.dat"
+  printf '[net]\nport = 5060\n' >"$dir/k.ini"
+  expect "5061" sh -c "'$k' ini set k.ini net port 5061 && '$k' ini get k.ini net port"
+  rm -f "$dir/k.ini"
   if [ -n "$(ls -A "$dir")" ]; then echo "kestro left files:"; ls -A "$dir"; rc=1; fi
   rm -rf "$dir"
   return $rc

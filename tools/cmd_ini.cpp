@@ -30,7 +30,7 @@ class Layer {
   public:
     Layer() {
         Zos_CfgSetPrintDisp(ToStderr);
-        ok_ = Zos_SysInit() == ZOK;
+        ok_ = StartLayer() == ZOK;
         if (!ok_) std::fprintf(stderr, "kestro: the layer did not start\n");
         g_show = ok_;
     }

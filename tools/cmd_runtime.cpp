@@ -84,7 +84,7 @@ uint32_t PostDrive() {
 
 int Demo() {
     std::printf("threaded: module tasks with threads of their own\n");
-    if (Zos_SysInit() != ZOK || !StartPair(false)) return 1;
+    if (StartLayer() != ZOK || !StartPair(false)) return 1;
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (!g_finished && std::chrono::steady_clock::now() < end) {
         Zos_TaskDelay(20);
@@ -94,7 +94,7 @@ int Demo() {
 
     std::printf("host-driven: the tasks run on this thread's looper\n");
     Zos_CfgSetModDrvMode(0);
-    if (Zos_SysInit() != ZOK) return 1;
+    if (StartLayer() != ZOK) return 1;
     ALooper_prepare(0);
     Zpand_UiEvntInit();
     Zpand_ModSetPostDrv(PostDrive);
@@ -141,13 +141,13 @@ double Rate(uint32_t count, bool host) {
 
 int Bench(uint32_t count) {
     Zos_CfgSetLogLevel(ZOS_LOG_LEVEL_ERROR | ZOS_LOG_LEVEL_FATAL);
-    if (Zos_SysInit() != ZOK) return 1;
+    if (StartLayer() != ZOK) return 1;
     std::printf("threaded task, 1 poster:    %10.0f messages/s\n", Rate(count, false));
     Zos_SysDestroy();
     Zos_CfgSetLogLevel(ZOS_LOG_LEVEL_ERROR | ZOS_LOG_LEVEL_FATAL);
     Zos_CfgSetModDrvMode(0);
     Zos_CfgSetQueueSize(4096);
-    if (Zos_SysInit() != ZOK) return 1;
+    if (StartLayer() != ZOK) return 1;
     ALooper_prepare(0);
     Zpand_UiEvntInit();
     Zpand_ModSetPostDrv(PostDrive);

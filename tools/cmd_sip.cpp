@@ -1,6 +1,7 @@
 // kestro sip FILE: reads one SIP message with the reader built on the ABNF
 // toolkit and prints it, or prints the toolkit's error report.
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -16,8 +17,11 @@ int RunSip(int argc, char **argv) {
         std::fprintf(stderr, "usage: kestro sip FILE\n");
         return 2;
     }
-    std::ifstream in(argv[1], std::ios::binary);
-    if (!in) {
+    // A directory opens as a stream but fails on the first read.
+    std::error_code ec;
+    std::ifstream in;
+    if (std::filesystem::is_regular_file(argv[1], ec)) in.open(argv[1], std::ios::binary);
+    if (!in.is_open()) {
         std::fprintf(stderr, "kestro: cannot read \"%s\"\n", argv[1]);
         return 2;
     }
@@ -27,7 +31,7 @@ int RunSip(int argc, char **argv) {
         return 1;
     }
     Zos_CfgSetLogPrint(0);  // only the message or the report on the console
-    if (Zos_SysInit() != ZOK) {
+    if (StartLayer() != ZOK) {
         std::fprintf(stderr, "kestro: the layer did not start\n");
         return 1;
     }

@@ -24,7 +24,7 @@ class Layer {
   public:
     Layer() {
         Zos_CfgSetPrintDisp(Quiet);
-        ok_ = Zos_SysInit() == ZOK;
+        ok_ = StartLayer() == ZOK;
         if (!ok_) std::fprintf(stderr, "kestro: the layer did not start\n");
     }
     ~Layer() {

@@ -41,6 +41,11 @@ void ShowConfig() {
 
 }  // namespace
 
+uint32_t StartLayer() {
+    Zos_CfgSetLogFile("");
+    return Zos_SysInit();
+}
+
 int RunStatus(int /*argc*/, char ** /*argv*/) {
     // The system log's lines are echoed to the console, so its start-up
     // line (and any failure the layer logs) shows with the progress lines.
@@ -49,7 +54,7 @@ int RunStatus(int /*argc*/, char ** /*argv*/) {
     // timer.
     ALooper_prepare(0);
     Zpand_HostTimerInstall();
-    if (Zos_SysInit() != ZOK) {
+    if (StartLayer() != ZOK) {
         std::fprintf(stderr, "kestro: the layer did not start\n");
         return 1;
     }
@@ -94,8 +99,7 @@ void Usage(FILE *out) {
 }  // namespace kestro
 
 int main(int argc, char **argv) {
-    // A command-line tool writes no files the user did not ask for: the
-    // system log keeps its console and watchers but gets no file.
+    // No log file for the commands that use the layer without starting it.
     Zos_CfgSetLogFile("");
     if (argc < 2) return kestro::RunStatus(argc, argv);
     if (std::strcmp(argv[1], "help") == 0 || std::strcmp(argv[1], "--help") == 0 ||

@@ -1,6 +1,7 @@
 // Subcommands of the kestro program. Each returns the process exit code.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace kestro {
@@ -10,6 +11,11 @@ struct Command {
     const char *usage;                  // one line: arguments and what it does
     int (*run)(int argc, char **argv);  // argv[0] is the subcommand name
 };
+
+// Starts the layer without a log file: a command-line tool writes no files
+// the user did not ask for. Every start needs it, since a shut-down drops
+// the settings made before it.
+uint32_t StartLayer();
 
 // Starts the layer, shows the version and the configuration, stops it.
 int RunStatus(int argc, char **argv);
