@@ -40,12 +40,12 @@ int OnReadable(int fd, int /*events*/, void * /*data*/) {
 }
 
 uint32_t Arm(uint32_t ms) {
-    itimerspec spec{};
-    spec.it_value.tv_sec = static_cast<time_t>(ms / 1000u);
-    spec.it_value.tv_nsec = static_cast<long>(ms % 1000u) * 1000000L;
+    itimerspec when{};
+    when.it_value.tv_sec = static_cast<time_t>(ms / 1000u);
+    when.it_value.tv_nsec = static_cast<long>(ms % 1000u) * 1000000L;
     // A length of 0 would disarm: the shortest run is 1 ns.
-    if (ms == 0) spec.it_value.tv_nsec = 1;
-    return timerfd_settime(g_fd, 0, &spec, nullptr) == 0 ? ZOK : ZFAILED;
+    if (ms == 0) when.it_value.tv_nsec = 1;
+    return timerfd_settime(g_fd, 0, &when, nullptr) == 0 ? ZOK : ZFAILED;
 }
 
 }  // namespace
