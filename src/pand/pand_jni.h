@@ -42,5 +42,10 @@ uint32_t PostDrv();
 // (ZOK, or ZFAILED without an environment); Stop calls ZpandTimer.stop.
 uint32_t TimerStart(uint32_t len, PFN_ZPAND_TIMER_CB cb);
 uint32_t TimerStop();
+// Opens the bridge to expiry calls ("active"), and closes it again: the
+// close waits for an expiry call still running, so the layer can free its
+// timer state once it returns.
+void TimerOpen();
+void TimerClose();
 
 }  // namespace zpand::jni

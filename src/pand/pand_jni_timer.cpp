@@ -2,6 +2,8 @@
 // start and stop the Java class ZpandTimer, which calls back through the
 // native "active" when its one-shot timer fires.
 #include <atomic>
+#include <chrono>
+#include <thread>
 
 #include "pand_jni.h"
 
@@ -14,13 +16,30 @@ std::atomic<jclass> g_timerClass{nullptr};
 std::atomic<jmethodID> g_timerStartId{nullptr};
 std::atomic<jmethodID> g_timerStopId{nullptr};
 std::atomic<PFN_ZPAND_TIMER_CB> g_timerCb{nullptr};
+// Expiry calls in progress, and whether the bridge takes new ones. Both
+// sequentially consistent: an expiry counts itself before it looks at the
+// flag, a close sets the flag before it looks at the count, so one of the
+// two always sees the other.
+std::atomic<int> g_activeBusy{0};
+std::atomic<bool> g_closed{false};
 
 }  // namespace
 
 namespace zpand::jni {
 
+void TimerOpen() {
+    g_closed.store(false);
+}
+
+void TimerClose() {
+    g_closed.store(true);
+    while (g_activeBusy.load() != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
 uint32_t TimerStart(uint32_t len, PFN_ZPAND_TIMER_CB cb) {
     g_timerCb.store(cb);
+    // A start wants its expiry: the bridge takes expiry calls again.
+    g_closed.store(false);
     EnvScope scope;
     JNIEnv *env = scope.env();
     if (env == nullptr) return ZFAILED;
@@ -76,8 +95,10 @@ JNIEXPORT void JNICALL Java_com_quelmar_kestro_ZpandTimer_doDestroy(JNIEnv *pstE
 
 JNIEXPORT void JNICALL Java_com_quelmar_kestro_ZpandTimer_active(JNIEnv * /*pstEnv*/,
                                                                  jclass /*jCls*/) {
-    PFN_ZPAND_TIMER_CB cb = g_timerCb.load();
+    g_activeBusy.fetch_add(1);
+    PFN_ZPAND_TIMER_CB cb = g_closed.load() ? nullptr : g_timerCb.load();
     if (cb != nullptr) cb(0);
+    g_activeBusy.fetch_sub(1);
 }
 
 }  // extern "C"

@@ -43,12 +43,17 @@ KESTRO_API PFN_ZPAND_TIMER_STOP Zpand_TimerGetStop(void) {
 
 KESTRO_API uint32_t Zpand_TimerInit(void) {
     PFN_ZPAND_TIMER_INIT hook = g_init.load();
-    return hook != nullptr ? hook() : ZOK;
+    if (hook != nullptr) return hook();
+    zpand::jni::TimerOpen();
+    return ZOK;
 }
 
 KESTRO_API uint32_t Zpand_TimerDestroy(void) {
     PFN_ZPAND_TIMER_DESTROY hook = g_destroy.load();
-    return hook != nullptr ? hook() : ZOK;
+    if (hook != nullptr) return hook();
+    // No expiry of the Java timer runs once the layer frees its timers.
+    zpand::jni::TimerClose();
+    return ZOK;
 }
 
 // Without a hook: the Java timer (ZpandTimer), which fails where there is

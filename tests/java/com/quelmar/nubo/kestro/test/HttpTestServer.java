@@ -72,13 +72,15 @@ public final class HttpTestServer {
 
     private static void reply(HttpExchange ex, int code, String text) throws IOException {
         byte[] out = text.getBytes(UTF8);
+        // Counted before the answer leaves: the client may look at the
+        // count as soon as it has the response.
+        synchronized (HttpTestServer.class) {
+            requests++;
+        }
         ex.sendResponseHeaders(code, out.length);
         OutputStream os = ex.getResponseBody();
         os.write(out);
         os.close();
-        synchronized (HttpTestServer.class) {
-            requests++;
-        }
     }
 
     private static byte[] readAll(InputStream in) throws IOException {
