@@ -15,28 +15,23 @@
 #include <unordered_map>
 #include <vector>
 
+#include "bench_layer.h"
 #include "kestro_lite.h"
 #include "sip_reader.h"
 
 namespace {
 
-void Quiet(const char *) {}
-
 void Start() {
     static const bool started = [] {
-        Zos_CfgSetPrintDisp(Quiet);
-        if (Zos_SysInit() != ZOK) return false;
-        Zos_LogClose(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ALL);
         parser_init();
         return true;
     }();
-    if (!started) std::abort();
+    (void)started;
 }
 
 const kestro::sip::Reader &Reader() {
     Start();
-    static const kestro::sip::Reader *reader = new kestro::sip::Reader;
-    return *reader;
+    return *kbench::PerLayer<const kestro::sip::Reader *>([] { return new kestro::sip::Reader; });
 }
 
 // A 1 KB INVITE with an SDP offer, as a softphone sends it.
@@ -116,7 +111,7 @@ void BM_SipReaderInvite(benchmark::State &state) {
     const std::string &msg = Invite();
     kestro::sip::Message m;
     for (auto _ : state) {
-        if (!reader.Read(msg.data(), uint32_t(msg.size()), &m, false)) std::abort();
+        KBENCH_CHECK(state, reader.Read(msg.data(), uint32_t(msg.size()), &m, false));
         benchmark::DoNotOptimize(m.headers.data());
     }
     state.SetBytesProcessed(int64_t(state.iterations() * msg.size()));
@@ -130,9 +125,10 @@ void BM_OsipParseInvite(benchmark::State &state) {
     for (auto _ : state) {
         osip_message_t *o = nullptr;
         osip_message_init(&o);
-        if (osip_message_parse(o, msg.data(), msg.size()) != 0) std::abort();
+        const bool ok = osip_message_parse(o, msg.data(), msg.size()) == 0;
         benchmark::DoNotOptimize(o);
         osip_message_free(o);
+        KBENCH_CHECK(state, ok);
     }
     state.SetBytesProcessed(int64_t(state.iterations() * msg.size()));
 }
@@ -143,10 +139,12 @@ void BM_SipReaderTorture(benchmark::State &state) {
     const auto &msgs = Torture();
     kestro::sip::Message m;
     for (auto _ : state) {
+        bool ok = true;
         for (const std::string &t : msgs) {
-            if (!reader.Read(t.data(), uint32_t(t.size()), &m, false)) std::abort();
+            ok &= reader.Read(t.data(), uint32_t(t.size()), &m, false);
             benchmark::DoNotOptimize(m.headers.data());
         }
+        KBENCH_CHECK(state, ok);
     }
     state.SetItemsProcessed(int64_t(state.iterations() * msgs.size()));
     state.counters["messages"] = double(msgs.size());
@@ -156,13 +154,15 @@ BENCHMARK(BM_SipReaderTorture);
 void BM_OsipParseTorture(benchmark::State &state) {
     const auto &msgs = Torture();
     for (auto _ : state) {
+        bool ok = true;
         for (const std::string &t : msgs) {
             osip_message_t *o = nullptr;
             osip_message_init(&o);
-            if (osip_message_parse(o, t.data(), t.size()) != 0) std::abort();
+            ok &= osip_message_parse(o, t.data(), t.size()) == 0;
             benchmark::DoNotOptimize(o);
             osip_message_free(o);
         }
+        KBENCH_CHECK(state, ok);
     }
     state.SetItemsProcessed(int64_t(state.iterations() * msgs.size()));
 }
@@ -209,18 +209,31 @@ const std::vector<std::string_view> &Names() {
 void BM_TknMgrLookup(benchmark::State &state) {
     Start();
     // Arg 0: the reader's case-insensitive manager; arg 1: an exact-case one.
-    static ST_ABNF_TKN_MGR *exact = [] {
+    ST_ABNF_TKN_MGR *exact = kbench::PerLayer<ST_ABNF_TKN_MGR *>([] {
         ST_ABNF_TKN_MGR *mgr = Abnf_TknMgrCreate(2, 0, 128);
-        int id = 1;
+        uint16_t id = 1;
         for (std::string_view n : Names()) Abnf_TknAdd(mgr, 0, n.data(), uint32_t(n.size()), id++);
         return mgr;
-    }();
+    });
     ST_ABNF_TKN_MGR *mgr = state.range(0) == 0 ? Reader().Manager() : exact;
+    KBENCH_REQUIRE(state, mgr != nullptr);
     const auto &names = Names();
+    // The sum of the ids found is taken before timing and checked every
+    // round, so a lookup that fails shows (a refused call gives all ones).
+    uint64_t expected = 0;
+    for (std::string_view n : names) {
+        const uint32_t id = Abnf_TknFind(mgr, 0, n.data(), uint32_t(n.size()));
+        KBENCH_REQUIRE(state, id != 0xFFFFFFFFu);
+        expected += id;
+    }
     for (auto _ : state) {
+        uint64_t sum = 0;
         for (std::string_view n : names) {
-            benchmark::DoNotOptimize(Abnf_TknFind(mgr, 0, n.data(), uint32_t(n.size())));
+            const uint32_t id = Abnf_TknFind(mgr, 0, n.data(), uint32_t(n.size()));
+            benchmark::DoNotOptimize(id);
+            sum += id;
         }
+        KBENCH_CHECK(state, sum == expected && expected != 0);
     }
     state.SetItemsProcessed(int64_t(state.iterations() * names.size()));
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_layer.h"
 #include "kestro_lite.h"
 
 namespace {
@@ -28,28 +29,17 @@ const std::string &Header() {
     return h;
 }
 
-void Quiet(const char *) {}
-
-// The layer, started once for the whole run (its data-buffer pool).
-void Start() {
-    static const bool started = [] {
-        Zos_CfgSetPrintDisp(Quiet);
-        return Zos_SysInit() == ZOK;
-    }();
-    if (!started) std::abort();
-}
-
 // The data-buffer pool (arg 0), which as configured releases a block
 // bucket's memory whenever it falls wholly free, or a pool with the same
 // buckets that keeps its blocks (arg 1): the steady state of an engine
 // with many buffers alive.
 ZPOOL PoolFor(const benchmark::State &state) {
-    static const ZPOOL steady = [] {
+    if (state.range(0) == 0) return nullptr;
+    return kbench::PerLayer<ZPOOL>([] {
         ST_ZOS_POOL_CFG cfg = *Zos_CfgGetDbufPool();
         cfg.ucShrink = 0;
         return Zos_PoolCreate(&cfg);
-    }();
-    return state.range(0) == 0 ? nullptr : steady;
+    });
 }
 
 // Sizes of the small objects: 16 to 96 bytes in a fixed cycle.
@@ -61,14 +51,14 @@ uint32_t ObjectSize(int i) {
 // Payload with headers in front
 
 void PacketDbuf(benchmark::State &state) {
-    Start();
     ZPOOL pool = PoolFor(state);
     for (auto _ : state) {
         ZDBUF b = Zos_DbufCreate(pool, 1, 256);
-        Zos_DbufPstAddMultD(b, Payload().data(), kPayload);
-        for (int i = 0; i < kHeaders; ++i) Zos_DbufPreAddMultD(b, Header().data(), kHeader);
+        uint32_t rc = Zos_DbufPstAddMultD(b, Payload().data(), kPayload);
+        for (int i = 0; i < kHeaders; ++i) rc |= Zos_DbufPreAddMultD(b, Header().data(), kHeader);
         benchmark::DoNotOptimize(b);
         Zos_DbufDelete(b);
+        KBENCH_CHECK(state, b != nullptr && rc == ZOK);
     }
 }
 
@@ -94,13 +84,15 @@ void PacketVector(benchmark::State &state) {
 // Payloads appended
 
 void AppendDbuf(benchmark::State &state) {
-    Start();
     ZPOOL pool = PoolFor(state);
     for (auto _ : state) {
         ZDBUF b = Zos_DbufCreate(pool, 1, 2048);
-        for (int i = 0; i < kPayloads; ++i) Zos_DbufPstAddMultD(b, Payload().data(), kPayload);
+        uint32_t rc = ZOK;
+        for (int i = 0; i < kPayloads; ++i)
+            rc |= Zos_DbufPstAddMultD(b, Payload().data(), kPayload);
         benchmark::DoNotOptimize(b);
         Zos_DbufDelete(b);
+        KBENCH_CHECK(state, b != nullptr && rc == ZOK);
     }
 }
 
@@ -124,12 +116,13 @@ void AppendVector(benchmark::State &state) {
 // Flattening a chain of payloads into one contiguous copy
 
 void FlattenDbuf(benchmark::State &state) {
-    Start();
     ZDBUF b = Zos_DbufCreate(PoolFor(state), 1, 2048);
     for (int i = 0; i < kPayloads; ++i) Zos_DbufPstAddMultD(b, Payload().data(), kPayload);
+    KBENCH_REQUIRE(state, Zos_DbufLen(b) == kPayloads * kPayload);
     for (auto _ : state) {
         ZDBUF flat = Zos_DbufFlat(b);
         benchmark::DoNotOptimize(flat);
+        KBENCH_CHECK(state, flat != nullptr);
         Zos_DbufDelete(flat);
     }
     Zos_DbufDelete(b);
@@ -160,12 +153,16 @@ void FlattenVector(benchmark::State &state) {
 // Many small objects: an arena dropped whole, or one jemalloc free each
 
 void ArenaSmallObjects(benchmark::State &state) {
-    Start();
     for (auto _ : state) {
         ZCBUF c = Zos_CbufCreate(4096);
-        for (int i = 0; i < kObjects; ++i)
-            benchmark::DoNotOptimize(Zos_CbufAlloc(c, ObjectSize(i)));
+        bool ok = c != nullptr;
+        for (int i = 0; i < kObjects; ++i) {
+            void *p = Zos_CbufAlloc(c, ObjectSize(i));
+            benchmark::DoNotOptimize(p);
+            ok &= p != nullptr;
+        }
         Zos_CbufDelete(c);
+        KBENCH_CHECK(state, ok);
     }
     state.SetItemsProcessed(state.iterations() * kObjects);
 }

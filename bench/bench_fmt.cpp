@@ -1,11 +1,15 @@
 // The layer's formatter against glibc snprintf and {fmt} on typical log
-// formats: mixed integers and strings, one long string, one double.
+// formats: mixed integers and strings, one long string, and doubles over a
+// spread of values and precisions.
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <cstring>
+#include <iterator>
 #include <string>
 
+#include "bench_layer.h"
 #include "kestro_lite.h"
 
 namespace {
@@ -83,36 +87,85 @@ void LongString_Fmt(benchmark::State &state) {
     }
 }
 
-// ---- a double
+// ---- doubles: a spread of values and precisions
+//
+// The layer prints fixed-point digits by truncation (no rounding), so its
+// text differs from the C library's wherever rounding would change a
+// digit: 2.9999999 prints "2.999999" (C: "3.000000"), and digits beyond a
+// double's precision come from repeated multiplication by 10. The counter
+// "differ" says how many of the value/precision pairs print differently
+// from snprintf; the first such pairs are listed on standard error once.
+
+const double kDoubles[] = {0.5,          2.9999999, 3.14159265358979, 12345.678901, -0.001234,
+                           98765432.125, 1.0 / 3.0, -273.15,          1e15 + 0.375, 6.02214076e-5,
+                           100.0,        0.1};
+const char *const kDoubleFormats[] = {"%.0f", "%.2f", "%f", "%.9f"};
+constexpr size_t kDoublePairs = std::size(kDoubles) * std::size(kDoubleFormats);
+
+// Pairs whose text differs between the layer and snprintf.
+uint32_t DoubleDifferences() {
+    static const uint32_t count = [] {
+        uint32_t n = 0;
+        for (const char *f : kDoubleFormats) {
+            for (double d : kDoubles) {
+                char zos[kBuf];
+                char libc[kBuf];
+                Zos_SNPrintf(zos, kBuf, f, d);
+                std::snprintf(libc, kBuf, f, d);
+                if (std::strcmp(zos, libc) == 0) continue;
+                if (++n <= 6)
+                    std::fprintf(stderr, "%s of %.17g: layer \"%s\", C \"%s\"\n", f, d, zos, libc);
+            }
+        }
+        return n;
+    }();
+    return count;
+}
+
+template <typename Print>
+void DoubleSpread(benchmark::State &state, Print print) {
+    char buf[kBuf];
+    for (auto _ : state) {
+        size_t total = 0;
+        for (const char *f : kDoubleFormats) {
+            for (double d : kDoubles) {
+                benchmark::DoNotOptimize(d);
+                total += static_cast<size_t>(print(buf, f, d));
+                benchmark::ClobberMemory();
+            }
+        }
+        KBENCH_CHECK(state, total > kDoublePairs);
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kDoublePairs));
+}
 
 void Double_Zos(benchmark::State &state) {
-    char buf[kBuf];
-    double d = 12345.678901;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(d);
-        benchmark::DoNotOptimize(Zos_SNPrintf(buf, kBuf, "rtt %f ms", d));
-        benchmark::ClobberMemory();
-    }
+    state.counters["differ"] = DoubleDifferences();
+    DoubleSpread(state,
+                 [](char *buf, const char *f, double d) { return Zos_SNPrintf(buf, kBuf, f, d); });
 }
 
 void Double_Snprintf(benchmark::State &state) {
-    char buf[kBuf];
-    double d = 12345.678901;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(d);
-        benchmark::DoNotOptimize(std::snprintf(buf, kBuf, "rtt %f ms", d));
-        benchmark::ClobberMemory();
-    }
+    DoubleSpread(state,
+                 [](char *buf, const char *f, double d) { return std::snprintf(buf, kBuf, f, d); });
 }
 
+// {fmt} takes the precision as an argument.
 void Double_Fmt(benchmark::State &state) {
     char buf[kBuf];
-    double d = 12345.678901;
+    static const int kPrecisions[] = {0, 2, 6, 9};
     for (auto _ : state) {
-        benchmark::DoNotOptimize(d);
-        benchmark::DoNotOptimize(fmt::format_to_n(buf, kBuf - 1, "rtt {:f} ms", d));
-        benchmark::ClobberMemory();
+        size_t total = 0;
+        for (int prec : kPrecisions) {
+            for (double d : kDoubles) {
+                benchmark::DoNotOptimize(d);
+                total += fmt::format_to_n(buf, kBuf - 1, "{:.{}f}", d, prec).size;
+                benchmark::ClobberMemory();
+            }
+        }
+        KBENCH_CHECK(state, total > kDoublePairs);
     }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kDoublePairs));
 }
 
 }  // namespace

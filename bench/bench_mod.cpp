@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench_layer.h"
 #include "kestro_lite.h"
 
 namespace {
@@ -40,6 +41,7 @@ class Sink {
   public:
     virtual ~Sink() = default;
     virtual void Post(uint32_t producer) = 0;
+    virtual bool Ok() const { return true; }
 };
 
 // ---- the module manager ---------------------------------------------------
@@ -51,11 +53,10 @@ int32_t ModEntry(void *msg) {
 
 class ModSink : public Sink {
   public:
+    // The threaded road runs on the layer as main started it; the
+    // host-driven one restarts it in that mode for the run.
     explicit ModSink(bool host) : host_(host) {
-        Zos_CfgSetLogLevel(ZOS_LOG_LEVEL_FATAL);
-        Zos_CfgSetQueueSize(8192);
-        Zos_CfgSetModDrvMode(host ? 0 : 1);
-        Zos_SysInit();
+        if (host) layer_ = std::make_unique<kbench::LayerInMode>(0);
         if (host) {
             // The host loop: a thread with the looper watching the pipe.
             Zpand_ModSetPostDrv(
@@ -68,8 +69,11 @@ class ModSink : public Sink {
             });
             while (!ready_) std::this_thread::yield();
         }
-        Zos_ModTaskStart("BENCH", 3, 8192, 0, host ? 1 : 0, nullptr, nullptr, ModEntry, &task_);
+        ok_ = (layer_ == nullptr || layer_->Ok()) &&
+              Zos_ModTaskStart("BENCH", 3, 8192, 0, host ? 1 : 0, nullptr, nullptr, ModEntry,
+                               &task_) == ZOK;
     }
+    bool Ok() const override { return ok_; }
     ~ModSink() override {
         Zos_ModTaskStop(task_);
         if (host_) {
@@ -78,7 +82,6 @@ class ModSink : public Sink {
             loop_.join();
             Zpand_ModSetPostDrv(nullptr);
         }
-        Zos_SysDestroy();
     }
     void Post(uint32_t p) override {
         while (Zos_MsgSendX(task_, task_, p, 0, nullptr, 0) != ZOK) std::this_thread::yield();
@@ -86,6 +89,8 @@ class ModSink : public Sink {
 
   private:
     bool host_;
+    bool ok_ = false;
+    std::unique_ptr<kbench::LayerInMode> layer_;
     uint32_t task_ = 0;
     std::thread loop_;
     std::atomic<bool> ready_{false}, stop_{false};
@@ -203,6 +208,7 @@ void Throughput(benchmark::State &state, Road road) {
     const auto producers = static_cast<uint32_t>(state.range(0));
     ResetCounts();
     auto sink = Make(road);
+    KBENCH_REQUIRE(state, sink->Ok());
     uint64_t expected = 0;
     for (auto _ : state) {
         expected += kBatch;
@@ -226,6 +232,7 @@ void Latency(benchmark::State &state, Road road) {
     constexpr uint32_t kPerProducer = 2000;
     ResetCounts();
     auto sink = Make(road);
+    KBENCH_REQUIRE(state, sink->Ok());
     std::vector<double> all;
     for (auto _ : state) {
         std::vector<std::vector<double>> samples(producers);

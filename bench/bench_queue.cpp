@@ -10,22 +10,13 @@
 #include <thread>
 #include <vector>
 
+#include "bench_layer.h"
 #include "kestro_lite.h"
 
 namespace {
 
 constexpr uint32_t kLevels = 4;
 constexpr uintptr_t kBatch = 20000;  // items per producer/consumer round
-
-// The layer is started once for the whole run.
-struct Layer {
-    Layer() { Zos_SysInit(); }
-    ~Layer() { Zos_SysDestroy(); }
-};
-
-void EnsureLayer() {
-    static Layer layer;
-}
 
 class StdQueue {
   public:
@@ -89,6 +80,7 @@ template <uint32_t kBlocking>
 struct ZQueueOps {
     ZQUEUE q = nullptr;
     ZQueueOps() { Zos_QueueCreate(1, kBlocking, 256, 0xFFFF, &q); }
+    bool Ok() const { return q != nullptr; }
     ~ZQueueOps() { Zos_QueueDelete(q); }
     bool Add(uintptr_t v) { return Zos_QueueAdd(q, v) == ZOK; }
     bool Poll(bool wait, uintptr_t *v) { return Zos_QueuePoll(q, wait, v) == ZOK; }
@@ -97,6 +89,7 @@ struct ZQueueOps {
 struct ZPQueueOps {
     ZPQUEUE q = nullptr;
     ZPQueueOps() { Zos_PQueueCreate(1, 1, 256, 0xFFFF, kLevels - 1, &q); }
+    bool Ok() const { return q != nullptr; }
     ~ZPQueueOps() { Zos_PQueueDelete(q); }
     bool Add(uintptr_t v) { return Zos_PQueueAdd(q, v % kLevels, v) == ZOK; }
     bool Poll(bool wait, uintptr_t *v) { return Zos_PQueuePoll(q, wait, nullptr, v) == ZOK; }
@@ -109,6 +102,7 @@ struct StdQueueOps {
         return true;
     }
     bool Poll(bool wait, uintptr_t *v) { return q.Poll(wait, v); }
+    bool Ok() const { return true; }
 };
 
 struct StdPQueueOps {
@@ -118,24 +112,21 @@ struct StdPQueueOps {
         return true;
     }
     bool Poll(bool wait, uintptr_t *v) { return q.Poll(wait, v); }
+    bool Ok() const { return true; }
 };
-
-// Reported beside the median: on a loaded machine the fastest repetition
-// is the least disturbed one.
-double Min(const std::vector<double> &v) {
-    return v.empty() ? 0.0 : *std::min_element(v.begin(), v.end());
-}
 
 template <typename Ops>
 void SingleThread(benchmark::State &state) {
-    EnsureLayer();
     Ops ops;
+    KBENCH_REQUIRE(state, ops.Ok());
     uintptr_t v = 0;
     uintptr_t n = 1;
     for (auto _ : state) {
-        ops.Add(n++);
-        ops.Poll(false, &v);
+        const bool added = ops.Add(n);
+        const bool polled = ops.Poll(false, &v);
         benchmark::DoNotOptimize(v);
+        KBENCH_CHECK(state, added && polled && v == n);
+        ++n;
     }
     state.SetItemsProcessed(state.iterations());
 }
@@ -144,8 +135,8 @@ void SingleThread(benchmark::State &state) {
 // them with wait.
 template <typename Ops>
 void ProducerConsumer(benchmark::State &state) {
-    EnsureLayer();
     Ops ops;
+    KBENCH_REQUIRE(state, ops.Ok());
     for (auto _ : state) {
         std::thread producer([&ops] {
             for (uintptr_t i = 1; i <= kBatch; ++i) {
@@ -154,46 +145,38 @@ void ProducerConsumer(benchmark::State &state) {
         });
         uintptr_t v = 0;
         uintptr_t sum = 0;
+        bool ok = true;
         for (uintptr_t i = 0; i < kBatch; ++i) {
-            ops.Poll(true, &v);
+            ok &= ops.Poll(true, &v);
             sum += v;
         }
         producer.join();
         benchmark::DoNotOptimize(sum);
+        KBENCH_CHECK(state, ok && sum == kBatch * (kBatch + 1) / 2);
     }
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kBatch));
 }
 
-BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<1>)
-    ->Name("Queue/add_poll/kestro")
-    ->ComputeStatistics("min", Min);
-BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<0>)
-    ->Name("Queue/add_poll/kestro_nonblocking")
-    ->ComputeStatistics("min", Min);
-BENCHMARK_TEMPLATE(SingleThread, StdQueueOps)
-    ->Name("Queue/add_poll/std")
-    ->ComputeStatistics("min", Min);
+BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<1>)->Name("Queue/add_poll/kestro");
+BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<0>)->Name("Queue/add_poll/kestro_nonblocking");
+BENCHMARK_TEMPLATE(SingleThread, StdQueueOps)->Name("Queue/add_poll/std");
 BENCHMARK_TEMPLATE(ProducerConsumer, ZQueueOps<1>)
     ->Name("Queue/1p1c/kestro")
     ->UseRealTime()
-    ->ComputeStatistics("min", Min);
+    ->Apply(kbench::MinMedian);
 BENCHMARK_TEMPLATE(ProducerConsumer, StdQueueOps)
     ->Name("Queue/1p1c/std")
     ->UseRealTime()
-    ->ComputeStatistics("min", Min);
-BENCHMARK_TEMPLATE(SingleThread, ZPQueueOps)
-    ->Name("PQueue/add_poll/kestro")
-    ->ComputeStatistics("min", Min);
-BENCHMARK_TEMPLATE(SingleThread, StdPQueueOps)
-    ->Name("PQueue/add_poll/std")
-    ->ComputeStatistics("min", Min);
+    ->Apply(kbench::MinMedian);
+BENCHMARK_TEMPLATE(SingleThread, ZPQueueOps)->Name("PQueue/add_poll/kestro");
+BENCHMARK_TEMPLATE(SingleThread, StdPQueueOps)->Name("PQueue/add_poll/std");
 BENCHMARK_TEMPLATE(ProducerConsumer, ZPQueueOps)
     ->Name("PQueue/1p1c/kestro")
     ->UseRealTime()
-    ->ComputeStatistics("min", Min);
+    ->Apply(kbench::MinMedian);
 BENCHMARK_TEMPLATE(ProducerConsumer, StdPQueueOps)
     ->Name("PQueue/1p1c/std")
     ->UseRealTime()
-    ->ComputeStatistics("min", Min);
+    ->Apply(kbench::MinMedian);
 
 }  // namespace

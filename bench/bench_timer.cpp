@@ -16,18 +16,10 @@
 
 #include <pthread.h>
 
+#include "bench_layer.h"
 #include "kestro_lite.h"
 
 namespace {
-
-struct Layer {
-    Layer() { Zos_SysInit(); }
-    ~Layer() { Zos_SysDestroy(); }
-};
-
-void EnsureLayer() {
-    static Layer layer;
-}
 
 void Nop(uint32_t, uint32_t, uintptr_t) {}
 
@@ -41,7 +33,6 @@ uint32_t MeasuredTick(uint32_t n, bool spread) {
 }
 
 void QTimerStartStop(benchmark::State &state) {
-    EnsureLayer();
     const auto n = static_cast<uint32_t>(state.range(0));
     const bool spread = state.range(1) != 0;
     ZQTIMER q = nullptr;
@@ -51,12 +42,14 @@ void QTimerStartStop(benchmark::State &state) {
         Zos_QTimerTmrCreate(q, ZOS_INVALID_ID, 0, &id);
         Zos_QTimerTmrStart(q, id, 0, TickOf(i, spread), 0, Nop);
     }
-    uint32_t id = 0;
+    uint32_t id = ZOS_INVALID_ID;
     Zos_QTimerTmrCreate(q, ZOS_INVALID_ID, 0, &id);
     const uint32_t ticks = MeasuredTick(n, spread);
+    KBENCH_REQUIRE(state, q != nullptr && id != ZOS_INVALID_ID);
     for (auto _ : state) {
-        Zos_QTimerTmrStart(q, id, 0, ticks, 0, Nop);
-        Zos_QTimerTmrStop(q, id);
+        const uint32_t started = Zos_QTimerTmrStart(q, id, 0, ticks, 0, Nop);
+        const uint32_t stopped = Zos_QTimerTmrStop(q, id);
+        KBENCH_CHECK(state, started == ZOK && stopped == ZOK);
     }
     Zos_QTimerDelete(q);
 }
@@ -196,7 +189,6 @@ void OnDue(uint32_t, uint32_t slot, uintptr_t) {
 }
 
 void FiringLateness(benchmark::State &state) {
-    EnsureLayer();
     uint32_t task = 0;
     Zos_ModTaskStart("BUSY", 4, 200, 0, 0, nullptr, nullptr, SpinEntry, &task);
     g_busy = true;
@@ -258,7 +250,6 @@ void NoteThread(uint32_t, uint32_t, uintptr_t) {
 }
 
 void WakeupsPerSecond(benchmark::State &state) {
-    EnsureLayer();
     ZOS_OSDEP_FUNC *slots = Zos_OsenvLocateNew()->pfnOsdep;
     uint32_t id = 0;
     Zos_TimerCreate(ZOS_INVALID_ID, ZOS_TIMER_FLAG_PERIOD, &id);

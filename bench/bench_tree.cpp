@@ -9,18 +9,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "bench_layer.h"
 #include "kestro_lite.h"
 
 namespace {
-
-struct Layer {
-    Layer() { Zos_SysInit(); }
-    ~Layer() { Zos_SysDestroy(); }
-};
-
-void EnsureLayer() {
-    static Layer layer;
-}
 
 // Distinct keys in random order, the same for every run of one size.
 const std::vector<uintptr_t> &Keys(size_t n) {
@@ -46,7 +38,6 @@ std::map<uintptr_t, uintptr_t> BuildMap(const std::vector<uintptr_t> &keys) {
 }
 
 void TreeInsert_Rbt(benchmark::State &state) {
-    EnsureLayer();
     const auto &keys = Keys(state.range(0));
     for (auto _ : state) {
         ZRBT tree = BuildTree(keys);
@@ -66,11 +57,17 @@ void TreeInsert_StdMap(benchmark::State &state) {
 }
 
 void TreeFind_Rbt(benchmark::State &state) {
-    EnsureLayer();
     const auto &keys = Keys(state.range(0));
     ZRBT tree = BuildTree(keys);
+    KBENCH_REQUIRE(state, tree != nullptr);
     for (auto _ : state) {
-        for (uintptr_t k : keys) benchmark::DoNotOptimize(Zos_RbtFind(tree, k));
+        size_t found = 0;
+        for (uintptr_t k : keys) {
+            ZRBTNODE node = Zos_RbtFind(tree, k);
+            benchmark::DoNotOptimize(node);
+            found += node != nullptr;
+        }
+        KBENCH_CHECK(state, found == keys.size());
     }
     Zos_RbtDelete(tree);
     state.SetItemsProcessed(state.iterations() * keys.size());
@@ -88,7 +85,6 @@ void TreeFind_StdMap(benchmark::State &state) {
 // Removal of every key (in another random order); the tree is rebuilt
 // outside the timed part.
 void TreeRemove_Rbt(benchmark::State &state) {
-    EnsureLayer();
     const auto &keys = Keys(state.range(0));
     std::vector<uintptr_t> order(keys);
     std::shuffle(order.begin(), order.end(), std::mt19937(7));
@@ -96,8 +92,10 @@ void TreeRemove_Rbt(benchmark::State &state) {
         state.PauseTiming();
         ZRBT tree = BuildTree(keys);
         state.ResumeTiming();
-        for (uintptr_t k : order) Zos_RbtRmv(tree, k);
+        uint32_t rc = ZOK;
+        for (uintptr_t k : order) rc |= Zos_RbtRmv(tree, k);
         state.PauseTiming();
+        KBENCH_CHECK(state, rc == ZOK);
         Zos_RbtDelete(tree);
         state.ResumeTiming();
     }
@@ -124,15 +122,31 @@ uint32_t WordCmp(uintptr_t zItem, uintptr_t, uintptr_t zValue, uintptr_t) {
     return zItem == zValue ? 0 : 1;
 }
 
+// The sum of the 1,000 keys: what a round of finds must add up to.
+uintptr_t KeySum() {
+    static const uintptr_t sum = [] {
+        uintptr_t s = 0;
+        for (uintptr_t k : Keys(1000)) s += k;
+        return s;
+    }();
+    return sum;
+}
+
 void HashFind_Zos(benchmark::State &state) {
-    EnsureLayer();
     const auto &keys = Keys(1000);
     ST_ZOS_HASH hash;
     Zos_HashCreate(&hash, 1024, Zos_HashKeyFromUint32, WordCmp);
     for (uintptr_t k : keys) Zos_HashInsert(&hash, k, 0, k, 0);
     uintptr_t item = 0;
     for (auto _ : state) {
-        for (uintptr_t k : keys) benchmark::DoNotOptimize(Zos_HashFind(&hash, 0, k, 0, &item));
+        size_t found = 0;
+        uintptr_t sum = 0;
+        for (uintptr_t k : keys) {
+            found += Zos_HashFind(&hash, 0, k, 0, &item);
+            sum += item;
+        }
+        benchmark::DoNotOptimize(sum);
+        KBENCH_CHECK(state, found == keys.size() && sum == KeySum());
     }
     Zos_HashDelete(&hash);
     state.SetItemsProcessed(state.iterations() * keys.size());
@@ -143,7 +157,13 @@ void HashFind_StdUnorderedMap(benchmark::State &state) {
     std::unordered_map<uintptr_t, uintptr_t> map;
     for (uintptr_t k : keys) map.emplace(k, k);
     for (auto _ : state) {
-        for (uintptr_t k : keys) benchmark::DoNotOptimize(map.find(k));
+        uintptr_t sum = 0;
+        for (uintptr_t k : keys) {
+            auto it = map.find(k);
+            sum += it == map.end() ? 0 : it->second;
+        }
+        benchmark::DoNotOptimize(sum);
+        KBENCH_CHECK(state, sum == KeySum());
     }
     state.SetItemsProcessed(state.iterations() * keys.size());
 }
