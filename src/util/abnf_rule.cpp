@@ -1,6 +1,7 @@
 // ABNF rules: parameterised string and token scans, decimal, hexadecimal
 // and q-value numbers with bounds, IPv4 and IPv6 addresses, and the
 // whole-string converters built on them.
+#include <array>
 #include <cstring>
 
 #include "abnf_int.h"
@@ -65,6 +66,17 @@ bool TempMsg(ST_ABNF_MSG *msg, const char *text, uint32_t len) {
 bool AllTaken(const ST_ABNF_MSG *msg) {
     const ST_ABNF_BUF_STATE &s = msg->stState;
     return s.uiScannedLen + msg->ucPendEol == s.uiRemainLen;
+}
+
+// Reads the whole of a text with one getter: ZOK only when the getter
+// succeeds and takes every byte; the value goes out only then.
+template <typename T, typename Get>
+uint32_t WholeText(const char *text, uint32_t len, T *out, Get get) {
+    ST_ABNF_MSG m;
+    T v{};
+    if (!TempMsg(&m, text, len) || get(&m, &v) != ZOK || !AllTaken(&m)) return ZFAILED;
+    if (out != nullptr) *out = v;
+    return ZOK;
 }
 
 }  // namespace
@@ -327,63 +339,32 @@ KESTRO_API uint32_t Abnf_GetIpV6(ST_ABNF_MSG *pstMsg, uint8_t *pucAddr) {
 }
 
 KESTRO_API uint32_t Abnf_NStr2UiDigit(const char *pcStr, uint32_t uiLen, uint32_t *puiValue) {
-    ST_ABNF_MSG m;
-    uint32_t v = 0;
-    if (!TempMsg(&m, pcStr, uiLen) || Abnf_GetUiDigit(&m, &v) != ZOK || !AllTaken(&m)) {
-        return ZFAILED;
-    }
-    if (puiValue != nullptr) *puiValue = v;
-    return ZOK;
+    return WholeText(pcStr, uiLen, puiValue, Abnf_GetUiDigit);
 }
 
 KESTRO_API uint32_t Abnf_NStr2UsDigit(const char *pcStr, uint32_t uiLen, uint16_t *pusValue) {
-    ST_ABNF_MSG m;
-    uint16_t v = 0;
-    if (!TempMsg(&m, pcStr, uiLen) || Abnf_GetUsDigit(&m, &v) != ZOK || !AllTaken(&m)) {
-        return ZFAILED;
-    }
-    if (pusValue != nullptr) *pusValue = v;
-    return ZOK;
+    return WholeText(pcStr, uiLen, pusValue, Abnf_GetUsDigit);
 }
 
 KESTRO_API uint32_t Abnf_NStr2UcDigit(const char *pcStr, uint32_t uiLen, uint8_t *pucValue) {
-    ST_ABNF_MSG m;
-    uint8_t v = 0;
-    if (!TempMsg(&m, pcStr, uiLen) || Abnf_GetUcDigit(&m, &v) != ZOK || !AllTaken(&m)) {
-        return ZFAILED;
-    }
-    if (pucValue != nullptr) *pucValue = v;
-    return ZOK;
+    return WholeText(pcStr, uiLen, pucValue, Abnf_GetUcDigit);
 }
 
 KESTRO_API uint32_t Abnf_NStr2XUiDigit(const char *pcStr, uint32_t uiLen, uint32_t *puiValue) {
-    ST_ABNF_MSG m;
-    uint32_t v = 0;
-    if (!TempMsg(&m, pcStr, uiLen) || Abnf_GetXUiDigit(&m, &v) != ZOK || !AllTaken(&m)) {
-        return ZFAILED;
-    }
-    if (puiValue != nullptr) *puiValue = v;
-    return ZOK;
+    return WholeText(pcStr, uiLen, puiValue, Abnf_GetXUiDigit);
 }
 
 KESTRO_API uint32_t Abnf_NStr2Ipv4(const char *pcStr, uint32_t uiLen, uint32_t *puiAddr) {
-    ST_ABNF_MSG m;
-    uint32_t v = 0;
-    if (!TempMsg(&m, pcStr, uiLen) || Abnf_GetIpV4(&m, &v) != ZOK || !AllTaken(&m)) {
-        return ZFAILED;
-    }
-    if (puiAddr != nullptr) *puiAddr = v;
-    return ZOK;
+    return WholeText(pcStr, uiLen, puiAddr, Abnf_GetIpV4);
 }
 
 KESTRO_API uint32_t Abnf_NStr2Ipv6(const char *pcStr, uint32_t uiLen, uint8_t *pucAddr) {
-    ST_ABNF_MSG m;
-    uint8_t v[16];
-    if (!TempMsg(&m, pcStr, uiLen) || Abnf_GetIpV6(&m, v) != ZOK || !AllTaken(&m)) {
-        return ZFAILED;
-    }
-    if (pucAddr != nullptr) std::memcpy(pucAddr, v, 16);
-    return ZOK;
+    using Addr = std::array<uint8_t, 16>;
+    Addr v{};
+    const uint32_t rc = WholeText(
+        pcStr, uiLen, &v, [](ST_ABNF_MSG *m, Addr *a) { return Abnf_GetIpV6(m, a->data()); });
+    if (rc == ZOK && pucAddr != nullptr) std::memcpy(pucAddr, v.data(), v.size());
+    return rc;
 }
 
 KESTRO_API uint32_t Abnf_NStrIsIpv4(const char *pcStr, uint32_t uiLen) {

@@ -228,6 +228,18 @@ void Rewind(ST_ABNF_MSG *msg, const ST_ABNF_BUF_STATE &save) {
     msg->ucPendEol = 0;
 }
 
+// Runs a rule; when it fails, the position and the pending line end are
+// put back as they were (the error frames it logged stay).
+uint32_t TryRule(ST_ABNF_MSG *msg, uint32_t (*rule)(ST_ABNF_MSG *)) {
+    if (msg == nullptr) return ZFAILED;
+    const ST_ABNF_BUF_STATE save = msg->stState;
+    const uint8_t pend = msg->ucPendEol;
+    if (rule(msg) == ZOK) return ZOK;
+    Rewind(msg, save);
+    msg->ucPendEol = pend;
+    return ZFAILED;
+}
+
 uint32_t SkipWs(ST_ABNF_MSG *msg) {
     uint32_t n = 0;
     const uint32_t ahead = Ahead(msg);
@@ -598,13 +610,7 @@ KESTRO_API uint32_t Abnf_ExpectEol(ST_ABNF_MSG *pstMsg) {
 }
 
 KESTRO_API uint32_t Abnf_TryExpectEol(ST_ABNF_MSG *pstMsg) {
-    if (pstMsg == nullptr) return ZFAILED;
-    const ST_ABNF_BUF_STATE save = pstMsg->stState;
-    const uint8_t pend = pstMsg->ucPendEol;
-    if (Abnf_ExpectEol(pstMsg) == ZOK) return ZOK;
-    Rewind(pstMsg, save);
-    pstMsg->ucPendEol = pend;
-    return ZFAILED;
+    return TryRule(pstMsg, Abnf_ExpectEol);
 }
 
 KESTRO_API uint32_t Abnf_ExpectCRLF(ST_ABNF_MSG *pstMsg) {
@@ -619,13 +625,7 @@ KESTRO_API uint32_t Abnf_ExpectCRLF(ST_ABNF_MSG *pstMsg) {
 }
 
 KESTRO_API uint32_t Abnf_TryExpectCRLF(ST_ABNF_MSG *pstMsg) {
-    if (pstMsg == nullptr) return ZFAILED;
-    const ST_ABNF_BUF_STATE save = pstMsg->stState;
-    const uint8_t pend = pstMsg->ucPendEol;
-    if (Abnf_ExpectCRLF(pstMsg) == ZOK) return ZOK;
-    Rewind(pstMsg, save);
-    pstMsg->ucPendEol = pend;
-    return ZFAILED;
+    return TryRule(pstMsg, Abnf_ExpectCRLF);
 }
 
 KESTRO_API uint32_t Abnf_IgnWS(ST_ABNF_MSG *pstMsg) {
@@ -691,13 +691,7 @@ KESTRO_API uint32_t Abnf_ExpectLWS(ST_ABNF_MSG *pstMsg) {
 }
 
 KESTRO_API uint32_t Abnf_TryExpectLWS(ST_ABNF_MSG *pstMsg) {
-    if (pstMsg == nullptr) return ZFAILED;
-    const ST_ABNF_BUF_STATE save = pstMsg->stState;
-    const uint8_t pend = pstMsg->ucPendEol;
-    if (Abnf_ExpectLWS(pstMsg) == ZOK) return ZOK;
-    Rewind(pstMsg, save);
-    pstMsg->ucPendEol = pend;
-    return ZFAILED;
+    return TryRule(pstMsg, Abnf_ExpectLWS);
 }
 
 }  // extern "C"

@@ -338,6 +338,21 @@ uint32_t RequestDrive() {
     return drive != nullptr ? drive() : ZFAILED;
 }
 
+// Takes or gives the task's own mutex (the task must have one); the
+// manager's lock covers only finding the task.
+uint32_t OnTaskMutex(uint32_t id, uint32_t (*op)(ZMUTEX *)) {
+    ZosModMgr *mgr = zos::ModMgr();
+    if (mgr == nullptr) return ZFAILED;
+    ZMUTEX *m = nullptr;
+    {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, id);
+        if (t == nullptr || t->ucTaskLock == 0) return ZFAILED;
+        m = &t->zMutex;
+    }
+    return op(m);
+}
+
 }  // namespace
 
 namespace zos {
@@ -821,29 +836,11 @@ KESTRO_API uint32_t Zos_ModTaskEntry(ST_ZOS_TASK_START *pstStart) {
 }
 
 KESTRO_API uint32_t Zos_ModTaskLock(uint32_t uiTaskId) {
-    ZosModMgr *mgr = zos::ModMgr();
-    if (mgr == nullptr) return ZFAILED;
-    ZMUTEX *m = nullptr;
-    {
-        Lock lock(mgr);
-        ModTask *t = zos::TaskFind(mgr, uiTaskId);
-        if (t == nullptr || t->ucTaskLock == 0) return ZFAILED;
-        m = &t->zMutex;
-    }
-    return Zos_MutexLock(m);
+    return OnTaskMutex(uiTaskId, Zos_MutexLock);
 }
 
 KESTRO_API uint32_t Zos_ModTaskUnlock(uint32_t uiTaskId) {
-    ZosModMgr *mgr = zos::ModMgr();
-    if (mgr == nullptr) return ZFAILED;
-    ZMUTEX *m = nullptr;
-    {
-        Lock lock(mgr);
-        ModTask *t = zos::TaskFind(mgr, uiTaskId);
-        if (t == nullptr || t->ucTaskLock == 0) return ZFAILED;
-        m = &t->zMutex;
-    }
-    return Zos_MutexUnlock(m);
+    return OnTaskMutex(uiTaskId, Zos_MutexUnlock);
 }
 
 #define ZOS_MOD_STATE_SETTER(name, state)          \
