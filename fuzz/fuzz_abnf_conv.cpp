@@ -10,20 +10,17 @@
 #include <string>
 #include <vector>
 
+#include "fuzz_layer.h"
 #include "kestro_lite.h"
 
 namespace {
-
-void Quiet(const char *) {}
 
 ST_ABNF_CHRSET *g_set = nullptr;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    Zos_CfgSetPrintDisp(Quiet);
-    if (Zos_SysInit() != ZOK) std::abort();
-    Zos_LogClose(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ALL);
+    kfuzz::StartQuietLayer();
     g_set = Abnf_ChrsetCreate(1);
     Abnf_ChrsetSetStr(g_set, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_.~",
                       1);

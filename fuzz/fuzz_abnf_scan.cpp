@@ -11,14 +11,13 @@
 #include <cstring>
 #include <memory>
 
+#include "fuzz_layer.h"
 #include "kestro_lite.h"
 
 namespace {
 
 ST_ABNF_CHRSET *g_set = nullptr;
 ST_ABNF_TKN_MGR *g_mgr = nullptr;
-
-void Quiet(const char *) {}
 
 void Fail(const char *what, uint32_t step) {
     std::fprintf(stderr, "fuzz_abnf_scan: %s at step %u\n", what, step);
@@ -151,9 +150,7 @@ uint32_t Step(ST_ABNF_MSG *m, uint8_t op, Check &chk) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    Zos_CfgSetPrintDisp(Quiet);
-    if (Zos_SysInit() != ZOK) std::abort();
-    Zos_LogClose(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ALL);
+    kfuzz::StartQuietLayer();
     g_set = Abnf_ChrsetCreate(1);
     Abnf_ChrsetSetStr(g_set, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_.!~*'", 1);
     Abnf_ChrsetSetStr(g_set, "0123456789", 2 | 8);

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 
+#include "fuzz_layer.h"
 #include "kestro_lite.h"
 
 namespace {
@@ -20,39 +21,19 @@ void Fail(const char *what, size_t step) {
     std::abort();
 }
 
-struct Input {
-    const uint8_t *p;
-    size_t n;
-    uint8_t Byte() {
-        if (n == 0) return 0;
-        --n;
-        return *p++;
-    }
+struct Input : kfuzz::Input {
     uint32_t Word() { return static_cast<uint32_t>(Byte()) << 8 | Byte(); }
 };
-
-std::string Content(ZDBUF b) {
-    std::string s(Zos_DbufLen(b), '\0');
-    if (!s.empty() && Zos_DbufCopyD(b, 0, static_cast<uint32_t>(s.size()), s.data()) != ZOK) {
-        return "<copy failed>";
-    }
-    return s;
-}
-
-void Quiet(const char *) {}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    Zos_CfgSetPrintDisp(Quiet);
-    if (Zos_SysInit() != ZOK) std::abort();
-    // Refusals are part of the sequence; their log lines are not wanted.
-    Zos_LogClose(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ALL);
+    kfuzz::StartQuietLayer();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    Input in{data, size};
+    Input in{{data, size}};
     const uint32_t bufSize = 64 + 4 * static_cast<uint32_t>(in.Byte());
     ZDBUF b = Zos_DbufCreate(nullptr, 1, bufSize);
     if (b == nullptr) Fail("create", 0);
@@ -94,7 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             ZDBUF tail = Zos_DbufSplit(b, off);
             if ((tail != nullptr) != (off > 0 && off < len)) Fail("split result", step);
             if (tail != nullptr) {
-                if (Content(b) != model.substr(0, off) || Content(tail) != model.substr(off)) {
+                if (kfuzz::DbufText(b) != model.substr(0, off) ||
+                    kfuzz::DbufText(tail) != model.substr(off)) {
                     Fail("split parts", step);
                 }
                 if (Zos_DbufCat(b, tail) != ZOK) Fail("cat", step);
@@ -110,7 +92,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             ZDBUF flat = Zos_DbufFlatX(b, off, n);
             ZDBUF copy = Zos_DbufCopyX(b, off, n);
             if (flat == nullptr || Zos_DbufIsFlat(flat) != 1 || copy == nullptr) Fail("copy", step);
-            if (Content(flat) != model.substr(off, n) || Content(copy) != model.substr(off, n)) {
+            if (kfuzz::DbufText(flat) != model.substr(off, n) ||
+                kfuzz::DbufText(copy) != model.substr(off, n)) {
                 Fail("copied bytes", step);
             }
             Zos_DbufDelete(flat);
@@ -125,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         uint32_t sum = 0;
         for (uint32_t i = 0; i < Zos_DbufBlkSize(b); ++i) sum += Zos_DbufBlkLen(b, i);
         if (sum != model.size()) Fail("block lengths", step);
-        if (Content(b) != model) Fail("content", step);
+        if (kfuzz::DbufText(b) != model) Fail("content", step);
     }
     if (Zos_DbufDelete(b) != ZOK) Fail("delete", 0);
     if (Zos_DbufChkPool() != ZOK) Fail("pool damaged", 0);

@@ -13,6 +13,7 @@
 #include <map>
 #include <string>
 
+#include "fuzz_layer.h"
 #include "kestro_lite.h"
 
 namespace {
@@ -22,14 +23,7 @@ void Fail(const char *what, size_t step) {
     std::abort();
 }
 
-struct Input {
-    const uint8_t *p;
-    size_t n;
-    uint8_t Byte() {
-        if (n == 0) return 0;
-        --n;
-        return *p++;
-    }
+struct Input : kfuzz::Input {
     uint64_t Word64() {
         uint64_t v = 0;
         for (int i = 0; i < 8; ++i) v = v << 8 | Byte();
@@ -208,14 +202,12 @@ void Check(ZEVNT e, const std::map<uint32_t, Want> &model, uint32_t id, uint32_t
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    if (Zos_SysInit() != ZOK) std::abort();
-    // Refusals are part of the sequence; their log lines are not wanted.
-    Zos_LogClose(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ALL);
+    kfuzz::StartQuietLayer();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    Input in{data, size};
+    Input in{{data, size}};
     ZEVNT e = Zos_EvntCreate();
     if (e == nullptr) Fail("create", 0);
     std::map<uint32_t, Want> model;

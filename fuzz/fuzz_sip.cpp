@@ -6,21 +6,18 @@
 #include <cstring>
 #include <memory>
 
+#include "fuzz_layer.h"
 #include "kestro_lite.h"
 #include "sip_reader.h"
 
 namespace {
-
-void Quiet(const char *) {}
 
 const kestro::sip::Reader *g_reader = nullptr;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    Zos_CfgSetPrintDisp(Quiet);
-    if (Zos_SysInit() != ZOK) std::abort();
-    Zos_LogClose(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ALL);
+    kfuzz::StartQuietLayer();
     g_reader = new kestro::sip::Reader;
     if (!g_reader->ok()) std::abort();
     return 0;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "fuzz_layer.h"
 #include "kestro_lite.h"
 
 namespace {
@@ -58,20 +59,15 @@ std::string Encode(ZiniFile *ini) {
         Zini_EncodeBuf(&msg, ini) != ZOK) {
         Fail("encode", Tree(ini), "");
     }
-    std::string text(Zos_DbufLen(out), '\0');
-    if (!text.empty()) Zos_DbufCopyD(out, 0, static_cast<uint32_t>(text.size()), text.data());
+    const std::string text = kfuzz::DbufText(out);
     Zos_DbufDelete(out);
     return text;
 }
 
-void Quiet(const char *) {}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    Zos_CfgSetPrintDisp(Quiet);
-    if (Zos_SysInit() != ZOK) std::abort();
-    Zos_LogClose(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ALL);
+    kfuzz::StartQuietLayer();
     return 0;
 }
 

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "fuzz_layer.h"
 #include "kestro_lite.h"
 
 namespace {
@@ -63,14 +64,7 @@ Sect *FirstSect(Model &m, const std::string &name) {
     return nullptr;
 }
 
-struct Input {
-    const uint8_t *p;
-    size_t n;
-    uint8_t Byte() {
-        if (n == 0) return 0;
-        --n;
-        return *p++;
-    }
+struct Input : kfuzz::Input {
     // A name that writes and reads back alike: 1 to 3 characters.
     std::string Name() {
         static const char kChars[] = "abs0_-";
@@ -120,14 +114,10 @@ void CheckLookup(ZiniFile *ini, const Model &m, const std::string &sect, const s
     }
 }
 
-void Quiet(const char *) {}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    Zos_CfgSetPrintDisp(Quiet);
-    if (Zos_SysInit() != ZOK) std::abort();
-    Zos_LogClose(Zos_LogGetZosId(), ZOS_LOG_LEVEL_ALL);
+    kfuzz::StartQuietLayer();
     return 0;
 }
 
@@ -135,7 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size > 1 << 16) return 0;
     const auto *end = static_cast<const uint8_t *>(std::memchr(data, 0xFF, size));
     const size_t textLen = end != nullptr ? static_cast<size_t>(end - data) : size;
-    Input in{data + textLen, size - textLen};
+    Input in{{data + textLen, size - textLen}};
     in.Byte();  // the 0xFF mark
 
     ZiniFile *ini = nullptr;
@@ -215,8 +205,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         Zini_EncodeBuf(&msg, ini) != ZOK) {
         Fail("encode", Show(model), "");
     }
-    std::string text(Zos_DbufLen(out), '\0');
-    if (!text.empty()) Zos_DbufCopyD(out, 0, static_cast<uint32_t>(text.size()), text.data());
+    const std::string text = kfuzz::DbufText(out);
     Zos_DbufDelete(out);
     ZiniFile *back = nullptr;
     const uint32_t rc2 = Zini_CreateX(text.data(), static_cast<uint32_t>(text.size()), &back);
