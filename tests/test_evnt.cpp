@@ -27,20 +27,11 @@ class EvntTest : public ZosTest {
     ZEVNT evt_ = nullptr;
 };
 
-// Platform heap that fails its n-th call from now on and counts live blocks.
-int g_failAt = 0;
-int g_calls = 0;
-int g_live = 0;
-void *FailingMalloc(uint32_t size) {
-    if (++g_calls == g_failAt) return nullptr;
-    void *p = Zpand_Malloc(size);
-    if (p != nullptr) ++g_live;
-    return p;
-}
-void CountingFree(void *p) {
-    if (p != nullptr) --g_live;
-    Zpand_Free(p);
-}
+using ktest::CountingFree;
+using ktest::FailingMalloc;
+using ktest::g_calls;
+using ktest::g_failAt;
+using ktest::g_live;
 
 TEST_F(EvntTest, FreshEventReadsAbsentValues) {
     EXPECT_EQ(Zos_EParmGetMajorType(evt_), 0xFFFFFFFFu);

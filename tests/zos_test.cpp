@@ -69,6 +69,22 @@ ZOS_OSDEP_FUNC &Slot(uint32_t n) {
     return holder->pfnOsdep[n];
 }
 
+int g_failAt = 0;
+int g_calls = 0;
+int g_live = 0;
+
+void *FailingMalloc(uint32_t size) {
+    if (++g_calls == g_failAt) return nullptr;
+    void *p = Zpand_Malloc(size);
+    if (p != nullptr) ++g_live;
+    return p;
+}
+
+void CountingFree(void *p) {
+    if (p != nullptr) --g_live;
+    Zpand_Free(p);
+}
+
 std::string TempDir() {
     const char *base = std::getenv("KESTRO_TEST_TMP");
     std::string dir = base != nullptr ? base : "/tmp/kestro-test";

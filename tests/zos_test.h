@@ -36,6 +36,15 @@ void WatchSystemLog();
 // test can replace an operation and restore it.
 ZOS_OSDEP_FUNC &Slot(uint32_t n);
 
+// A platform heap for allocation-failure tests (install FailingMalloc and
+// CountingFree in the heap slots): the g_failAt-th call since g_calls was
+// last zeroed fails, and g_live counts blocks handed out and not yet back.
+extern int g_failAt;
+extern int g_calls;
+extern int g_live;
+void *FailingMalloc(uint32_t size);
+void CountingFree(void *p);
+
 // Directory for files a test writes (under the build tree, or /tmp).
 std::string TempDir();
 // A fresh, empty directory under TempDir for one test.
