@@ -112,6 +112,8 @@ struct AddrRef {
     uint32_t uiBkt;
 };
 
+constexpr size_t kCacheLine = 64;
+
 struct ZosPool {
     uint32_t uiMagic;
     uint8_t ucBktCnt;
@@ -124,7 +126,13 @@ struct ZosPool {
     PFN_ZOS_POOL_ALLOC pfnAlloc;
     PFN_ZOS_POOL_FREE pfnFree;
     uint32_t uiHeapSize;
+    // The lock word is written by every locking call of every thread; the
+    // padding keeps it off the cache lines of the fields read on every call
+    // above, so those stay shared between the cores instead of moving with
+    // the lock.
+    char acLockPadBefore[kCacheLine];
     zos::LiteLock stLock;  // off for a pool made without the lock flag
+    char acLockPadAfter[kCacheLine];
     // Address index, sorted by start address, and the entry last found.
     AddrRef *pstRefs;
     uint32_t uiRefCnt;
