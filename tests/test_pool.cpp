@@ -1,5 +1,6 @@
 // Bucket pools: layout of nodes, growth, reuse, shrink, large allocations
 // and the refusal of bad pointers without damage to the pool.
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -128,6 +129,57 @@ TEST_F(PoolTest, FullBucketFallsBackToLargerSizeClassThenToNothing) {
     EXPECT_EQ(Zos_PoolAlloc(pool_, 20), nullptr);
     Zos_PoolFree(pool_, a);
     Zos_PoolFree(pool_, b);
+}
+
+// Every request size from 1 to one past the largest bucket is served by
+// the first bucket (in table order) whose data size holds it, and the
+// next size up by a large allocation: the configured tables, and tables
+// with rows below the smallest data size, sizes that are not multiples of
+// 4, octave edges and rows out of order.
+TEST_F(PoolTest, EverySizeGoesToTheFirstBucketLargeEnough) {
+    std::vector<std::vector<ST_ZOS_BKT_INFO>> tables;
+    auto add = [&tables](const ST_ZOS_BKT_INFO *rows, size_t n) {
+        tables.emplace_back(rows, rows + n);
+    };
+    add(m_astZosCfgMemBktInfoGrp, 13);
+    add(m_astZosCfgDbufBktInfoGrp, 12);
+    add(m_astZosCfgPMemBktInfoGrp, 9);
+    add(m_astZosPrintBktInfoGrp, 7);
+    tables.push_back({{1, 0, 1},
+                      {5, 0, 1},
+                      {17, 0, 1},
+                      {33, 0, 1},
+                      {63, 0, 1},
+                      {65, 0, 1},
+                      {129, 0, 1},
+                      {130, 0, 1},
+                      {1023, 0, 1},
+                      {1025, 0, 1}});
+    tables.push_back({{300, 0, 1}, {40, 0, 1}, {64, 0, 1}, {2000, 0, 1}, {100, 0, 1}});
+    for (size_t t = 0; t < tables.size(); ++t) {
+        Zos_PoolDelete(pool_);
+        ASSERT_NE(Make(tables[t], 0, 0), nullptr) << t;
+        const uint32_t n = Zos_PoolGetBktCount(pool_);
+        std::vector<uint32_t> sizes;
+        uint32_t largest = 0;
+        for (uint32_t b = 0; b < n; ++b) {
+            sizes.push_back(Stat(pool_, b).uiSize);
+            largest = std::max(largest, sizes.back());
+        }
+        for (uint32_t size = 1; size <= largest + 1; ++size) {
+            uint32_t want = 0;  // 0: a large allocation of the rounded size
+            for (uint32_t b = 0; b < n && want == 0; ++b) {
+                if (sizes[b] >= size) want = sizes[b];
+            }
+            if (want == 0) want = (size + 3) / 4 * 4;
+            void *p = Zos_PoolAlloc(pool_, size);
+            ASSERT_NE(p, nullptr) << t << " " << size;
+            uint32_t got = 0;
+            EXPECT_EQ(Zos_PoolGetSize(pool_, p, &got), ZOK);
+            Zos_PoolFree(pool_, p);
+            ASSERT_EQ(got, want) << "table " << t << " size " << size;
+        }
+    }
 }
 
 TEST_F(PoolTest, ShrinkReleasesOnlyBlocksBeyondTheInitialCount) {

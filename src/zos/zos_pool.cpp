@@ -138,6 +138,10 @@ struct ZosPool {
     uint32_t uiRefCnt;
     uint32_t uiRefCap;
     uint32_t uiRefHint;
+    // Size-class start: for a request of n bytes with 2^(k-1) < n <= 2^k,
+    // aucClassFrom[k] is the first bucket larger than 2^(k-1); the first
+    // bucket that fits is found from there within the one octave.
+    uint8_t aucClassFrom[33];
 };
 
 // ---------------------------------------------------------------------
@@ -611,11 +615,31 @@ __attribute__((noinline)) void PoolHeapFreeIn(ZosPool *pool, const Where &w, voi
 // ---------------------------------------------------------------------
 // Allocation, free and checks under the lock
 
+// k with 2^(k-1) < size <= 2^k, for a size of at least 1.
+uint32_t Octave(uint32_t size) {
+    return size <= 1 ? 0 : 32 - static_cast<uint32_t>(__builtin_clz(size - 1));
+}
+
+// Fills the size-class starts from the bucket sizes. The rows are in
+// ascending order as configured, but the start is the first bucket of the
+// table whose size exceeds the octave's floor, so an out-of-order table
+// still gets the first row large enough, as a scan from the top would.
+void SetClassFrom(ZosPool *pool) {
+    for (uint32_t k = 0; k < sizeof(pool->aucClassFrom); ++k) {
+        const uint64_t floor = k == 0 ? 0 : uint64_t{1} << (k - 1);
+        uint32_t i = 0;
+        while (i < pool->ucBktCnt && pool->pstBkts[i].uiDataSize <= floor) ++i;
+        pool->aucClassFrom[k] = static_cast<uint8_t>(i);
+    }
+}
+
 // Takes a node of the first bucket that fits and has (or can grow) a free
 // node; null when none can.
 uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults) {
     zos::LiteGuard lock(&pool->stLock);
-    for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
+    uint32_t i = pool->aucClassFrom[Octave(size)];
+    while (i < pool->ucBktCnt && pool->pstBkts[i].uiDataSize < size) ++i;
+    for (; i < pool->ucBktCnt; ++i) {
         ZosBkt *bkt = &pool->pstBkts[i];
         if (bkt->uiDataSize < size) continue;
         if (__builtin_expect(bkt->stFreeList.pstHead == nullptr, 0)) {
@@ -779,6 +803,7 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
         if (size < pool->uiMinSize) pool->uiMinSize = size;
         if (size > pool->uiMaxSize) pool->uiMaxSize = size;
     }
+    SetClassFrom(pool);
     if (!zos::LiveAdd(pool)) {
         Zos_OsdepTrace("PoolCreate null config.", "src/zos/zos_pool", 583);
         zos::LiteLockDelete(&pool->stLock);
