@@ -1,5 +1,7 @@
 // Bucket pools: layout of nodes, growth, reuse, shrink, large allocations
 // and the refusal of bad pointers without damage to the pool.
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -130,6 +132,57 @@ TEST_F(PoolTest, FullBucketFallsBackToLargerSizeClassThenToNothing) {
     Zos_PoolFree(pool_, b);
 }
 
+// Every request size from 1 to one past the largest bucket is served by
+// the first bucket (in table order) whose data size holds it, and the
+// next size up by a large allocation: the configured tables, and tables
+// with rows below the smallest data size, sizes that are not multiples of
+// 4, octave edges and rows out of order.
+TEST_F(PoolTest, EverySizeGoesToTheFirstBucketLargeEnough) {
+    std::vector<std::vector<ST_ZOS_BKT_INFO>> tables;
+    auto add = [&tables](const ST_ZOS_BKT_INFO *rows, size_t n) {
+        tables.emplace_back(rows, rows + n);
+    };
+    add(m_astZosCfgMemBktInfoGrp, 13);
+    add(m_astZosCfgDbufBktInfoGrp, 12);
+    add(m_astZosCfgPMemBktInfoGrp, 9);
+    add(m_astZosPrintBktInfoGrp, 7);
+    tables.push_back({{1, 0, 1},
+                      {5, 0, 1},
+                      {17, 0, 1},
+                      {33, 0, 1},
+                      {63, 0, 1},
+                      {65, 0, 1},
+                      {129, 0, 1},
+                      {130, 0, 1},
+                      {1023, 0, 1},
+                      {1025, 0, 1}});
+    tables.push_back({{300, 0, 1}, {40, 0, 1}, {64, 0, 1}, {2000, 0, 1}, {100, 0, 1}});
+    for (size_t t = 0; t < tables.size(); ++t) {
+        Zos_PoolDelete(pool_);
+        ASSERT_NE(Make(tables[t], 0, 0), nullptr) << t;
+        const uint32_t n = Zos_PoolGetBktCount(pool_);
+        std::vector<uint32_t> sizes;
+        uint32_t largest = 0;
+        for (uint32_t b = 0; b < n; ++b) {
+            sizes.push_back(Stat(pool_, b).uiSize);
+            largest = std::max(largest, sizes.back());
+        }
+        for (uint32_t size = 1; size <= largest + 1; ++size) {
+            uint32_t want = 0;  // 0: a large allocation of the rounded size
+            for (uint32_t b = 0; b < n && want == 0; ++b) {
+                if (sizes[b] >= size) want = sizes[b];
+            }
+            if (want == 0) want = (size + 3) / 4 * 4;
+            void *p = Zos_PoolAlloc(pool_, size);
+            ASSERT_NE(p, nullptr) << t << " " << size;
+            uint32_t got = 0;
+            EXPECT_EQ(Zos_PoolGetSize(pool_, p, &got), ZOK);
+            Zos_PoolFree(pool_, p);
+            ASSERT_EQ(got, want) << "table " << t << " size " << size;
+        }
+    }
+}
+
 TEST_F(PoolTest, ShrinkReleasesOnlyBlocksBeyondTheInitialCount) {
     ASSERT_NE(Make({{32, 2, 2}, {64, 0, 1}}, 1), nullptr);
     void *p[4];
@@ -145,6 +198,91 @@ TEST_F(PoolTest, ShrinkReleasesOnlyBlocksBeyondTheInitialCount) {
     Zos_PoolFree(pool_, Zos_PoolAlloc(pool_, 64));
     EXPECT_EQ(Counts(pool_, 1), (V{0, 0, 1, 1, 1, 0}));
     EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
+}
+
+namespace {
+
+// A backing allocator that counts what it hands out and takes back.
+int g_backAllocs = 0;
+int g_backFrees = 0;
+bool g_backFail = false;
+void *CountedAlloc(uint32_t size) {
+    if (g_backFail) return nullptr;
+    ++g_backAllocs;
+    return std::malloc(size);
+}
+void CountedFree(void *p) {
+    ++g_backFrees;
+    std::free(p);
+}
+
+}  // namespace
+
+// A block the shrink step takes off keeps out of every count, list and
+// check, as if released, and is laid out again at the next growth of its
+// bucket without a call to the backing allocator; the pool's deletion
+// gives it back (the leak checker would see it otherwise).
+TEST_F(PoolTest, ShrunkBlockIsKeptOutOfSightAndReusedForTheNextGrowth) {
+    g_backAllocs = g_backFrees = 0;
+    const ST_ZOS_BKT_INFO rows[] = {{32, 1, 2}, {128, 0, 2}};
+    ST_ZOS_POOL_CFG cfg{"spare", rows, CountedAlloc, CountedFree, 0, 1, 1, 2};
+    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ASSERT_NE(pool, nullptr);
+    const int made = g_backAllocs;
+    // Bucket 1 grows by one block of two nodes, empties, shrinks.
+    void *a = Zos_PoolAlloc(pool, 100);
+    void *b = Zos_PoolAlloc(pool, 100);
+    EXPECT_EQ(g_backAllocs, made + 1);  // the block
+    Zos_PoolFree(pool, a);
+    Zos_PoolFree(pool, b);
+    EXPECT_EQ(Counts(pool, 1), (V{0, 0, 2, 2, 2, 0}));
+    EXPECT_EQ(Zos_PoolIsValid(pool, a), 0u);  // no longer one of the pool's nodes
+    EXPECT_EQ(Zos_PoolChkBkt(pool, 1), 1u);
+    Zos_PoolFree(pool, a);  // a node of the kept block is refused as foreign
+    EXPECT_TRUE(ktest::LoggedContains("PoolFree <spare> invalid id(ex.magic id)."));
+    EXPECT_EQ(Counts(pool, 1), (V{0, 0, 2, 2, 2, 0}));
+    // Regrowth: the same memory, fresh nodes, counts as for a new block.
+    void *c = Zos_PoolAlloc(pool, 100);
+    void *d = Zos_PoolAlloc(pool, 100);
+    EXPECT_EQ(c, a);
+    EXPECT_EQ(d, b);
+    EXPECT_EQ(Word(c, -4), 0xAC1D2D3Du);
+    EXPECT_EQ(Word(c, 128), 0x5A5A5A5Au);
+    EXPECT_EQ(Counts(pool, 1), (V{2, 0, 2, 4, 2, 1}));
+    EXPECT_EQ(Zos_PoolIsValid(pool, c), 1u);
+    // A second block while the first is in use comes from the allocator;
+    // with both empty one is kept and the other released.
+    void *e = Zos_PoolAlloc(pool, 100);
+    EXPECT_EQ(g_backAllocs, made + 2);
+    for (void *p : {c, d, e}) Zos_PoolFree(pool, p);
+    EXPECT_EQ(Counts(pool, 1), (V{0, 0, 3, 5, 5, 0}));
+    EXPECT_EQ(g_backFrees, 1);
+    EXPECT_EQ(Zos_PoolChkPool(pool), 1u);
+    Zos_PoolDelete(pool);
+    EXPECT_EQ(g_backFrees, g_backAllocs);
+}
+
+// A failing backing allocator still fails a growth that has no kept block,
+// and the failure leaves the kept block in place for the next one.
+TEST_F(PoolTest, GrowthBeyondTheKeptBlockStillFailsWithItsAllocator) {
+    g_backAllocs = g_backFrees = 0;
+    const ST_ZOS_BKT_INFO rows[] = {{64, 0, 1}};
+    ST_ZOS_POOL_CFG cfg{"spare", rows, CountedAlloc, CountedFree, 0, 1, 1, 1};
+    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ASSERT_NE(pool, nullptr);
+    void *a = Zos_PoolAlloc(pool, 64);
+    ASSERT_NE(a, nullptr);
+    Zos_PoolFree(pool, a);  // kept
+    g_backFail = true;
+    void *b = Zos_PoolAlloc(pool, 64);  // the kept block: no allocator call
+    EXPECT_EQ(b, a);
+    EXPECT_EQ(Zos_PoolAlloc(pool, 64), nullptr);  // a new block: refused
+    EXPECT_TRUE(ktest::LoggedContains("BktCreate <spare> heap alloc."));
+    EXPECT_EQ(Counts(pool, 0), (V{1, 0, 1, 2, 1, 1}));
+    g_backFail = false;
+    Zos_PoolFree(pool, b);
+    Zos_PoolDelete(pool);
+    EXPECT_EQ(g_backFrees, g_backAllocs);
 }
 
 TEST_F(PoolTest, LargeAllocationsCountInTheHeapBytes) {

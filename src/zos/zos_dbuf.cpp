@@ -21,6 +21,7 @@
 #include "zos_live.h"
 #include "zos_mem.h"
 #include "zos_pool.h"
+#include "zos_pool_int.h"
 #include "zos_print.h"
 #include "zos_str.h"
 #include "zos_util.h"
@@ -278,15 +279,7 @@ uint32_t Adjust(ZosDbuf *b, uint32_t n, bool front) {
 // Headers
 
 bool BktBounds(ZPOOL pool, uint32_t *min, uint32_t *max) {
-    const uint32_t n = Zos_PoolGetBktCount(pool);
-    ST_ZOS_POOL_BKT_STAT first{}, last{};
-    if (n == 0 || Zos_PoolGetBktStat(pool, 0, &first) != ZOK ||
-        Zos_PoolGetBktStat(pool, n - 1, &last) != ZOK) {
-        return false;
-    }
-    *min = first.uiSize;
-    *max = last.uiSize;
-    return true;
+    return zos::PoolEndSizes(pool, min, max);
 }
 
 ZPOOL PoolOrDefault(ZPOOL pool) {

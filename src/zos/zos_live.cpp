@@ -29,6 +29,11 @@ struct Registry {
     uint32_t uiUsed = 0;  // live and removed slots: what probing must walk
 };
 
+// The current table, also published here so a look-up reaches it with one
+// load, without the registry's first-use guard. Constant-initialised and
+// trivially destroyed, so it is valid at any time of the process.
+std::atomic<Table *> g_current{nullptr};
+
 // Never destroyed: threads still running while the process exits may check
 // a handle after static destructors ran. The tables stay reachable from it.
 Registry &Reg() {
@@ -88,6 +93,7 @@ bool Reserve(Registry &reg) {
     }
     t->pstRetired = cur;
     reg.table.store(t, std::memory_order_release);
+    g_current.store(t, std::memory_order_release);
     reg.uiUsed = reg.uiLive;
     return true;
 }
@@ -145,7 +151,7 @@ void LiveRemove(const void *handle) {
 bool LiveHas(const void *handle) {
     const auto key = reinterpret_cast<uintptr_t>(handle);
     if (key <= kGone) return false;
-    Table *cur = Reg().table.load(std::memory_order_acquire);
+    Table *cur = g_current.load(std::memory_order_acquire);
     return cur != nullptr && Find(cur, key) != nullptr;
 }
 

@@ -12,6 +12,13 @@
 // in front of it is read, so a foreign or wild pointer is refused without
 // touching memory the pool does not own.
 //
+// With shrinking on, a block that falls wholly free leaves its bucket's
+// lists and counts as always, but the first such block of a bucket is
+// kept aside (its index entry marked) and laid out again at the bucket's
+// next growth instead of going back to the backing allocator, so a bucket
+// that empties and refills does not pay for a release and a fetch every
+// time. Nothing else sees it; it goes back when the bucket does.
+//
 // Faults found while the pool's lock is held are collected and logged
 // after it is released, so nothing done under the lock can come back into
 // the same pool (the log may allocate through the memory entry points).
@@ -48,6 +55,10 @@ constexpr uint32_t kNodeExtra = 12;  // the same plus the red zone
 constexpr uint32_t kMaxNodes = 0xFFFFu;
 constexpr uint32_t kNoLimit = 0xFFFFFFFFu;
 constexpr uint32_t kLargeRef = 0xFFFFFFFFu;
+// Set in an index entry's bucket number while the block is its bucket's
+// spare: the entry stays so the block's reuse needs no index change, and
+// every look-up treats the block's nodes as foreign.
+constexpr uint32_t kSpareRef = 0x80000000u;
 
 constexpr uint16_t kFlagLocked = 0x1;
 constexpr uint16_t kFlagShrink = 0x2;
@@ -101,6 +112,12 @@ struct ZosBkt {
     uint32_t uiDivInv;
     uint32_t uiDivLimit;
     uint8_t ucDivShift;
+    // A block the shrink step took off the bucket, kept (outside the lists,
+    // the counts and the address index, as if released) for the bucket's
+    // next growth, so a bucket that empties and refills again does not
+    // give its block back and fetch it anew every time. Released with the
+    // bucket.
+    ZosBlk *pstSpare;
 };
 
 // One entry of the address index: a block's node range, or a large
@@ -111,6 +128,8 @@ struct AddrRef {
     ZosBlk *pstBlk;
     uint32_t uiBkt;
 };
+
+constexpr size_t kCacheLine = 64;
 
 struct ZosPool {
     uint32_t uiMagic;
@@ -124,12 +143,22 @@ struct ZosPool {
     PFN_ZOS_POOL_ALLOC pfnAlloc;
     PFN_ZOS_POOL_FREE pfnFree;
     uint32_t uiHeapSize;
+    // The lock word is written by every locking call of every thread; the
+    // padding keeps it off the cache lines of the fields read on every call
+    // above, so those stay shared between the cores instead of moving with
+    // the lock.
+    char acLockPadBefore[kCacheLine];
     zos::LiteLock stLock;  // off for a pool made without the lock flag
+    char acLockPadAfter[kCacheLine];
     // Address index, sorted by start address, and the entry last found.
     AddrRef *pstRefs;
     uint32_t uiRefCnt;
     uint32_t uiRefCap;
     uint32_t uiRefHint;
+    // Size-class start: for a request of n bytes with 2^(k-1) < n <= 2^k,
+    // aucClassFrom[k] is the first bucket larger than 2^(k-1); the first
+    // bucket that fits is found from there within the one octave.
+    uint8_t aucClassFrom[33];
 };
 
 // ---------------------------------------------------------------------
@@ -362,6 +391,14 @@ void RefRemove(ZosPool *pool, uintptr_t start) {
     pool->uiRefHint = 0;
 }
 
+// Marks the entry starting at start as a spare block's or clears the mark.
+void RefMarkSpare(ZosPool *pool, uintptr_t start, bool spare) {
+    const uint32_t at = UpperBound(pool, start);
+    if (at == 0 || pool->pstRefs[at - 1].uStart != start) return;
+    AddrRef &ref = pool->pstRefs[at - 1];
+    ref.uiBkt = spare ? ref.uiBkt | kSpareRef : ref.uiBkt & ~kSpareRef;
+}
+
 bool OnNodeBoundary(const ZosBkt *bkt, uint32_t offset) {
     const uint32_t x = offset * bkt->uiDivInv;
     const uint32_t k = bkt->ucDivShift;
@@ -408,6 +445,7 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
         if (node != ref->uStart) return foreign;
         return {Kind::kLarge, reinterpret_cast<uint8_t *>(node), ref};
     }
+    if ((ref->uiBkt & kSpareRef) != 0) return foreign;
     if (!OnNodeBoundary(&pool->pstBkts[ref->uiBkt], static_cast<uint32_t>(node - ref->uStart))) {
         return foreign;
     }
@@ -451,7 +489,16 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
         *faults |= 1u << kBktInvalidSize;
         return ZFAILED;
     }
-    auto *mem = static_cast<uint8_t *>(pool->pfnAlloc(static_cast<uint32_t>(bytes)));
+    uint8_t *mem = nullptr;
+    const bool reuse = !first && bkt->pstSpare != nullptr && bkt->pstSpare->wCount == count;
+    if (reuse) {
+        // The kept block has this very size; it is laid out again below
+        // exactly as a new one.
+        mem = reinterpret_cast<uint8_t *>(bkt->pstSpare);
+        bkt->pstSpare = nullptr;
+    } else {
+        mem = static_cast<uint8_t *>(pool->pfnAlloc(static_cast<uint32_t>(bytes)));
+    }
     if (mem == nullptr) {
         *faults |= 1u << kBktHeapAlloc;
         return ZFAILED;
@@ -466,7 +513,9 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
     blk->wFree = static_cast<uint16_t>(count);
     const AddrRef ref{reinterpret_cast<uintptr_t>(blk->pucFirst),
                       reinterpret_cast<uintptr_t>(blk->pucEnd), blk, idx};
-    if (!RefAdd(pool, ref)) {
+    if (reuse) {
+        RefMarkSpare(pool, ref.uStart, false);
+    } else if (!RefAdd(pool, ref)) {
         pool->pfnFree(mem);
         *faults |= 1u << kBktHeapAlloc;
         return ZFAILED;
@@ -489,14 +538,21 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
 }
 
 // Gives one wholly free block back: its nodes leave the free list, its
-// entry the index.
-void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
+// entry the index. With keepSpare the block is kept as the bucket's spare
+// when it has none (and the block has the size of a growth step) instead
+// of going to the free function.
+void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk, bool keepSpare = false) {
     for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
         ListUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
     }
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal - blk->wCount);
     bkt->wFree = static_cast<uint16_t>(bkt->wFree - blk->wCount);
     ListUnlink(&bkt->stBlkList, &blk->stLink);
+    if (keepSpare && bkt->pstSpare == nullptr && blk->wCount == bkt->wIncCnt) {
+        RefMarkSpare(pool, reinterpret_cast<uintptr_t>(blk->pucFirst), true);
+        bkt->pstSpare = blk;
+        return;
+    }
     RefRemove(pool, reinterpret_cast<uintptr_t>(blk->pucFirst));
     pool->pfnFree(blk);
 }
@@ -510,7 +566,7 @@ void BktFreeIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
     if (blk->wFree != blk->wCount) return;
     if (bkt->wTotal == bkt->wInitCnt) return;
     if (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink) return;
-    BktDeleteIn(pool, bkt, blk);
+    BktDeleteIn(pool, bkt, blk, true);
 }
 
 uint32_t BktGrpCreateIn(ZosPool *pool) {
@@ -533,6 +589,11 @@ void BktGrpDeleteIn(ZosPool *pool) {
             auto *blk = reinterpret_cast<ZosBlk *>(bkt->stBlkList.pstHead);
             ListUnlink(&bkt->stBlkList, &blk->stLink);
             pool->pfnFree(blk);
+        }
+        if (bkt->pstSpare != nullptr) {
+            RefRemove(pool, reinterpret_cast<uintptr_t>(bkt->pstSpare->pucFirst));
+            pool->pfnFree(bkt->pstSpare);
+            bkt->pstSpare = nullptr;
         }
         ListInit(&bkt->stBlkList, 0);
         ListInit(&bkt->stFreeList, 0);
@@ -603,11 +664,31 @@ __attribute__((noinline)) void PoolHeapFreeIn(ZosPool *pool, const Where &w, voi
 // ---------------------------------------------------------------------
 // Allocation, free and checks under the lock
 
+// k with 2^(k-1) < size <= 2^k, for a size of at least 1.
+uint32_t Octave(uint32_t size) {
+    return size <= 1 ? 0 : 32 - static_cast<uint32_t>(__builtin_clz(size - 1));
+}
+
+// Fills the size-class starts from the bucket sizes. The rows are in
+// ascending order as configured, but the start is the first bucket of the
+// table whose size exceeds the octave's floor, so an out-of-order table
+// still gets the first row large enough, as a scan from the top would.
+void SetClassFrom(ZosPool *pool) {
+    for (uint32_t k = 0; k < sizeof(pool->aucClassFrom); ++k) {
+        const uint64_t floor = k == 0 ? 0 : uint64_t{1} << (k - 1);
+        uint32_t i = 0;
+        while (i < pool->ucBktCnt && pool->pstBkts[i].uiDataSize <= floor) ++i;
+        pool->aucClassFrom[k] = static_cast<uint8_t>(i);
+    }
+}
+
 // Takes a node of the first bucket that fits and has (or can grow) a free
 // node; null when none can.
 uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults) {
     zos::LiteGuard lock(&pool->stLock);
-    for (uint32_t i = 0; i < pool->ucBktCnt; ++i) {
+    uint32_t i = pool->aucClassFrom[Octave(size)];
+    while (i < pool->ucBktCnt && pool->pstBkts[i].uiDataSize < size) ++i;
+    for (; i < pool->ucBktCnt; ++i) {
         ZosBkt *bkt = &pool->pstBkts[i];
         if (bkt->uiDataSize < size) continue;
         if (__builtin_expect(bkt->stFreeList.pstHead == nullptr, 0)) {
@@ -771,6 +852,7 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
         if (size < pool->uiMinSize) pool->uiMinSize = size;
         if (size > pool->uiMaxSize) pool->uiMaxSize = size;
     }
+    SetClassFrom(pool);
     if (!zos::LiveAdd(pool)) {
         Zos_OsdepTrace("PoolCreate null config.", "src/zos/zos_pool", 583);
         zos::LiteLockDelete(&pool->stLock);
@@ -1172,6 +1254,14 @@ KESTRO_API uint32_t Zos_PoolGetHeapSize(ZPOOL zPool) {
 }
 
 }  // extern "C"
+
+bool zos::PoolEndSizes(ZPOOL zPool, uint32_t *first, uint32_t *last) {
+    const ZosPool *pool = PoolOf(zPool);
+    if (!ValidPool(pool) || pool->ucBktCnt == 0) return false;
+    *first = pool->pstBkts[0].uiDataSize;
+    *last = pool->pstBkts[pool->ucBktCnt - 1].uiDataSize;
+    return true;
+}
 
 uint32_t zos::PoolPrintStats(ZPOOL zPool) {
     ZosPool *pool = PoolOf(zPool);

@@ -10,4 +10,9 @@ namespace zos {
 // invalid pool.
 uint32_t PoolPrintStats(ZPOOL zPool);
 
+// The data sizes of a pool's first and last bucket (what the bucket
+// statistics report for rows 0 and count - 1), read in one step: they
+// never change after the pool is made. False for an invalid pool.
+bool PoolEndSizes(ZPOOL zPool, uint32_t *first, uint32_t *last);
+
 }  // namespace zos
