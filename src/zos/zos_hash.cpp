@@ -1,13 +1,12 @@
 // Chained hash tables over a fixed node pool, and the shared key functions.
 //
-// Beside the record (whose fields callers see) each table keeps a shape in
-// its arena, just before the bucket array: the bucket count's fast-modulo
-// values and which built-in key function the table was made with. Finds,
-// inserts and removes then make the key of a built-in kind inline, without
-// the call through the record, and pick the bucket without a division.
-// The shape is used only while the record still names the key function
-// and size it was made for; otherwise the record's own are used. Both
-// roads give the same keys and buckets, so chains are the same either way.
+// Finds, inserts and removes make the key of a built-in key function in
+// place rather than through the record's pointer, and pick the bucket
+// without a division: a power-of-two size is masked, any other takes a
+// multiply-based exact remainder whose multiplier the table keeps in its
+// arena just before the bucket array (the record's fields stay as callers
+// see them). Keys and buckets are exactly those of the call and of %, so
+// chains come out the same.
 #include "zos_hash.h"
 #include "zos_cbuf.h"
 #include "zos_fastmod.h"
@@ -58,83 +57,54 @@ inline uint32_t Uint32Key(uintptr_t zSeed, uintptr_t zData) {
     return MixSeed(static_cast<uint32_t>(zData), zSeed);
 }
 
-enum class KeyKind : uint32_t { kOther, kStr, kStrNoCase, kUint32 };
-
-// What a table keeps of itself in its arena, before the bucket array.
+// The fast-modulo multiplier of the table's size, kept in its arena just
+// before the bucket array, with the size it was made for.
 struct Shape {
-    uint64_t ulMul;   // fast-modulo multiplier of the size
-    uint32_t uiSize;  // the size and key function the shape was made for
-    PFN_ZOS_HASHKEY pfnKey;
-    KeyKind eKind;
+    uint64_t ulMul;
+    uint32_t uiSize;
 };
 
 // Room for the shape, keeping the bucket array on a 16-byte boundary.
 constexpr uint32_t kShapeBytes = (sizeof(Shape) + 15) / 16 * 16;
 
-KeyKind KindOf(PFN_ZOS_HASHKEY pfnKey) {
-    if (pfnKey == Zos_HashKeyFromUint32) return KeyKind::kUint32;
-    if (pfnKey == Zos_HashKeyFromStr) return KeyKind::kStr;
-    if (pfnKey == Zos_HashKeyFromStrNoCase) return KeyKind::kStrNoCase;
-    return KeyKind::kOther;
-}
-
-void MakeShape(Shape *shape, uint32_t uiSize, PFN_ZOS_HASHKEY pfnKey) {
-    shape->ulMul = zos::FastModMul(uiSize);
-    shape->uiSize = uiSize;
-    shape->pfnKey = pfnKey;
-    shape->eKind = KindOf(pfnKey);
-}
-
-// The table's shape while the record still matches it, else null.
-inline const Shape *ShapeOf(const ST_ZOS_HASH *pstHash) {
-    const auto *shape = reinterpret_cast<const Shape *>(
-        reinterpret_cast<const char *>(pstHash->ppstBucket) - kShapeBytes);
-    return shape->uiSize == pstHash->uiSize && shape->pfnKey == pstHash->pfnKey ? shape : nullptr;
-}
-
 // A key, or kNoKey when the key function failed.
 constexpr uint64_t kNoKey = uint64_t{1} << 32;
 
-// The keys of the string kinds and of the record's own key function, out
-// of the find's line so that the value kind's road stays short.
-__attribute__((noinline)) uint64_t OtherKey(const ST_ZOS_HASH *pstHash, KeyKind eKind,
-                                            uintptr_t zKeyData, uintptr_t zArg1, uintptr_t zArg2) {
-    switch (eKind) {
-        case KeyKind::kStr:
-            return StrKey(zKeyData, zArg1, zArg2);
-        case KeyKind::kStrNoCase:
-            return StrNoCaseKey(zKeyData, zArg1, zArg2);
-        case KeyKind::kUint32:
-            return Uint32Key(zKeyData, zArg1);
-        case KeyKind::kOther:
-            break;
-    }
+// The keys of the string kinds, made directly, and of any other key
+// function, called; out of the find's line so that the value kind's road
+// stays short.
+__attribute__((noinline)) uint64_t OtherKey(PFN_ZOS_HASHKEY pfnKey, uintptr_t zKeyData,
+                                            uintptr_t zArg1, uintptr_t zArg2) {
+    if (pfnKey == Zos_HashKeyFromStr) return StrKey(zKeyData, zArg1, zArg2);
+    if (pfnKey == Zos_HashKeyFromStrNoCase) return StrNoCaseKey(zKeyData, zArg1, zArg2);
     uint32_t uiKey = 0;
-    return pstHash->pfnKey(zKeyData, zArg1, zArg2, &uiKey) == 0 ? uiKey : kNoKey;
+    return pfnKey(zKeyData, zArg1, zArg2, &uiKey) == 0 ? uiKey : kNoKey;
 }
 
-// The key of (key data, argument 1, argument 2), or kNoKey.
+// The key of (key data, argument 1, argument 2) by the record's key
+// function, or kNoKey. The built-in ones are recognised by address and
+// their bodies used in place of the call.
 __attribute__((always_inline)) inline uint64_t MakeKey(const ST_ZOS_HASH *pstHash,
-                                                       const Shape *shape, uintptr_t zKeyData,
-                                                       uintptr_t zArg1, uintptr_t zArg2) {
-    const KeyKind eKind = shape != nullptr ? shape->eKind : KeyKind::kOther;
-    if (eKind == KeyKind::kUint32) return Uint32Key(zKeyData, zArg1);
-    return OtherKey(pstHash, eKind, zKeyData, zArg1, zArg2);
+                                                       uintptr_t zKeyData, uintptr_t zArg1,
+                                                       uintptr_t zArg2) {
+    const PFN_ZOS_HASHKEY pfnKey = pstHash->pfnKey;
+    if (pfnKey == Zos_HashKeyFromUint32) return Uint32Key(zKeyData, zArg1);
+    return OtherKey(pfnKey, zKeyData, zArg1, zArg2);
 }
 
 // The chain head of a key: key mod hash size. A power-of-two size is
-// told and masked from the record's own size, which the find has read
-// already: its bucket does not wait for the shape.
-__attribute__((always_inline)) inline Node **HeadOf(const ST_ZOS_HASH *pstHash, const Shape *shape,
-                                                    uint32_t uiKey) {
+// masked; any other takes the fast remainder while the shape was made for
+// the size the record holds (a record changed by hand divides).
+__attribute__((always_inline)) inline Node **HeadOf(const ST_ZOS_HASH *pstHash, uint32_t uiKey) {
     const uint32_t uiSize = pstHash->uiSize;
     uint32_t index;
     if ((uiSize & (uiSize - 1)) == 0) {
         index = uiKey & (uiSize - 1);
-    } else if (shape != nullptr) {
-        index = zos::FastMod(uiKey, shape->ulMul, uiSize);
     } else {
-        index = uiKey % uiSize;
+        const auto *shape = reinterpret_cast<const Shape *>(
+            reinterpret_cast<const char *>(pstHash->ppstBucket) - kShapeBytes);
+        index =
+            shape->uiSize == uiSize ? zos::FastMod(uiKey, shape->ulMul, uiSize) : uiKey % uiSize;
     }
     return &pstHash->ppstBucket[index];
 }
@@ -188,7 +158,9 @@ bool Build(const CreateTexts &texts, ST_ZOS_HASH *pstHash, ZCBUF zCbuf, uint32_t
         ZOS_LOG_ERR(texts.pcAllocMem);
         return false;
     }
-    MakeShape(static_cast<Shape *>(front), uiHashSize, pfnKey);
+    auto *shape = static_cast<Shape *>(front);
+    shape->ulMul = zos::FastModMul(uiHashSize);
+    shape->uiSize = uiHashSize;
     void *buckets = static_cast<char *>(front) + kShapeBytes;
     Node *node = static_cast<Node *>(nodes);
     for (uint32_t i = 0; i + 1 < uiNodeCount; ++i) node[i].pstNext = &node[i + 1];
@@ -201,12 +173,11 @@ bool Build(const CreateTexts &texts, ST_ZOS_HASH *pstHash, ZCBUF zCbuf, uint32_t
     return true;
 }
 
-__attribute__((always_inline)) inline Node *FindInChain(const ST_ZOS_HASH *pstHash,
-                                                        const Shape *shape, uint32_t uiKey,
+__attribute__((always_inline)) inline Node *FindInChain(const ST_ZOS_HASH *pstHash, uint32_t uiKey,
                                                         uintptr_t zKeyData, uintptr_t zArg1,
                                                         uintptr_t zArg2) {
     const PFN_ZOS_HASHCMP pfnCmp = pstHash->pfnCmp;
-    for (Node *node = *HeadOf(pstHash, shape, uiKey); node != nullptr; node = node->pstNext) {
+    for (Node *node = *HeadOf(pstHash, uiKey); node != nullptr; node = node->pstNext) {
         if (pfnCmp(node->zItem, zKeyData, zArg1, zArg2) == 0) return node;
     }
     return nullptr;
@@ -285,14 +256,12 @@ KESTRO_API uint32_t Zos_HashDelete(ST_ZOS_HASH *pstHash) {
 KESTRO_API uint32_t Zos_HashInsert(ST_ZOS_HASH *pstHash, uintptr_t zItem, uintptr_t zKeyData,
                                    uintptr_t zArg1, uintptr_t zArg2) {
     if (pstHash == nullptr || pstHash->ppstBucket == nullptr) return ZFAILED;
-    const Shape *shape = ShapeOf(pstHash);
-    uint64_t ulKey = MakeKey(pstHash, shape, zKeyData, zArg1, zArg2);
+    uint64_t ulKey = MakeKey(pstHash, zKeyData, zArg1, zArg2);
     if (ulKey == kNoKey) {
         ZOS_LOG_ERR("HashInsert hash key make.");
         return ZFAILED;
     }
-    if (FindInChain(pstHash, shape, static_cast<uint32_t>(ulKey), zKeyData, zArg1, zArg2) !=
-        nullptr) {
+    if (FindInChain(pstHash, static_cast<uint32_t>(ulKey), zKeyData, zArg1, zArg2) != nullptr) {
         ZOS_LOG_ERR("HashInsert item exist.");
         return ZFAILED;
     }
@@ -304,12 +273,12 @@ KESTRO_API uint32_t Zos_HashInsert(ST_ZOS_HASH *pstHash, uintptr_t zItem, uintpt
     pstHash->pstFree = node->pstNext;
     // The node is already off the free list: when the second key making
     // fails it stays lost to the table until the table is deleted.
-    ulKey = MakeKey(pstHash, shape, zKeyData, zArg1, zArg2);
+    ulKey = MakeKey(pstHash, zKeyData, zArg1, zArg2);
     if (ulKey == kNoKey) {
         ZOS_LOG_ERR("HashInsert hash key make.");
         return ZFAILED;
     }
-    Node **head = HeadOf(pstHash, shape, static_cast<uint32_t>(ulKey));
+    Node **head = HeadOf(pstHash, static_cast<uint32_t>(ulKey));
     node->zItem = zItem;
     node->pstNext = *head;
     *head = node;
@@ -319,10 +288,9 @@ KESTRO_API uint32_t Zos_HashInsert(ST_ZOS_HASH *pstHash, uintptr_t zItem, uintpt
 KESTRO_API uint32_t Zos_HashFind(ST_ZOS_HASH *pstHash, uintptr_t zKeyData, uintptr_t zArg1,
                                  uintptr_t zArg2, uintptr_t *pzItem) {
     if (pstHash == nullptr || pstHash->ppstBucket == nullptr) return 0;
-    const Shape *shape = ShapeOf(pstHash);
-    const uint64_t ulKey = MakeKey(pstHash, shape, zKeyData, zArg1, zArg2);
+    const uint64_t ulKey = MakeKey(pstHash, zKeyData, zArg1, zArg2);
     if (ulKey == kNoKey) return 0;
-    Node *node = FindInChain(pstHash, shape, static_cast<uint32_t>(ulKey), zKeyData, zArg1, zArg2);
+    Node *node = FindInChain(pstHash, static_cast<uint32_t>(ulKey), zKeyData, zArg1, zArg2);
     if (node == nullptr) return 0;
     if (pzItem != nullptr) *pzItem = node->zItem;
     return 1;
@@ -331,7 +299,7 @@ KESTRO_API uint32_t Zos_HashFind(ST_ZOS_HASH *pstHash, uintptr_t zKeyData, uintp
 KESTRO_API uint32_t Zos_HashFindByKey(ST_ZOS_HASH *pstHash, uint32_t uiKey, uintptr_t zKeyData,
                                       uintptr_t zArg1, uintptr_t zArg2, uintptr_t *pzItem) {
     if (pstHash == nullptr || pstHash->ppstBucket == nullptr) return 0;
-    Node *node = FindInChain(pstHash, ShapeOf(pstHash), uiKey, zKeyData, zArg1, zArg2);
+    Node *node = FindInChain(pstHash, uiKey, zKeyData, zArg1, zArg2);
     if (node == nullptr) return 0;
     if (pzItem != nullptr) *pzItem = node->zItem;
     return 1;
@@ -340,12 +308,11 @@ KESTRO_API uint32_t Zos_HashFindByKey(ST_ZOS_HASH *pstHash, uint32_t uiKey, uint
 KESTRO_API uint32_t Zos_HashRemove(ST_ZOS_HASH *pstHash, uintptr_t zKeyData, uintptr_t zArg1,
                                    uintptr_t zArg2) {
     if (pstHash == nullptr || pstHash->ppstBucket == nullptr) return ZFAILED;
-    const Shape *shape = ShapeOf(pstHash);
-    const uint64_t ulKey = MakeKey(pstHash, shape, zKeyData, zArg1, zArg2);
+    const uint64_t ulKey = MakeKey(pstHash, zKeyData, zArg1, zArg2);
     Node *node = nullptr;
     Node **link = nullptr;
     if (ulKey != kNoKey) {
-        for (link = HeadOf(pstHash, shape, static_cast<uint32_t>(ulKey)); *link != nullptr;
+        for (link = HeadOf(pstHash, static_cast<uint32_t>(ulKey)); *link != nullptr;
              link = &(*link)->pstNext) {
             if (pstHash->pfnCmp((*link)->zItem, zKeyData, zArg1, zArg2) == 0) {
                 node = *link;
