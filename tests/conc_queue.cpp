@@ -88,6 +88,12 @@ TEST_F(ZosTest, PQueueMovesEveryItemOnce) {
     Exercise([&](int p, uintptr_t v) { return Zos_PQueueAdd(q, v == kStop ? 7 : p, v) == ZOK; },
              [&](uintptr_t *v) { return Zos_PQueuePoll(q, 1, nullptr, v) == ZOK; },
              [&] { return Zos_PQueueGetBusyCount(q); });
+    // Every item and stop marker took one node and gave it back.
+    uint32_t used = 1, gets = 0, puts = 0;
+    ASSERT_EQ(Zos_PQueueGetCount(q, nullptr, &used, &gets, &puts, nullptr), ZOK);
+    EXPECT_EQ(used, 0u);
+    EXPECT_EQ(gets, kProducers * kPerProducer + kConsumers);
+    EXPECT_EQ(puts, gets);
     EXPECT_EQ(Zos_PQueueDelete(q), ZOK);
 }
 

@@ -1,10 +1,15 @@
 // Hash tables: key functions, creation limits, node pool accounting, chain
-// order, and random use against a standard container.
+// order, random use against a standard container, and the built-in key
+// kinds and bucket choice against the general road.
+#include <strings.h>
+
 #include <cstring>
 #include <random>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "../src/zos/zos_fastmod.h"
 #include "zos_test.h"
 
 namespace {
@@ -189,4 +194,187 @@ TEST_F(ZosTest, HashRandomUseMatchesModel) {
         EXPECT_EQ(chained + free, kNodes);
         Zos_HashDelete(&hash);
     }
+}
+
+// The bucket choice without a division: the fast remainder against % for
+// divisors of every kind (1, powers of two and their neighbours, primes,
+// the largest 32-bit values) and values at the edges of the range.
+
+TEST(HashFastMod, MatchesRemainder) {
+    std::vector<uint32_t> divisors = {1,          2,          3,          5,          7,
+                                      13,         31,         1000,       1023,       1024,
+                                      1025,       1031,       65535,      65536,      65537,
+                                      0x3FFFFFFD, 0x3FFFFFFE, 0x7FFFFFFF, 0x80000000, 0x80000001,
+                                      0xFFFFFFFB, 0xFFFFFFFE, 0xFFFFFFFF};
+    std::mt19937 rng(21);
+    for (int i = 0; i < 200; ++i) divisors.push_back(1 + rng() % 0xFFFFFFFEu);
+    for (uint32_t d : divisors) {
+        const uint64_t m = zos::FastModMul(d);
+        std::vector<uint32_t> values = {0,
+                                        1,
+                                        d - 1,
+                                        d,
+                                        d + 1,
+                                        2 * d,
+                                        0x7FFFFFFF,
+                                        0x80000000,
+                                        0xFFFFFFFE,
+                                        0xFFFFFFFF,
+                                        0xFFFFFFFF / d * d,
+                                        0xFFFFFFFF / d * d - 1};
+        for (int j = 0; j < 300; ++j) values.push_back(static_cast<uint32_t>(rng()));
+        for (uint32_t a : values) {
+            ASSERT_EQ(zos::FastMod(a, m, d), a % d) << a << " mod " << d;
+            ASSERT_EQ(zos::FastModSplit(a, m, d), a % d) << a << " mod " << d;
+        }
+    }
+}
+
+namespace {
+
+// Keys given straight by the value: the bucket of an item is then known.
+uint32_t SelfKey(uintptr_t zValue, uintptr_t, uintptr_t, uint32_t *puiKey) {
+    *puiKey = static_cast<uint32_t>(zValue);
+    return 0;
+}
+
+// The built-in key functions behind a call of the caller's own, so a table
+// made with them takes the road of any other key function.
+uint32_t WrapStr(uintptr_t s, uintptr_t d, uintptr_t n, uint32_t *k) {
+    return Zos_HashKeyFromStr(s, d, n, k);
+}
+uint32_t WrapNoCase(uintptr_t s, uintptr_t d, uintptr_t n, uint32_t *k) {
+    return Zos_HashKeyFromStrNoCase(s, d, n, k);
+}
+uint32_t WrapUint32(uintptr_t s, uintptr_t d, uintptr_t n, uint32_t *k) {
+    return Zos_HashKeyFromUint32(s, d, n, k);
+}
+
+// Items are pointers to NUL-terminated texts (string kinds, compared
+// without case for the NoCase kind) or values (Uint32 kind).
+uint32_t TextCmp(uintptr_t zItem, uintptr_t, uintptr_t zText, uintptr_t zLen) {
+    return strncmp(reinterpret_cast<const char *>(zItem), reinterpret_cast<const char *>(zText),
+                   zLen) == 0 &&
+                   reinterpret_cast<const char *>(zItem)[zLen] == 0
+               ? 0
+               : 1;
+}
+uint32_t TextCaseCmp(uintptr_t zItem, uintptr_t, uintptr_t zText, uintptr_t zLen) {
+    return strncasecmp(reinterpret_cast<const char *>(zItem), reinterpret_cast<const char *>(zText),
+                       zLen) == 0 &&
+                   reinterpret_cast<const char *>(zItem)[zLen] == 0
+               ? 0
+               : 1;
+}
+uint32_t WordEq(uintptr_t zItem, uintptr_t, uintptr_t zValue, uintptr_t) {
+    return zItem == zValue ? 0 : 1;
+}
+
+std::vector<std::vector<uintptr_t>> Chains(const ST_ZOS_HASH &hash) {
+    std::vector<std::vector<uintptr_t>> chains(hash.uiSize);
+    for (uint32_t b = 0; b < hash.uiSize; ++b) {
+        for (auto *n = hash.ppstBucket[b]; n != nullptr; n = n->pstNext)
+            chains[b].push_back(n->zItem);
+    }
+    return chains;
+}
+
+}  // namespace
+
+TEST_F(ZosTest, HashBucketIsKeyModSize) {
+    const uint32_t keys[] = {0,          1,          2,          12,        13,
+                             1023,       1024,       1031,       65537,     0x7FFFFFFF,
+                             0x80000000, 0xFFFFFFFB, 0xFFFFFFFE, 0xFFFFFFFF};
+    for (uint32_t size : {1u, 2u, 3u, 7u, 13u, 16u, 1000u, 1024u, 1031u}) {
+        ST_ZOS_HASH hash;
+        ASSERT_EQ(Zos_HashCreateX(&hash, size, 32, SelfKey, WordEq), ZOK);
+        for (uint32_t k : keys) ASSERT_EQ(Zos_HashInsert(&hash, k, k, k, 0), ZOK);
+        for (uint32_t k : keys) {
+            bool there = false;
+            for (auto *n = hash.ppstBucket[k % size]; n != nullptr; n = n->pstNext) {
+                there = there || n->zItem == k;
+            }
+            EXPECT_TRUE(there) << k << " in " << size;
+            uintptr_t item = 1;
+            EXPECT_EQ(Zos_HashFindByKey(&hash, k, k, k, 0, &item), 1u);
+            EXPECT_EQ(item, k);
+            EXPECT_EQ(Zos_HashFind(&hash, k, k, 0, &item), 1u);
+        }
+        for (uint32_t k : keys) ASSERT_EQ(Zos_HashRemove(&hash, k, k, 0), ZOK);
+        EXPECT_EQ(Zos_HashFind(&hash, 13, 13, 0, nullptr), 0u);
+        Zos_HashDelete(&hash);
+    }
+}
+
+// A table made with a built-in key function keeps exactly the chains, the
+// free list and the answers of one whose key function is the caller's own
+// call of the same function: every kind, seeded and not, sizes with and
+// without a power of two.
+TEST_F(ZosTest, HashBuiltInKeysMatchCallerKeys) {
+    struct Kind {
+        PFN_ZOS_HASHKEY pfnBuiltIn, pfnWrapped;
+        PFN_ZOS_HASHCMP pfnCmp;
+        bool bText;
+    };
+    const Kind kinds[] = {{Zos_HashKeyFromStr, WrapStr, TextCmp, true},
+                          {Zos_HashKeyFromStrNoCase, WrapNoCase, TextCaseCmp, true},
+                          {Zos_HashKeyFromUint32, WrapUint32, WordEq, false}};
+    std::vector<std::string> texts;
+    for (int i = 0; i < 120; ++i)
+        texts.push_back((i % 2 ? "Via-" : "via-") + std::to_string(i * 7919));
+    for (const Kind &kind : kinds) {
+        for (uint32_t size : {16u, 13u, 1u}) {
+            for (uintptr_t seed : {uintptr_t{0}, uintptr_t{0x9E3779B9}}) {
+                ST_ZOS_HASH a, b;
+                ASSERT_EQ(Zos_HashCreateX(&a, size, 100, kind.pfnBuiltIn, kind.pfnCmp), ZOK);
+                ASSERT_EQ(Zos_HashCreateX(&b, size, 100, kind.pfnWrapped, kind.pfnCmp), ZOK);
+                std::mt19937 rng(size + static_cast<uint32_t>(seed));
+                for (int op = 0; op < 2000; ++op) {
+                    const size_t i = rng() % texts.size();
+                    const uintptr_t item = kind.bText
+                                               ? reinterpret_cast<uintptr_t>(texts[i].c_str())
+                                               : uintptr_t{0xFFFFFF00u} + i * 0x01000193u;
+                    const uintptr_t arg1 = item;
+                    const uintptr_t arg2 = kind.bText ? texts[i].size() : 0;
+                    uintptr_t got[2] = {0, 0};
+                    switch (rng() % 3) {
+                        case 0:
+                            ASSERT_EQ(Zos_HashInsert(&a, item, seed, arg1, arg2),
+                                      Zos_HashInsert(&b, item, seed, arg1, arg2));
+                            break;
+                        case 1:
+                            ASSERT_EQ(Zos_HashFind(&a, seed, arg1, arg2, &got[0]),
+                                      Zos_HashFind(&b, seed, arg1, arg2, &got[1]));
+                            ASSERT_EQ(got[0], got[1]);
+                            break;
+                        default:
+                            ASSERT_EQ(Zos_HashRemove(&a, seed, arg1, arg2),
+                                      Zos_HashRemove(&b, seed, arg1, arg2));
+                    }
+                }
+                EXPECT_EQ(Chains(a), Chains(b));
+                size_t freeA = 0, freeB = 0;
+                for (auto *n = a.pstFree; n != nullptr; n = n->pstNext) ++freeA;
+                for (auto *n = b.pstFree; n != nullptr; n = n->pstNext) ++freeB;
+                EXPECT_EQ(freeA, freeB);
+                Zos_HashDelete(&a);
+                Zos_HashDelete(&b);
+            }
+        }
+    }
+}
+
+// A record whose key function is changed after creation is served by the
+// function it now names, not by what the table was made with.
+TEST_F(ZosTest, HashRecordKeyFunctionChangedLater) {
+    ST_ZOS_HASH hash;
+    ASSERT_EQ(Zos_HashCreate(&hash, 13, Zos_HashKeyFromUint32, WordEq), ZOK);
+    hash.pfnKey = FlakyKey;  // fails on the counted call, else value >> 4
+    g_keyCalls = 0, g_failAt = 0;
+    ASSERT_EQ(Zos_HashInsert(&hash, 0x35, 0x35, 0x35, 0), ZOK);
+    EXPECT_EQ(g_keyCalls, 2);
+    EXPECT_EQ(hash.ppstBucket[0x3 % 13]->zItem, 0x35u);
+    g_failAt = 3;
+    EXPECT_EQ(Zos_HashFind(&hash, 0x35, 0x35, 0, nullptr), 0u);  // its key making failed
+    Zos_HashDelete(&hash);
 }

@@ -88,6 +88,24 @@ uint32_t FirstBusy(const PQueue *q, uint32_t from, uint32_t to) {
     return kNoLevel;
 }
 
+// Node hand-out from the queue's own bucket. The bucket is made with the
+// queue and deleted only with it, so while the queue's handle passes its
+// check the bucket is alive: a locked queue takes and gives its nodes
+// without asking the handle registry about the bucket as well.
+inline PNode *TakeNode(PQueue *q, bool covered) {
+    if (!covered) return static_cast<PNode *>(Zos_DbktGetBkt(q->zBkt));
+    return static_cast<PNode *>(
+        zos::dbkt::DblkGetNode(static_cast<zos::dbkt::Bucket *>(q->zBkt), true, true));
+}
+
+inline void GiveNode(PQueue *q, PNode *node, bool covered) {
+    if (!covered) {
+        Zos_DbktPutBkt(q->zBkt, node);
+        return;
+    }
+    zos::dbkt::DblkPutNode(static_cast<zos::dbkt::Bucket *>(q->zBkt), node, true, true);
+}
+
 void Destroy(PQueue *q, uint32_t levelsMade) {
     zos::GateDelete(&q->stGate);
     for (uint32_t i = 0; i < levelsMade; ++i) Zos_DlistDelete(&q->pstLevels[i]);
@@ -180,20 +198,22 @@ KESTRO_API uint32_t Zos_PQueueAdd(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
     bool post = false;
     {
         zos::LiteGuard lock(&q->stGate.stLock);
-        auto *node = static_cast<PNode *>(zos::DbktGet(q->zBkt, covered));
+        PNode *node = TakeNode(q, covered);
         if (node == nullptr) {
             ZOS_LOG_ERR("PQueueAdd no free elem.");
             return ZFAILED;
         }
         node->zItem = zItem;
         if (zos::DlistAppend(&q->pstLevels[uiLevel], &node->stLink, covered) != ZOK) {
-            zos::DbktPut(q->zBkt, node, covered);
+            GiveNode(q, node, covered);
             return ZFAILED;
         }
         if (covered) q->uiBusy |= 1u << uiLevel;
         if (uiLevel < q->uiTop) q->uiTop = uiLevel;
         // Only the empty-to-non-empty step wakes a poller.
-        post = q->uiItemCount++ == 0 && zos::GateMustPost(&q->stGate);
+        const uint32_t before = q->uiItemCount;
+        zos::Publish(&q->uiItemCount, before + 1);
+        post = before == 0 && zos::GateMustPost(&q->stGate);
     }
     if (post) zos::GatePost(&q->stGate);
     return ZOK;
@@ -212,7 +232,7 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
     const uint32_t waitMs = !bWait ? 0 : accept == 0 ? kLevel0Wait : ZOS_WAIT_FOREVER;
     zos::GateLock(&q->stGate);
     while (q->uiItemCount == 0 || q->uiTop > accept) {
-        if (!zos::GateAwait(&q->stGate, bWait, waitMs)) return ZFAILED;
+        if (!zos::GateAwait(&q->stGate, bWait, waitMs, &q->uiItemCount)) return ZFAILED;
     }
     const bool covered = q->stGate.ucLocked != 0;
     const uint32_t top = q->uiTop;
@@ -222,8 +242,8 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
     if (node == nullptr) return ZFAILED;
     if (puiLevel != nullptr) *puiLevel = top;
     if (pzItem != nullptr) *pzItem = node->zItem;
-    zos::DbktPut(q->zBkt, node, covered);
-    q->uiItemCount--;
+    GiveNode(q, node, covered);
+    zos::Publish(&q->uiItemCount, q->uiItemCount - 1);
     if (level->pstHead == nullptr) {
         NoteLevel(q, top);
         // Scans up to the highest level inclusive (unlike Rmv's rescan).
@@ -253,8 +273,8 @@ KESTRO_API uint32_t Zos_PQueueRmv(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
     } else {
         Zos_DlistRemove(level, &node->stLink);
     }
-    zos::DbktPut(q->zBkt, node, covered);
-    q->uiItemCount--;
+    GiveNode(q, node, covered);
+    zos::Publish(&q->uiItemCount, q->uiItemCount - 1);
     NoteLevel(q, uiLevel);
     if (level->pstHead == nullptr && q->uiTop == uiLevel) {
         // This rescan stops short of the highest level: items left only
