@@ -363,18 +363,3 @@ TEST_F(ZosTest, HashBuiltInKeysMatchCallerKeys) {
         }
     }
 }
-
-// A record whose key function is changed after creation is served by the
-// function it now names, not by what the table was made with.
-TEST_F(ZosTest, HashRecordKeyFunctionChangedLater) {
-    ST_ZOS_HASH hash;
-    ASSERT_EQ(Zos_HashCreate(&hash, 13, Zos_HashKeyFromUint32, WordEq), ZOK);
-    hash.pfnKey = FlakyKey;  // fails on the counted call, else value >> 4
-    g_keyCalls = 0, g_failAt = 0;
-    ASSERT_EQ(Zos_HashInsert(&hash, 0x35, 0x35, 0x35, 0), ZOK);
-    EXPECT_EQ(g_keyCalls, 2);
-    EXPECT_EQ(hash.ppstBucket[0x3 % 13]->zItem, 0x35u);
-    g_failAt = 3;
-    EXPECT_EQ(Zos_HashFind(&hash, 0x35, 0x35, 0, nullptr), 0u);  // its key making failed
-    Zos_HashDelete(&hash);
-}

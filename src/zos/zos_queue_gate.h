@@ -65,8 +65,8 @@ inline void GateRelax() {
 #endif
 }
 
-// A word the queue changes, under its lock, on every add: read without the
-// lock by a poll that spins. The queue writes it through Publish.
+// A word the queue changes under its lock (its item count), read without
+// the lock by a poll that spins. The queue writes it through Publish.
 inline uint32_t Watch(const uint32_t *word) {
     return std::atomic_ref<uint32_t>(*const_cast<uint32_t *>(word)).load(std::memory_order_relaxed);
 }
@@ -78,10 +78,13 @@ inline void Publish(uint32_t *word, uint32_t value) {
 // Called by a poll holding the lock when it found nothing to take. Without
 // bWait releases the lock and returns false; else waits (at most ms on the
 // semaphore) and returns true holding the lock again, to look once more.
-// With a watched word (`watch`, a locked queue only), the poll first spins
-// unlocked until the word changes; it counts itself as a sleeper and
-// sleeps only when the word stayed the same through the spin and the
-// relock, so an add after that look sees the count and posts.
+// With a watched word (`watch`, a locked queue's item count) that is 0,
+// the poll first spins unlocked until the word changes: the add that ends
+// the spin is one that would have posted to it asleep, so it looks again
+// exactly when it would have been woken. It counts itself as a sleeper and
+// sleeps when the word stayed 0 through the spin and the relock (an add
+// after that look sees the count and posts), and at once when the queue
+// holds items it does not accept (adds then do not post: it sleeps on).
 inline bool GateAwait(QueueGate *gate, uint32_t bWait, uint32_t ms,
                       const uint32_t *watch = nullptr) {
     if (!bWait) {
@@ -94,12 +97,11 @@ inline bool GateAwait(QueueGate *gate, uint32_t bWait, uint32_t ms,
         return true;
     }
     const bool counted = LiteLockOn(&gate->stLock);
-    if (counted && watch != nullptr) {
-        const uint32_t seen = *watch;
+    if (counted && watch != nullptr && *watch == 0) {
         GateUnlock(gate);
-        for (uint32_t i = 0; i < kGateSpins && Watch(watch) == seen; ++i) GateRelax();
+        for (uint32_t i = 0; i < kGateSpins && Watch(watch) == 0; ++i) GateRelax();
         GateLock(gate);
-        if (*watch != seen) return true;
+        if (*watch != 0) return true;
     }
     if (counted) gate->uiWaiters++;
     GateUnlock(gate);
