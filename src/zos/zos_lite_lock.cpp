@@ -2,7 +2,6 @@
 #include "zos_lite_lock.h"
 
 #include "zos_cfg_rec.h"
-#include "zos_cpu.h"
 
 namespace zos {
 
@@ -37,24 +36,12 @@ void LiteLockDelete(LiteLock *lock) {
     *lock = LiteLock{};
 }
 
-// A waiter first spins a short while: the holds are a few dozen
-// nanoseconds, so on another core the word is usually free again well
-// before a sleep and a wake-up (two system calls) could be paid for. The
-// spin only reads the word, so the holder keeps its cache line until it
-// lets go, and it is bounded, so on a loaded machine (holder not running)
-// the waiter soon sleeps on the semaphore and leaves the core to it.
-// A waiter that wins during the spin leaves the word at 1: threads that
-// sleep already have set 2, and they set it again when they wake.
+// No spin before sleeping: with the hold this short a waiter that spins
+// mostly keeps the holder's cache lines moving between the two cores, and
+// on a loaded machine burns the time slice the holder needs. A waiter
+// that sleeps lets the holder run on alone and take a batch of turns.
 __attribute__((noinline)) void LiteLockWait(LiteLock *lock) {
     std::atomic_ref<uint32_t> word(lock->uiWord);
-    for (uint32_t i = 0; i < kLiteSpins; ++i) {
-        uint32_t seen = word.load(std::memory_order_relaxed);
-        if (seen == 0 && word.compare_exchange_weak(seen, 1, std::memory_order_acquire,
-                                                    std::memory_order_relaxed)) {
-            return;
-        }
-        CpuRelax();
-    }
     while (word.exchange(2, std::memory_order_acquire) != 0) {
         lock->pfnWait(&lock->zSem, ZOS_WAIT_FOREVER);
     }

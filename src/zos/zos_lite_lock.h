@@ -5,9 +5,9 @@
 // the hot paths; mutexes switched off in the configuration leave it off.
 //
 // Lock word: 0 free, 1 held, 2 held while a waiter may sleep. A waiter
-// spins a little first; one that goes to sleep leaves the word at 2, so the holder's release posts
-// the semaphore and wakes the next sleeper; the semaphore counts, so a post that comes before the
-// waiter sleeps is not lost.
+// always leaves the word at 2, so the holder's release posts the semaphore
+// and wakes the next sleeper; the semaphore counts, so a post that comes
+// before the waiter sleeps is not lost.
 #pragma once
 
 #include <atomic>
@@ -55,10 +55,7 @@ inline uintptr_t ThreadTag() {
 #endif
 }
 
-// Rounds of the bounded spin before a waiter sleeps.
-constexpr uint32_t kLiteSpins = 100;
-
-// Spins briefly, then sleeps on the semaphore, until the word is won.
+// Sleeps on the semaphore until the word is won.
 void LiteLockWait(LiteLock *lock);
 
 // Takes a lock that is on.
