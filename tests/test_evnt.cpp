@@ -27,7 +27,6 @@ class EvntTest : public ZosTest {
     ZEVNT evt_ = nullptr;
 };
 
-using ktest::CountingFree;
 using ktest::FailingMalloc;
 using ktest::g_calls;
 using ktest::g_failAt;
@@ -345,39 +344,35 @@ TEST_F(EvntTest, SmallEventTakesOneHeapBlock) {
 // the call fails with the right line and nothing stays allocated.
 TEST_F(EvntTest, AllocationFailureLeavesNothing) {
     const std::string big(300, 'q');
-    ZOS_OSDEP_FUNC &mallocSlot = ktest::Slot(0);
-    ZOS_OSDEP_FUNC &freeSlot = ktest::Slot(2);
-    const ZOS_OSDEP_FUNC savedMalloc = mallocSlot;
-    const ZOS_OSDEP_FUNC savedFree = freeSlot;
-    mallocSlot = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
-    freeSlot = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingFree);
     bool succeeded = false;
-    for (int n = 1; n < 64 && !succeeded; ++n) {
-        g_failAt = n;
-        g_calls = 0;
-        g_live = 0;
-        ktest::ClearLogged();
-        ZEVNT e = Zos_EvntCreateFmtS("%d %s %llu %s %p %*s %s %hd %s %zu", 1, big.c_str(), 2ull,
-                                     big.c_str(), &n, big.c_str(), 200u, big.c_str(), 3,
-                                     big.c_str(), uintptr_t{4});
-        if (e != nullptr) {
-            succeeded = true;
-            EXPECT_STREQ(Zos_EParmGetStr(e, 9 - 1), big.c_str());
-            EXPECT_GT(n, 4);  // several blocks were needed
-            Zos_EvntDelete(e);
-        } else if (n == 1) {
-            EXPECT_TRUE(ktest::LoggedContains("EvntCreate alloc memory."));
-            EXPECT_TRUE(ktest::LoggedContains("EvntCreateFmtSX create event."));
-        } else {
-            EXPECT_TRUE(ktest::LoggedContains("CbufAlloc alloc memory.")) << n;
-            EXPECT_TRUE(ktest::LoggedContains(" set val") || ktest::LoggedContains(" add parm") ||
-                        ktest::LoggedContains("EParmSetMem alloc val"))
-                << n;
+    {
+        const ktest::FailingHeap heap;
+        for (int n = 1; n < 64 && !succeeded; ++n) {
+            g_failAt = n;
+            g_calls = 0;
+            g_live = 0;
+            ktest::ClearLogged();
+            ZEVNT e = Zos_EvntCreateFmtS("%d %s %llu %s %p %*s %s %hd %s %zu", 1, big.c_str(), 2ull,
+                                         big.c_str(), &n, big.c_str(), 200u, big.c_str(), 3,
+                                         big.c_str(), uintptr_t{4});
+            if (e != nullptr) {
+                succeeded = true;
+                EXPECT_STREQ(Zos_EParmGetStr(e, 9 - 1), big.c_str());
+                EXPECT_GT(n, 4);  // several blocks were needed
+                Zos_EvntDelete(e);
+            } else if (n == 1) {
+                EXPECT_TRUE(ktest::LoggedContains("EvntCreate alloc memory."));
+                EXPECT_TRUE(ktest::LoggedContains("EvntCreateFmtSX create event."));
+            } else {
+                EXPECT_TRUE(ktest::LoggedContains("CbufAlloc alloc memory.")) << n;
+                EXPECT_TRUE(ktest::LoggedContains(" set val") ||
+                            ktest::LoggedContains(" add parm") ||
+                            ktest::LoggedContains("EParmSetMem alloc val"))
+                    << n;
+            }
+            EXPECT_EQ(g_live, 0) << n;
         }
-        EXPECT_EQ(g_live, 0) << n;
     }
-    mallocSlot = savedMalloc;
-    freeSlot = savedFree;
     EXPECT_TRUE(succeeded);
 }
 

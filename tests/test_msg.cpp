@@ -7,8 +7,6 @@
 
 namespace {
 
-using ktest::CountingFree;
-using ktest::FailingMalloc;
 using ktest::g_calls;
 using ktest::g_failAt;
 using ktest::g_live;
@@ -128,59 +126,54 @@ TEST_F(ZosTest, MsgAllocationFailureLeavesNothing) {
     const std::string big(600, 'd');
     ZEVNT keep = Zos_EvntCreate();
     ASSERT_EQ(Zos_EParmSetUint(keep, 1, 1), ZOK);
-    ZOS_OSDEP_FUNC &mallocSlot = ktest::Slot(0);
-    ZOS_OSDEP_FUNC &freeSlot = ktest::Slot(2);
-    const ZOS_OSDEP_FUNC savedMalloc = mallocSlot;
-    const ZOS_OSDEP_FUNC savedFree = freeSlot;
-    mallocSlot = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
-    freeSlot = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingFree);
     int okX = 0;
     int okED = 0;
-    for (int n = 1; n < 32; ++n) {
-        g_failAt = n;
-        g_calls = 0;
-        g_live = 0;
-        ktest::ClearLogged();
-        ZMSG m = Zos_MsgCreateX(1, 2, 3, 4, big.data(), 600);
-        if (m != nullptr) {
-            okX = okX == 0 ? n : okX;
-            EXPECT_EQ(Zos_MsgGetDataLen(m), 600u);
-            Zos_MsgDelete(m);
-        } else {
-            const bool named = ktest::LoggedContains("MsgCreateX alloc mem.") ||
-                               ktest::LoggedContains("MsgCreateX set object.") ||
-                               ktest::LoggedContains("MsgCreateX set data.");
-            EXPECT_TRUE(named) << n;
-        }
-        EXPECT_EQ(g_live, 0) << n;
+    {
+        const ktest::FailingHeap heap;
+        for (int n = 1; n < 32; ++n) {
+            g_failAt = n;
+            g_calls = 0;
+            g_live = 0;
+            ktest::ClearLogged();
+            ZMSG m = Zos_MsgCreateX(1, 2, 3, 4, big.data(), 600);
+            if (m != nullptr) {
+                okX = okX == 0 ? n : okX;
+                EXPECT_EQ(Zos_MsgGetDataLen(m), 600u);
+                Zos_MsgDelete(m);
+            } else {
+                const bool named = ktest::LoggedContains("MsgCreateX alloc mem.") ||
+                                   ktest::LoggedContains("MsgCreateX set object.") ||
+                                   ktest::LoggedContains("MsgCreateX set data.");
+                EXPECT_TRUE(named) << n;
+            }
+            EXPECT_EQ(g_live, 0) << n;
 
-        g_calls = 0;
-        void *out = &out;
-        m = Zos_MsgCreateXD(1, 2, 3, 4, 600, &out);
-        if (m == nullptr) {
-            EXPECT_EQ(out, nullptr);
-            const bool named = ktest::LoggedContains("MsgCreateXD alloc mem.") ||
-                               ktest::LoggedContains("MsgCreateXD create event.") ||
-                               ktest::LoggedContains("MsgCreateXD alloc data.");
-            EXPECT_TRUE(named) << n;
-        }
-        Zos_MsgDelete(m);
-        EXPECT_EQ(g_live, 0) << n;
-
-        g_calls = 0;
-        m = Zos_MsgCreateED(keep, 1, 2, 3, 5, big.data(), 600);
-        if (m != nullptr) {
-            okED = okED == 0 ? n : okED;
-            EXPECT_EQ(Zos_EvntClone(keep), keep);  // the message takes one reference away
+            g_calls = 0;
+            void *out = &out;
+            m = Zos_MsgCreateXD(1, 2, 3, 4, 600, &out);
+            if (m == nullptr) {
+                EXPECT_EQ(out, nullptr);
+                const bool named = ktest::LoggedContains("MsgCreateXD alloc mem.") ||
+                                   ktest::LoggedContains("MsgCreateXD create event.") ||
+                                   ktest::LoggedContains("MsgCreateXD alloc data.");
+                EXPECT_TRUE(named) << n;
+            }
             Zos_MsgDelete(m);
-        } else {
-            EXPECT_EQ(Zos_EvntGetMsgId(keep), nullptr) << n;
-            EXPECT_EQ(Zos_EParmFindZ(keep, ZOS_MSG_ELEM_OBJECT)->uiFlag, 0u) << n;
+            EXPECT_EQ(g_live, 0) << n;
+
+            g_calls = 0;
+            m = Zos_MsgCreateED(keep, 1, 2, 3, 5, big.data(), 600);
+            if (m != nullptr) {
+                okED = okED == 0 ? n : okED;
+                EXPECT_EQ(Zos_EvntClone(keep), keep);  // the message takes one reference away
+                Zos_MsgDelete(m);
+            } else {
+                EXPECT_EQ(Zos_EvntGetMsgId(keep), nullptr) << n;
+                EXPECT_EQ(Zos_EParmFindZ(keep, ZOS_MSG_ELEM_OBJECT)->uiFlag, 0u) << n;
+            }
+            EXPECT_EQ(Zos_EParmGetUint(keep, 1), 1u) << n;
         }
-        EXPECT_EQ(Zos_EParmGetUint(keep, 1), 1u) << n;
     }
-    mallocSlot = savedMalloc;
-    freeSlot = savedFree;
     EXPECT_GT(okX, 2);  // record, event and data blocks each failed once first
     EXPECT_GT(okED, 1);
     Zos_EvntDelete(keep);

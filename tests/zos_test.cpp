@@ -85,6 +85,16 @@ void CountingFree(void *p) {
     Zpand_Free(p);
 }
 
+FailingHeap::FailingHeap() : malloc_(Slot(0)), free_(Slot(2)) {
+    Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
+    Slot(2) = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingFree);
+}
+
+FailingHeap::~FailingHeap() {
+    Slot(0) = malloc_;
+    Slot(2) = free_;
+}
+
 std::string TempDir() {
     const char *base = std::getenv("KESTRO_TEST_TMP");
     std::string dir = base != nullptr ? base : "/tmp/kestro-test";

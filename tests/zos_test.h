@@ -44,6 +44,18 @@ extern int g_calls;
 extern int g_live;
 void *FailingMalloc(uint32_t size);
 void CountingFree(void *p);
+// Installs FailingMalloc and CountingFree in the heap slots for a scope.
+class FailingHeap {
+  public:
+    FailingHeap();
+    ~FailingHeap();
+    FailingHeap(const FailingHeap &) = delete;
+    FailingHeap &operator=(const FailingHeap &) = delete;
+
+  private:
+    ZOS_OSDEP_FUNC malloc_;
+    ZOS_OSDEP_FUNC free_;
+};
 
 // Directory for files a test writes (under the build tree, or /tmp).
 std::string TempDir();

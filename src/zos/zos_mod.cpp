@@ -38,16 +38,7 @@ void Delay(uint32_t ms) {
     if (auto sleep = zos::Osdep<zos::kSlotTaskDelay>()) sleep(ms);
 }
 
-class Lock {
-  public:
-    explicit Lock(ZosModMgr *mgr) : mgr_(mgr) { Zos_MutexLock(&mgr_->zMutex); }
-    ~Lock() { Zos_MutexUnlock(&mgr_->zMutex); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-
-  private:
-    ZosModMgr *mgr_;
-};
+using Lock = zos::ModLock;
 
 // Appends a deferred call to a list.
 void DeferPush(ModDeferList *list, ModDefer *d) {

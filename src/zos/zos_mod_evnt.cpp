@@ -184,16 +184,7 @@ void *FnPtr(PFN_ZOS_MOD_FUNC fn) {
     return reinterpret_cast<void *>(fn);
 }
 
-class Lock {
-  public:
-    explicit Lock(ZosModMgr *mgr) : mgr_(mgr) { Zos_MutexLock(&mgr_->zMutex); }
-    ~Lock() { Zos_MutexUnlock(&mgr_->zMutex); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-
-  private:
-    ZosModMgr *mgr_;
-};
+using Lock = zos::ModLock;
 
 // Checks a hub call's arguments; false after logging.
 bool SubArgs(const char *fn, const char *name, uint32_t task, PFN_ZOS_MOD_FUNC func) {

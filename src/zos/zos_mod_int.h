@@ -6,6 +6,7 @@
 
 #include "zos_dlist.h"
 #include "zos_env.h"
+#include "zos_lock.h"
 #include "zos_mod.h"
 #include "zos_task.h"
 
@@ -81,6 +82,18 @@ inline bool TaskMoveState(ModTask *t, uint32_t from, uint32_t to) {
     return __atomic_compare_exchange_n(&t->stStart.uiState, &expected, to, false, __ATOMIC_ACQ_REL,
                                        __ATOMIC_ACQUIRE);
 }
+
+// Holds the module manager's lock for a scope.
+class ModLock {
+  public:
+    explicit ModLock(ZosModMgr *mgr) : mgr_(mgr) { Zos_MutexLock(&mgr_->zMutex); }
+    ~ModLock() { Zos_MutexUnlock(&mgr_->zMutex); }
+    ModLock(const ModLock &) = delete;
+    ModLock &operator=(const ModLock &) = delete;
+
+  private:
+    ZosModMgr *mgr_;
+};
 
 // The live record of an id; the caller holds the module lock.
 ModTask *TaskFind(ZosModMgr *mgr, uint32_t id);

@@ -26,6 +26,7 @@
 #include <cstring>
 
 #include "zos_dlist.h"
+#include "zos_dlist_link.h"
 #include "zos_fmt.h"
 #include "zos_lite_lock.h"
 #include "zos_mem.h"
@@ -290,55 +291,14 @@ __attribute__((noinline, cold)) void Report(const ZosPool *pool, uint32_t faults
 }
 
 // The pool's lists are covered by the pool lock, so they are linked in
-// place here rather than through the list family's own per-list mutex.
+// place (zos_dlist_link.h) rather than through the list family's own
+// per-list mutex.
 void ListInit(ST_ZOS_DLIST *list, uint32_t max) {
     list->uiMax = max;
     list->uiCount = 0;
     list->pstHead = nullptr;
     list->pstTail = nullptr;
     list->zMutex = 0;
-}
-
-void ListAppend(ST_ZOS_DLIST *list, Link *node) {
-    node->pstNext = nullptr;
-    node->pstPrev = list->pstTail;
-    if (list->pstTail != nullptr) {
-        list->pstTail->pstNext = node;
-    } else {
-        list->pstHead = node;
-    }
-    list->pstTail = node;
-    list->uiCount++;
-}
-
-// Unlinks the head; the list is not empty.
-Link *ListPopHead(ST_ZOS_DLIST *list) {
-    Link *node = list->pstHead;
-    Link *next = node->pstNext;
-    list->pstHead = next;
-    if (next != nullptr) {
-        next->pstPrev = nullptr;
-    } else {
-        list->pstTail = nullptr;
-    }
-    list->uiCount--;
-    return node;
-}
-
-void ListUnlink(ST_ZOS_DLIST *list, Link *node) {
-    if (node->pstPrev != nullptr) {
-        node->pstPrev->pstNext = node->pstNext;
-    } else {
-        list->pstHead = node->pstNext;
-    }
-    if (node->pstNext != nullptr) {
-        node->pstNext->pstPrev = node->pstPrev;
-    } else {
-        list->pstTail = node->pstPrev;
-    }
-    node->pstNext = nullptr;
-    node->pstPrev = nullptr;
-    list->uiCount--;
 }
 
 // ---------------------------------------------------------------------
@@ -520,7 +480,7 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
         *faults |= 1u << kBktHeapAlloc;
         return ZFAILED;
     }
-    ListAppend(&bkt->stBlkList, &blk->stLink);
+    zos::DlistLinkTail(&bkt->stBlkList, &blk->stLink);
     uint8_t *node = blk->pucFirst;
     for (uint32_t i = 0; i < count; ++i, node += bkt->uiStride) {
         const uint32_t number = (bkt->wTotal + i) & kNodeNumMask;
@@ -530,7 +490,7 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
         FreeRec *rec = RecOf(node);
         rec->pstBlk = blk;
         std::memcpy(rec->acMark, kFreeMark, 4);
-        ListAppend(&bkt->stFreeList, &rec->stLink);
+        zos::DlistLinkTail(&bkt->stFreeList, &rec->stLink);
     }
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal + count);
     bkt->wFree = static_cast<uint16_t>(bkt->wFree + count);
@@ -543,11 +503,11 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
 // of going to the free function.
 void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk, bool keepSpare = false) {
     for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
-        ListUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
+        zos::DlistUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
     }
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal - blk->wCount);
     bkt->wFree = static_cast<uint16_t>(bkt->wFree - blk->wCount);
-    ListUnlink(&bkt->stBlkList, &blk->stLink);
+    zos::DlistUnlink(&bkt->stBlkList, &blk->stLink);
     if (keepSpare && bkt->pstSpare == nullptr && blk->wCount == bkt->wIncCnt) {
         RefMarkSpare(pool, reinterpret_cast<uintptr_t>(blk->pucFirst), true);
         bkt->pstSpare = blk;
@@ -587,7 +547,7 @@ void BktGrpDeleteIn(ZosPool *pool) {
         ZosBkt *bkt = &pool->pstBkts[i];
         while (bkt->stBlkList.pstHead != nullptr) {
             auto *blk = reinterpret_cast<ZosBlk *>(bkt->stBlkList.pstHead);
-            ListUnlink(&bkt->stBlkList, &blk->stLink);
+            zos::DlistUnlink(&bkt->stBlkList, &blk->stLink);
             pool->pfnFree(blk);
         }
         if (bkt->pstSpare != nullptr) {
@@ -698,7 +658,7 @@ uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults
                 return nullptr;
             }
         }
-        Link *link = ListPopHead(&bkt->stFreeList);
+        Link *link = zos::DlistUnlinkHead(&bkt->stFreeList);
         bkt->uiAllocs++;
         bkt->wFree--;
         const uint32_t used = static_cast<uint32_t>(bkt->wTotal - bkt->wFree);
@@ -752,7 +712,7 @@ void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
     std::memcpy(rec->acMark, kFreeMark, 4);
     rec->pstBlk = w.ref->pstBlk;
     Store32(node, header | kFreeBit);
-    ListAppend(&bkt->stFreeList, &rec->stLink);
+    zos::DlistLinkTail(&bkt->stFreeList, &rec->stLink);
     bkt->wFree++;
     bkt->uiFrees++;
     if ((pool->wFlags & kFlagShrink) != 0) BktFreeIn(pool, bkt, w.ref->pstBlk);

@@ -293,17 +293,6 @@ KESTRO_API uint32_t Zos_UbufHoldD(ZUBUF zBuf, const void *pMem) {
     return ops.known && ops.hold != nullptr ? ops.hold(ops.target, pMem) : 0;
 }
 
-// Makes a filled wrapper a live handle; frees it when it cannot be.
-ZosUbuf *Register(ZosUbuf *w) {
-    if (!zos::LiveAdd(w)) {
-        ZOS_LOG_ERR("UbufCreate alloc memory.");
-        Zos_Free(w);
-        return nullptr;
-    }
-    w->uiMagic = kWrapMagic;
-    return w;
-}
-
 // ---------------------------------------------------------------------
 // Copy family
 
