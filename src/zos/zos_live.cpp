@@ -24,18 +24,19 @@ struct Table {
 
 struct Registry {
     std::mutex mutex;
-    std::atomic<Table *> table{nullptr};
     uint32_t uiLive = 0;
     uint32_t uiUsed = 0;  // live and removed slots: what probing must walk
 };
 
-// The current table, also published here so a look-up reaches it with one
-// load, without the registry's first-use guard. Constant-initialised and
-// trivially destroyed, so it is valid at any time of the process.
+// The current table, kept apart from the registry's mutex and counts so a
+// look-up reaches it with one load, without the registry's first-use
+// guard. Constant-initialised and trivially destroyed, so it is valid at
+// any time of the process. Written only under the registry's mutex.
 std::atomic<Table *> g_current{nullptr};
 
 // Never destroyed: threads still running while the process exits may check
-// a handle after static destructors ran. The tables stay reachable from it.
+// a handle after static destructors ran. The tables stay reachable from
+// g_current through their retired links.
 Registry &Reg() {
     static Registry *reg = new Registry;
     return *reg;
@@ -78,7 +79,7 @@ void Place(Table *t, uintptr_t key) {
 // Makes room for one more entry: a new table when live and removed slots
 // would fill more than half of the current one.
 bool Reserve(Registry &reg) {
-    Table *cur = reg.table.load(std::memory_order_relaxed);
+    Table *cur = g_current.load(std::memory_order_relaxed);
     if (cur != nullptr && (reg.uiUsed + 1) * 2 <= (1u << cur->uiBits)) return true;
     uint32_t bits = cur != nullptr ? cur->uiBits : kFirstBits;
     while ((reg.uiLive + 1) * 4 > (1u << bits)) bits++;
@@ -92,7 +93,6 @@ bool Reserve(Registry &reg) {
         }
     }
     t->pstRetired = cur;
-    reg.table.store(t, std::memory_order_release);
     g_current.store(t, std::memory_order_release);
     reg.uiUsed = reg.uiLive;
     return true;
@@ -118,10 +118,10 @@ bool LiveAdd(const void *handle) {
     if (key <= kGone) return false;
     Registry &reg = Reg();
     std::lock_guard<std::mutex> hold(reg.mutex);
-    Table *cur = reg.table.load(std::memory_order_relaxed);
+    Table *cur = g_current.load(std::memory_order_relaxed);
     if (cur != nullptr && Find(cur, key) != nullptr) return true;
     if (!Reserve(reg)) return false;
-    cur = reg.table.load(std::memory_order_relaxed);
+    cur = g_current.load(std::memory_order_relaxed);
     const uint32_t mask = (1u << cur->uiBits) - 1;
     for (uint32_t i = Home(key, cur->uiBits);; i = (i + 1) & mask) {
         const uintptr_t v = cur->pSlots[i].load(std::memory_order_relaxed);
@@ -140,7 +140,7 @@ void LiveRemove(const void *handle) {
     if (key <= kGone) return;
     Registry &reg = Reg();
     std::lock_guard<std::mutex> hold(reg.mutex);
-    Table *cur = reg.table.load(std::memory_order_relaxed);
+    Table *cur = g_current.load(std::memory_order_relaxed);
     if (cur == nullptr) return;
     std::atomic<uintptr_t> *slot = Find(cur, key);
     if (slot == nullptr) return;
