@@ -194,6 +194,15 @@ TEST_F(PoolTest, ShrinkReleasesOnlyBlocksBeyondTheInitialCount) {
     Zos_PoolFree(pool_, p[0]);
     Zos_PoolFree(pool_, p[1]);
     EXPECT_EQ(Counts(pool_, 0), (V{2, 2, 4, 4, 4, 1}));  // the initial block stays
+    // A block that empties while nodes of another block are free leaves
+    // those listed, in their order.
+    for (void *&x : p) x = Zos_PoolAlloc(pool_, 32);
+    for (int i : {0, 2, 3}) Zos_PoolFree(pool_, p[i]);
+    EXPECT_EQ(Counts(pool_, 0), (V{2, 1, 4, 8, 7, 1}));
+    EXPECT_EQ(Zos_PoolChkBkt(pool_, 0), 1u);
+    EXPECT_EQ(Zos_PoolAlloc(pool_, 32), p[0]);
+    Zos_PoolFree(pool_, p[0]);
+    Zos_PoolFree(pool_, p[1]);
     // A bucket without initial nodes gives its only block back.
     Zos_PoolFree(pool_, Zos_PoolAlloc(pool_, 64));
     EXPECT_EQ(Counts(pool_, 1), (V{0, 0, 1, 1, 1, 0}));

@@ -14,10 +14,11 @@
 //
 // With shrinking on, a block that falls wholly free leaves its bucket's
 // lists and counts as always, but the first such block of a bucket is
-// kept aside (its index entry marked) and laid out again at the bucket's
-// next growth instead of going back to the backing allocator, so a bucket
-// that empties and refills does not pay for a release and a fetch every
-// time. Nothing else sees it; it goes back when the bucket does.
+// kept aside (marked in its own header, its index entry kept) and laid out
+// again at the bucket's next growth instead of going back to the backing
+// allocator, so a bucket that empties and refills does not pay for a
+// release and a fetch every time. Nothing else sees it; it goes back when
+// the bucket does.
 //
 // Faults found while the pool's lock is held are collected and logged
 // after it is released, so nothing done under the lock can come back into
@@ -56,10 +57,6 @@ constexpr uint32_t kNodeExtra = 12;  // the same plus the red zone
 constexpr uint32_t kMaxNodes = 0xFFFFu;
 constexpr uint32_t kNoLimit = 0xFFFFFFFFu;
 constexpr uint32_t kLargeRef = 0xFFFFFFFFu;
-// Set in an index entry's bucket number while the block is its bucket's
-// spare: the entry stays so the block's reuse needs no index change, and
-// every look-up treats the block's nodes as foreign.
-constexpr uint32_t kSpareRef = 0x80000000u;
 
 constexpr uint16_t kFlagLocked = 0x1;
 constexpr uint16_t kFlagShrink = 0x2;
@@ -78,6 +75,10 @@ struct ZosBlk {
     uint8_t *pucEnd;    // just past the last node
     uint16_t wCount;
     uint16_t wFree;
+    // Set while the block is its bucket's spare: its index entry stays, so
+    // its reuse needs no index change, and look-ups treat its nodes as
+    // foreign.
+    uint16_t wSpare;
 };
 
 // What a free node's data holds.
@@ -351,14 +352,6 @@ void RefRemove(ZosPool *pool, uintptr_t start) {
     pool->uiRefHint = 0;
 }
 
-// Marks the entry starting at start as a spare block's or clears the mark.
-void RefMarkSpare(ZosPool *pool, uintptr_t start, bool spare) {
-    const uint32_t at = UpperBound(pool, start);
-    if (at == 0 || pool->pstRefs[at - 1].uStart != start) return;
-    AddrRef &ref = pool->pstRefs[at - 1];
-    ref.uiBkt = spare ? ref.uiBkt | kSpareRef : ref.uiBkt & ~kSpareRef;
-}
-
 bool OnNodeBoundary(const ZosBkt *bkt, uint32_t offset) {
     const uint32_t x = offset * bkt->uiDivInv;
     const uint32_t k = bkt->ucDivShift;
@@ -405,7 +398,7 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
         if (node != ref->uStart) return foreign;
         return {Kind::kLarge, reinterpret_cast<uint8_t *>(node), ref};
     }
-    if ((ref->uiBkt & kSpareRef) != 0) return foreign;
+    if (ref->pstBlk->wSpare != 0) return foreign;
     if (!OnNodeBoundary(&pool->pstBkts[ref->uiBkt], static_cast<uint32_t>(node - ref->uStart))) {
         return foreign;
     }
@@ -415,11 +408,54 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
 // ---------------------------------------------------------------------
 // Buckets and blocks
 
+// Lays out a block's nodes as free nodes of bucket idx, numbered on from
+// the bucket's total, and puts them at the tail of its free list in
+// address order; the block goes to the tail of the block list.
+void LayOut(ZosBkt *bkt, uint32_t idx, ZosBlk *blk) {
+    zos::DlistLinkTail(&bkt->stBlkList, &blk->stLink);
+    const uint32_t count = blk->wCount;
+    const uint32_t stride = bkt->uiStride;
+    const uint32_t redZone = kNodeHead + bkt->uiDataSize;
+    const uint32_t header = idx << kBktShift | kFreeBit;
+    uint32_t number = bkt->wTotal;
+    ST_ZOS_DLIST *list = &bkt->stFreeList;
+    Link *prev = list->pstTail;
+    uint8_t *node = blk->pucFirst;
+    for (uint32_t i = 0; i < count; ++i, node += stride) {
+        Store32(node, header | (number++ & kNodeNumMask));
+        Store32(node + 4, kNodeMagic);
+        Store32(node + redZone, kRedZone);
+        FreeRec *rec = RecOf(node);
+        rec->pstBlk = blk;
+        std::memcpy(rec->acMark, kFreeMark, 4);
+        // The list's tail step, with the chain carried in a register.
+        rec->stLink.pstPrev = prev;
+        (prev != nullptr ? prev->pstNext : list->pstHead) = &rec->stLink;
+        prev = &rec->stLink;
+    }
+    if (prev != nullptr) prev->pstNext = nullptr;
+    list->pstTail = prev;
+    list->uiCount += count;
+    blk->wFree = static_cast<uint16_t>(count);
+    blk->wSpare = 0;
+    bkt->wTotal = static_cast<uint16_t>(bkt->wTotal + count);
+    bkt->wFree = static_cast<uint16_t>(bkt->wFree + count);
+}
+
 // Adds a block to bucket idx: the first (initial count) or a later one
 // (increment). Faults are added to *faults.
 __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool first,
                                                uint32_t *faults) {
     ZosBkt *bkt = &pool->pstBkts[idx];
+    ZosBlk *spare = bkt->pstSpare;
+    if (!first && spare != nullptr && spare->wCount == bkt->wIncCnt &&
+        bkt->wTotal + spare->wCount <= kMaxNodes) {
+        // The kept block has the size of a growth step: its node range and
+        // index entry stand, and it is laid out again exactly as a new one.
+        bkt->pstSpare = nullptr;
+        LayOut(bkt, idx, spare);
+        return ZOK;
+    }
     if (bkt->uiDataSize == 0 || (bkt->wInitCnt == 0 && bkt->wIncCnt == 0)) {
         *faults |= 1u << kBktInvalidSize;
         return ZFAILED;
@@ -430,7 +466,7 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
     }
     uint32_t count = 0;
     if (first) {
-        bkt->uiStride = RoundUp(bkt->uiDataSize + kNodeExtra, pool->ucAlign);
+        bkt->uiStride = RoundUp(bkt->uiDataSize + kNodeExtra, kAlign);
         SetDivisor(bkt);
         count = bkt->wInitCnt;
         if (count == 0) return ZOK;
@@ -443,22 +479,12 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
     }
     // The node counters are 16-bit: a bucket stops growing at 65535 nodes
     // and further requests move on to the next size class.
-    const uint64_t bytes =
-        pool->ucAlign + static_cast<uint64_t>(bkt->uiStride) * count + sizeof(ZosBlk);
+    const uint64_t bytes = kAlign + static_cast<uint64_t>(bkt->uiStride) * count + sizeof(ZosBlk);
     if (bkt->wTotal + count > kMaxNodes || bytes >= 0x7FFFFFFFu) {
         *faults |= 1u << kBktInvalidSize;
         return ZFAILED;
     }
-    uint8_t *mem = nullptr;
-    const bool reuse = !first && bkt->pstSpare != nullptr && bkt->pstSpare->wCount == count;
-    if (reuse) {
-        // The kept block has this very size; it is laid out again below
-        // exactly as a new one.
-        mem = reinterpret_cast<uint8_t *>(bkt->pstSpare);
-        bkt->pstSpare = nullptr;
-    } else {
-        mem = static_cast<uint8_t *>(pool->pfnAlloc(static_cast<uint32_t>(bytes)));
-    }
+    auto *mem = static_cast<uint8_t *>(pool->pfnAlloc(static_cast<uint32_t>(bytes)));
     if (mem == nullptr) {
         *faults |= 1u << kBktHeapAlloc;
         return ZFAILED;
@@ -466,34 +492,18 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
     auto *blk = reinterpret_cast<ZosBlk *>(mem);
     // Nodes start at the first aligned address behind the block header.
     const uintptr_t after = reinterpret_cast<uintptr_t>(mem) + sizeof(ZosBlk);
-    const uintptr_t pad = (pool->ucAlign - after % pool->ucAlign) % pool->ucAlign;
+    const uintptr_t pad = (kAlign - after % kAlign) % kAlign;
     blk->pucFirst = mem + sizeof(ZosBlk) + pad;
     blk->pucEnd = blk->pucFirst + static_cast<size_t>(bkt->uiStride) * count;
     blk->wCount = static_cast<uint16_t>(count);
-    blk->wFree = static_cast<uint16_t>(count);
     const AddrRef ref{reinterpret_cast<uintptr_t>(blk->pucFirst),
                       reinterpret_cast<uintptr_t>(blk->pucEnd), blk, idx};
-    if (reuse) {
-        RefMarkSpare(pool, ref.uStart, false);
-    } else if (!RefAdd(pool, ref)) {
+    if (!RefAdd(pool, ref)) {
         pool->pfnFree(mem);
         *faults |= 1u << kBktHeapAlloc;
         return ZFAILED;
     }
-    zos::DlistLinkTail(&bkt->stBlkList, &blk->stLink);
-    uint8_t *node = blk->pucFirst;
-    for (uint32_t i = 0; i < count; ++i, node += bkt->uiStride) {
-        const uint32_t number = (bkt->wTotal + i) & kNodeNumMask;
-        Store32(node, idx << kBktShift | number | kFreeBit);
-        Store32(node + 4, kNodeMagic);
-        Store32(node + kNodeHead + bkt->uiDataSize, kRedZone);
-        FreeRec *rec = RecOf(node);
-        rec->pstBlk = blk;
-        std::memcpy(rec->acMark, kFreeMark, 4);
-        zos::DlistLinkTail(&bkt->stFreeList, &rec->stLink);
-    }
-    bkt->wTotal = static_cast<uint16_t>(bkt->wTotal + count);
-    bkt->wFree = static_cast<uint16_t>(bkt->wFree + count);
+    LayOut(bkt, idx, blk);
     return ZOK;
 }
 
@@ -502,14 +512,19 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
 // when it has none (and the block has the size of a growth step) instead
 // of going to the free function.
 void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk, bool keepSpare = false) {
-    for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
-        zos::DlistUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
+    if (bkt->wFree == blk->wCount && bkt->stFreeList.uiCount == blk->wCount) {
+        // The bucket's only free nodes are this block's: the list empties.
+        ListInit(&bkt->stFreeList, bkt->stFreeList.uiMax);
+    } else {
+        for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
+            zos::DlistUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
+        }
     }
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal - blk->wCount);
     bkt->wFree = static_cast<uint16_t>(bkt->wFree - blk->wCount);
     zos::DlistUnlink(&bkt->stBlkList, &blk->stLink);
     if (keepSpare && bkt->pstSpare == nullptr && blk->wCount == bkt->wIncCnt) {
-        RefMarkSpare(pool, reinterpret_cast<uintptr_t>(blk->pucFirst), true);
+        blk->wSpare = 1;
         bkt->pstSpare = blk;
         return;
     }
