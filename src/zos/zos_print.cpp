@@ -83,16 +83,17 @@ bool IsPrintable(uint8_t c) {
 // The hex dump shared by Zos_PrintBuf and the log's buffer writers.
 void zos::HexDump(const uint8_t *data, uint32_t len, HexSink sink, void *arg) {
     char piece[64];
-    uint32_t n = Zos_SNPrintf(piece, sizeof(piece), "\r\ndata length: %d\r\ndata content:\r\n",
-                              static_cast<int>(len));
-    sink(arg, piece, n);
+    // The bounded formatter never writes past the piece; the length handed
+    // on is kept within it as well.
+    auto emit = [&](uint32_t n) { sink(arg, piece, n < sizeof(piece) ? n : sizeof(piece) - 1); };
+    emit(Zos_SNPrintf(piece, sizeof(piece), "\r\ndata length: %d\r\ndata content:\r\n",
+                      static_cast<int>(len)));
     sink(arg, "     ", 5);
     char chars[16 * 2];
     uint32_t charLen = 0;
     for (uint32_t i = 0; i < len; ++i) {
         const uint8_t c = data[i];
-        n = Zos_SNPrintf(piece, sizeof(piece), "%02x ", static_cast<unsigned>(c));
-        sink(arg, piece, n);
+        emit(Zos_SNPrintf(piece, sizeof(piece), "%02x ", static_cast<unsigned>(c)));
         // '%' is doubled: the dump is printed through a format later.
         if (c == '%') {
             chars[charLen++] = '%';
