@@ -174,6 +174,31 @@ TEST_F(DbufTest, BuildFallsBackToStandardBlocksPartialOutermost) {
     ExpectPoolEmpty();
 }
 
+// A delete gives every block back in one pass over the chain; a large
+// block in the middle and a block with a damaged red zone (reported once,
+// freed all the same) do not stop it.
+TEST_F(DbufTest, DeleteReturnsEveryBlockPastLargeAndDamagedOnes) {
+    ASSERT_NE(MakePool(0xFFFFFFFFu), nullptr);
+    ZDBUF b = Zos_DbufCreate(pool_, 1, 128);
+    for (uint32_t n : {104u, 300u, 104u, 10u}) {
+        ASSERT_EQ(Zos_DbufPstAddMultD(b, Bytes(n).data(), n), ZOK);
+    }
+    ASSERT_EQ(Blocks(b), (std::vector<uint32_t>{104, 300, 104, 10}));
+    EXPECT_GT(Zos_PoolGetHeapSize(pool_), 300u);  // the 300-byte block
+    // The third block's node: its data area of 160 bytes starts at the
+    // block header (two links and four counts), its red zone right after.
+    const size_t header = 2 * sizeof(void *) + 16;
+    std::memset(Zos_DbufBlkData(b, 2) - header + 160, 0, 4);
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_DbufDelete(b), ZOK);
+    size_t damaged = 0;
+    for (const auto &line : ktest::Logged()) {
+        damaged += line.msg.find("PoolFree <dbuf test> invalid redzone.") != std::string::npos;
+    }
+    EXPECT_EQ(damaged, 1u);
+    ExpectPoolEmpty();
+}
+
 TEST_F(DbufTest, ReserveAreas) {
     ZDBUF b = Zos_DbufCreate(nullptr, 2, 128);
     EXPECT_EQ(Zos_DbufAlloc(b, 0), nullptr);

@@ -121,12 +121,10 @@ void ChainAdd(Chain *c, Blk *k) {
     c->last = k;
 }
 
-void ChainFree(ZPOOL pool, Blk *k) {
-    while (k != nullptr) {
-        Blk *next = k->pstNext;
-        Zos_PoolFree(pool, k);
-        k = next;
-    }
+// Frees a chain of blocks, then the header `last` when given, under one
+// hold of the pool's lock.
+void ChainFree(ZPOOL pool, Blk *k, void *last = nullptr) {
+    zos::PoolFreeChain(pool, k, offsetof(Blk, pstNext), last);
 }
 
 void LinkAfter(ZosDbuf *b, const Chain &c) {
@@ -308,11 +306,16 @@ ZosDbuf *Sibling(const ZosDbuf *b) {
     return NewHeader(b->zPool, b->ucType, b->uiBlkSize);
 }
 
-void FreeHeader(ZosDbuf *b) {
+// Takes the header out of use; the caller gives its memory back.
+void RetireHeader(ZosDbuf *b) {
     b->ucType = 0;
     b->ucRefs = 0;
     zos::LiveRemove(b);
     b->uiMagic = 0;
+}
+
+void FreeHeader(ZosDbuf *b) {
+    RetireHeader(b);
     Zos_PoolFree(b->zPool, b);
 }
 
@@ -717,8 +720,11 @@ KESTRO_API uint32_t Zos_DbufDelete(ZDBUF zDbuf) {
         TraceRecord(b, "delete", b->ucRefs);
         return ZOK;
     }
-    ChainFree(b->zPool, b->pstFirst);
-    FreeHeader(b);
+    // The header leaves the registry before any of its memory goes back;
+    // blocks and header then return in one go.
+    Blk *first = b->pstFirst;
+    RetireHeader(b);
+    ChainFree(b->zPool, first, b);
     return ZOK;
 }
 

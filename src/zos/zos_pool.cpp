@@ -692,10 +692,9 @@ uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults
     return nullptr;
 }
 
-// Returns one node to its bucket; *release gets a large block to give
-// back after the lock.
-void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
-    zos::LiteGuard lock(&pool->stLock);
+// Returns one node to its bucket, the lock held; *release gets a large
+// block to give back after the lock.
+void PutNodeIn(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
     const Where w = Locate(pool, mem);
     if (__builtin_expect(w.kind != Kind::kNode, 0)) {
         if (w.kind == Kind::kLarge) {
@@ -731,6 +730,11 @@ void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
     bkt->wFree++;
     bkt->uiFrees++;
     if ((pool->wFlags & kFlagShrink) != 0) BktFreeIn(pool, bkt, w.ref->pstBlk);
+}
+
+void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
+    zos::LiteGuard lock(&pool->stLock);
+    PutNodeIn(pool, mem, release, faults);
 }
 
 // Walks one bucket; the caller holds the lock.
@@ -1229,6 +1233,44 @@ KESTRO_API uint32_t Zos_PoolGetHeapSize(ZPOOL zPool) {
 }
 
 }  // extern "C"
+
+void zos::PoolFreeChain(ZPOOL zPool, void *first, size_t linkOffset, void *last) {
+    ZosPool *pool = PoolOf(zPool);
+    auto next = [linkOffset](void *mem) {
+        void *n;
+        std::memcpy(&n, static_cast<char *>(mem) + linkOffset, sizeof(n));
+        return n;
+    };
+    if (pool == nullptr || !ValidPool(pool)) {
+        // One by one, so each free is refused with its own line.
+        for (void *mem = first; mem != nullptr;) {
+            void *following = next(mem);
+            Zos_PoolFree(zPool, mem);
+            mem = following;
+        }
+        if (last != nullptr) Zos_PoolFree(zPool, last);
+        return;
+    }
+    void *mem = first != nullptr ? first : last;
+    while (mem != nullptr) {
+        // A batch ends after a node with a fault or a large block to give
+        // back, so lines and releases come in the order of single frees.
+        uint32_t faults = 0;
+        void *release = nullptr;
+        {
+            zos::LiteGuard lock(&pool->stLock);
+            while (mem != nullptr && faults == 0 && release == nullptr) {
+                // The link is read before the free overwrites the data.
+                void *following = mem != last ? next(mem) : nullptr;
+                if (following == nullptr && mem != last) following = last;
+                PutNodeIn(pool, mem, &release, &faults);
+                mem = following;
+            }
+        }
+        if (release != nullptr) pool->pfnFree(release);
+        if (faults != 0) Report(pool, faults);
+    }
+}
 
 bool zos::PoolEndSizes(ZPOOL zPool, uint32_t *first, uint32_t *last) {
     const ZosPool *pool = PoolOf(zPool);

@@ -1,6 +1,8 @@
 // Pool services used by other families of the layer.
 #pragma once
 
+#include <cstddef>
+
 #include "zos_pool.h"
 
 namespace zos {
@@ -14,5 +16,11 @@ uint32_t PoolPrintStats(ZPOOL zPool);
 // statistics report for rows 0 and count - 1), read in one step: they
 // never change after the pool is made. False for an invalid pool.
 bool PoolEndSizes(ZPOOL zPool, uint32_t *first, uint32_t *last);
+
+// Frees a chain of nodes of one pool, as Zos_PoolFree would one by one
+// (same checks, lines and statistics) but under one hold of the pool's
+// lock: every node from first on, each followed by the pointer stored
+// linkOffset bytes into its data, until null; then last, when given.
+void PoolFreeChain(ZPOOL zPool, void *first, size_t linkOffset, void *last);
 
 }  // namespace zos
