@@ -2,11 +2,15 @@
 // locked) and from jemalloc (mallocx/dallocx, and malloc/free, which in a
 // process linking jemalloc are jemalloc's too), on one and two threads.
 // The C library's own malloc is measured by kestro_bench_malloc, a program
-// of its own that links neither the library nor jemalloc.
+// of its own that links neither the library nor jemalloc. A mutex around a
+// bare first-in-first-out free list shows what one shared lock costs by
+// itself.
 #include <benchmark/benchmark.h>
 #include <jemalloc/jemalloc.h>
 
+#include <cstddef>
 #include <cstdlib>
+#include <mutex>
 
 #include "bench_layer.h"
 #include "kestro_lite.h"
@@ -80,6 +84,56 @@ void JemallocMallocFree(benchmark::State &state) {
     }
 }
 
+// The least a pool with one lock and first-in-first-out reuse does: a
+// std::mutex around a doubly linked free list of ready nodes, the head
+// taken and the node put back at the tail. Shared by both threads like the
+// locked pool; no checks, no counts, no size classes.
+class MutexFifo {
+  public:
+    MutexFifo() {
+        for (Node &n : nodes_) PutBack(&n);
+    }
+    void *Take() {
+        std::lock_guard<std::mutex> hold(mutex_);
+        Node *n = head_;
+        if (n == nullptr) return nullptr;
+        head_ = n->next;
+        (head_ != nullptr ? head_->prev : tail_) = nullptr;
+        return n->data;
+    }
+    void Give(void *p) {
+        std::lock_guard<std::mutex> hold(mutex_);
+        PutBack(reinterpret_cast<Node *>(static_cast<char *>(p) - offsetof(Node, data)));
+    }
+
+  private:
+    struct Node {
+        Node *next;
+        Node *prev;
+        char data[4096];
+    };
+    void PutBack(Node *n) {
+        n->next = nullptr;
+        n->prev = tail_;
+        (tail_ != nullptr ? tail_->next : head_) = n;
+        tail_ = n;
+    }
+    std::mutex mutex_;
+    Node *head_ = nullptr;
+    Node *tail_ = nullptr;
+    Node nodes_[8];
+};
+
+void MutexFifoFloor(benchmark::State &state) {
+    static MutexFifo fifo;
+    for (auto _ : state) {
+        void *p = fifo.Take();
+        benchmark::DoNotOptimize(p);
+        if (p != nullptr) fifo.Give(p);
+        KBENCH_CHECK(state, p != nullptr);
+    }
+}
+
 // Two-thread rows are repeated and reported as minimum and median.
 #define KESTRO_POOL_BENCH(fn)                                               \
     BENCHMARK(fn)->Arg(32)->Arg(256)->Arg(4096)->Threads(1)->UseRealTime(); \
@@ -89,5 +143,7 @@ KESTRO_POOL_BENCH(PoolUnlocked);
 KESTRO_POOL_BENCH(PoolLocked);
 KESTRO_POOL_BENCH(Jemalloc);
 KESTRO_POOL_BENCH(JemallocMallocFree);
+BENCHMARK(MutexFifoFloor)->Threads(1)->UseRealTime();
+BENCHMARK(MutexFifoFloor)->Threads(2)->UseRealTime()->Apply(kbench::MinMedian);
 
 }  // namespace
