@@ -694,7 +694,8 @@ uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults
 
 // Returns one node to its bucket, the lock held; *release gets a large
 // block to give back after the lock.
-void PutNodeIn(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
+__attribute__((always_inline)) inline void PutNodeIn(ZosPool *pool, void *mem, void **release,
+                                                     uint32_t *faults) {
     const Where w = Locate(pool, mem);
     if (__builtin_expect(w.kind != Kind::kNode, 0)) {
         if (w.kind == Kind::kLarge) {
