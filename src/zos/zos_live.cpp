@@ -1,14 +1,17 @@
 // Registry of live handles: an open-addressed set of addresses with linear
 // probing. Look-ups read the slots without a lock; adds and removes take
-// one mutex. The set grows by building a larger table and publishing it;
-// a replaced table stays allocated until the process ends, so a look-up
-// still walking it reads valid memory. The tables double, so the replaced
-// ones together never exceed the current one.
+// one short spin lock (a data buffer adds and removes its handle with every
+// packet, and a system mutex's two calls cost more than that work). The set
+// grows by building a larger table and publishing it; a replaced table
+// stays allocated until the process ends, so a look-up still walking it
+// reads valid memory. The tables double, so the replaced ones together
+// never exceed the current one.
 #include "zos_live.h"
 
 #include <atomic>
 #include <mutex>
 #include <new>
+#include <thread>
 
 namespace {
 
@@ -22,16 +25,33 @@ struct Table {
     std::atomic<uintptr_t> *pSlots;
 };
 
+// Held for a few dozen instructions, or for the copy into a larger table
+// (rare): a waiter spins, and yields its core when the holder takes long.
+class SpinLock {
+  public:
+    void lock() {
+        for (uint32_t spins = 0; word_.exchange(true, std::memory_order_acquire);) {
+            while (word_.load(std::memory_order_relaxed)) {
+                if (++spins > 64) std::this_thread::yield();
+            }
+        }
+    }
+    void unlock() { word_.store(false, std::memory_order_release); }
+
+  private:
+    std::atomic<bool> word_{false};
+};
+
 struct Registry {
-    std::mutex mutex;
+    SpinLock lock;
     uint32_t uiLive = 0;
     uint32_t uiUsed = 0;  // live and removed slots: what probing must walk
 };
 
-// The current table, kept apart from the registry's mutex and counts so a
+// The current table, kept apart from the registry's lock and counts so a
 // look-up reaches it with one load, without the registry's first-use
 // guard. Constant-initialised and trivially destroyed, so it is valid at
-// any time of the process. Written only under the registry's mutex.
+// any time of the process. Written only under the registry's lock.
 std::atomic<Table *> g_current{nullptr};
 
 // Never destroyed: threads still running while the process exits may check
@@ -64,7 +84,7 @@ Table *NewTable(uint32_t bits) {
     return t;
 }
 
-// Places a key known to be absent; the caller holds the mutex.
+// Places a key known to be absent; the caller holds the lock.
 void Place(Table *t, uintptr_t key) {
     const uint32_t mask = (1u << t->uiBits) - 1;
     for (uint32_t i = Home(key, t->uiBits);; i = (i + 1) & mask) {
@@ -117,7 +137,7 @@ bool LiveAdd(const void *handle) {
     const auto key = reinterpret_cast<uintptr_t>(handle);
     if (key <= kGone) return false;
     Registry &reg = Reg();
-    std::lock_guard<std::mutex> hold(reg.mutex);
+    std::lock_guard<SpinLock> hold(reg.lock);
     Table *cur = g_current.load(std::memory_order_relaxed);
     if (cur != nullptr && Find(cur, key) != nullptr) return true;
     if (!Reserve(reg)) return false;
@@ -139,7 +159,7 @@ void LiveRemove(const void *handle) {
     const auto key = reinterpret_cast<uintptr_t>(handle);
     if (key <= kGone) return;
     Registry &reg = Reg();
-    std::lock_guard<std::mutex> hold(reg.mutex);
+    std::lock_guard<SpinLock> hold(reg.lock);
     Table *cur = g_current.load(std::memory_order_relaxed);
     if (cur == nullptr) return;
     std::atomic<uintptr_t> *slot = Find(cur, key);
@@ -157,7 +177,7 @@ bool LiveHas(const void *handle) {
 
 uint32_t LiveCount() {
     Registry &reg = Reg();
-    std::lock_guard<std::mutex> hold(reg.mutex);
+    std::lock_guard<SpinLock> hold(reg.lock);
     return reg.uiLive;
 }
 

@@ -1,0 +1,58 @@
+// Handles made and deleted on several threads at once while another
+// thread keeps checking a handle that stays alive: the handle registry
+// grows under them (more than a thousand buffers alive together) and no
+// check of a live buffer fails, before, during or after a growth.
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "zos_test.h"
+
+namespace {
+
+constexpr int kMakers = 3;
+constexpr int kPerMaker = 700;  // together past the registry's first two sizes
+constexpr int kRounds = 3;
+
+}  // namespace
+
+TEST_F(ZosTest, HandleChecksHoldWhileOtherThreadsMakeAndDeleteHandles) {
+    ZDBUF sentinel = Zos_DbufCreateAddD(nullptr, 1, 128, "s", 1);
+    ASSERT_NE(sentinel, nullptr);
+    std::atomic<bool> done{false};
+    std::atomic<int> sentinelFailures{0};
+    std::atomic<int> ownFailures{0};
+    std::thread checker([&] {
+        while (!done.load()) {
+            if (Zos_DbufChkValid(sentinel, 255, 0, 1) != ZOK) sentinelFailures++;
+        }
+    });
+    std::vector<std::thread> makers;
+    for (int t = 0; t < kMakers; ++t) {
+        makers.emplace_back([&, t] {
+            std::vector<ZDBUF> mine;
+            for (int round = 0; round < kRounds; ++round) {
+                for (int i = 0; i < kPerMaker; ++i) {
+                    ZDBUF b = Zos_DbufCreateAddD(nullptr, 1, 128, &t, sizeof(t));
+                    if (b == nullptr) {
+                        ownFailures++;
+                        continue;
+                    }
+                    mine.push_back(b);
+                }
+                for (ZDBUF b : mine) {
+                    if (Zos_DbufChkValid(b, 255, 0, 1) != ZOK) ownFailures++;
+                    if (Zos_DbufDelete(b) != ZOK) ownFailures++;
+                }
+                mine.clear();
+            }
+        });
+    }
+    for (auto &m : makers) m.join();
+    done = true;
+    checker.join();
+    EXPECT_EQ(sentinelFailures.load(), 0);
+    EXPECT_EQ(ownFailures.load(), 0);
+    EXPECT_EQ(Zos_DbufDelete(sentinel), ZOK);
+    EXPECT_EQ(Zos_DbufChkValid(sentinel, 255, 0, 0), ZFAILED);  // deleted: refused
+}
