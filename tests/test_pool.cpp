@@ -260,13 +260,41 @@ TEST_F(PoolTest, ShrunkBlockIsKeptOutOfSightAndReusedForTheNextGrowth) {
     EXPECT_EQ(Counts(pool, 1), (V{2, 0, 2, 4, 2, 1}));
     EXPECT_EQ(Zos_PoolIsValid(pool, c), 1u);
     // A second block while the first is in use comes from the allocator;
-    // with both empty one is kept and the other released.
+    // with both empty both are kept (small blocks), and both serve the
+    // next growths without the allocator.
     void *e = Zos_PoolAlloc(pool, 100);
     EXPECT_EQ(g_backAllocs, made + 2);
     for (void *p : {c, d, e}) Zos_PoolFree(pool, p);
     EXPECT_EQ(Counts(pool, 1), (V{0, 0, 3, 5, 5, 0}));
-    EXPECT_EQ(g_backFrees, 1);
+    EXPECT_EQ(g_backFrees, 0);
     EXPECT_EQ(Zos_PoolChkPool(pool), 1u);
+    void *f[3];
+    for (void *&p : f) p = Zos_PoolAlloc(pool, 100);
+    EXPECT_EQ(g_backAllocs, made + 2);
+    EXPECT_EQ(Counts(pool, 1), (V{4, 1, 3, 8, 5, 2}));
+    for (void *p : f) Zos_PoolFree(pool, p);
+    Zos_PoolDelete(pool);
+    EXPECT_EQ(g_backFrees, g_backAllocs);
+}
+
+// Beyond the first, a bucket keeps emptied blocks only while they come to
+// at most 32 KiB: of three 16 KiB blocks one is kept, two go back.
+TEST_F(PoolTest, KeptBlocksAreBoundedInBytes) {
+    g_backAllocs = g_backFrees = 0;
+    const ST_ZOS_BKT_INFO rows[] = {{16384, 0, 1}};
+    ST_ZOS_POOL_CFG cfg{"spare", rows, CountedAlloc, CountedFree, 0, 1, 1, 1};
+    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ASSERT_NE(pool, nullptr);
+    void *p[3];
+    for (void *&x : p) x = Zos_PoolAlloc(pool, 16000);
+    const int grown = g_backAllocs;  // three blocks and the address index
+    for (void *x : p) Zos_PoolFree(pool, x);
+    EXPECT_EQ(g_backFrees, 2);
+    EXPECT_EQ(Counts(pool, 0), (V{0, 0, 3, 3, 3, 0}));
+    for (void *&x : p) x = Zos_PoolAlloc(pool, 16000);
+    EXPECT_EQ(g_backAllocs, grown + 2);  // the kept block, then two new ones
+    EXPECT_EQ(Zos_PoolChkPool(pool), 1u);
+    for (void *x : p) Zos_PoolFree(pool, x);
     Zos_PoolDelete(pool);
     EXPECT_EQ(g_backFrees, g_backAllocs);
 }

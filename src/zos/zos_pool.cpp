@@ -13,12 +13,12 @@
 // touching memory the pool does not own.
 //
 // With shrinking on, a block that falls wholly free leaves its bucket's
-// lists and counts as always, but the first such block of a bucket is
-// kept aside (marked in its own header, its index entry kept) and laid out
-// again at the bucket's next growth instead of going back to the backing
-// allocator, so a bucket that empties and refills does not pay for a
-// release and a fetch every time. Nothing else sees it; it goes back when
-// the bucket does.
+// lists and counts as always, but a bucket keeps such blocks aside (marked
+// in their own header, their index entries kept), the first one always and
+// more while they come to at most kSpareBytes, and lays them out again at
+// its next growths instead of going back to the backing allocator, so a
+// bucket that empties and refills does not pay for releases and fetches
+// every time. Nothing else sees them; they go back when the bucket does.
 //
 // Faults found while the pool's lock is held are collected and logged
 // after it is released, so nothing done under the lock can come back into
@@ -56,6 +56,8 @@ constexpr uint32_t kNodeHead = 8;    // header word, magic word
 constexpr uint32_t kNodeExtra = 12;  // the same plus the red zone
 constexpr uint32_t kMaxNodes = 0xFFFFu;
 constexpr uint32_t kNoLimit = 0xFFFFFFFFu;
+// What a bucket keeps aside in emptied blocks beyond the first one.
+constexpr uint32_t kSpareBytes = 32 * 1024;
 constexpr uint32_t kLargeRef = 0xFFFFFFFFu;
 
 constexpr uint16_t kFlagLocked = 0x1;
@@ -114,12 +116,13 @@ struct ZosBkt {
     uint32_t uiDivInv;
     uint32_t uiDivLimit;
     uint8_t ucDivShift;
-    // A block the shrink step took off the bucket, kept (outside the lists,
-    // the counts and the address index, as if released) for the bucket's
-    // next growth, so a bucket that empties and refills again does not
-    // give its block back and fetch it anew every time. Released with the
-    // bucket.
+    // Blocks the shrink step took off the bucket, kept (outside the lists
+    // and the counts, as if released) for the bucket's next growths, so a
+    // bucket that empties and refills again does not give its blocks back
+    // and fetch them anew every time: a stack linked through the blocks'
+    // list links, with its size. Released with the bucket.
     ZosBlk *pstSpare;
+    uint32_t uiSpares;
 };
 
 // One entry of the address index: a block's node range, or a large
@@ -452,7 +455,8 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
         bkt->wTotal + spare->wCount <= kMaxNodes) {
         // The kept block has the size of a growth step: its node range and
         // index entry stand, and it is laid out again exactly as a new one.
-        bkt->pstSpare = nullptr;
+        bkt->pstSpare = reinterpret_cast<ZosBlk *>(spare->stLink.pstNext);
+        bkt->uiSpares--;
         LayOut(bkt, idx, spare);
         return ZOK;
     }
@@ -523,9 +527,13 @@ void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk, bool keepSpare = false
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal - blk->wCount);
     bkt->wFree = static_cast<uint16_t>(bkt->wFree - blk->wCount);
     zos::DlistUnlink(&bkt->stBlkList, &blk->stLink);
-    if (keepSpare && bkt->pstSpare == nullptr && blk->wCount == bkt->wIncCnt) {
+    if (keepSpare && blk->wCount == bkt->wIncCnt &&
+        (bkt->uiSpares == 0 ||
+         uint64_t{bkt->uiSpares + 1} * bkt->uiStride * blk->wCount <= kSpareBytes)) {
         blk->wSpare = 1;
+        blk->stLink.pstNext = reinterpret_cast<Link *>(bkt->pstSpare);
         bkt->pstSpare = blk;
+        bkt->uiSpares++;
         return;
     }
     RefRemove(pool, reinterpret_cast<uintptr_t>(blk->pucFirst));
@@ -565,11 +573,13 @@ void BktGrpDeleteIn(ZosPool *pool) {
             zos::DlistUnlink(&bkt->stBlkList, &blk->stLink);
             pool->pfnFree(blk);
         }
-        if (bkt->pstSpare != nullptr) {
-            RefRemove(pool, reinterpret_cast<uintptr_t>(bkt->pstSpare->pucFirst));
-            pool->pfnFree(bkt->pstSpare);
-            bkt->pstSpare = nullptr;
+        while (bkt->pstSpare != nullptr) {
+            ZosBlk *spare = bkt->pstSpare;
+            bkt->pstSpare = reinterpret_cast<ZosBlk *>(spare->stLink.pstNext);
+            RefRemove(pool, reinterpret_cast<uintptr_t>(spare->pucFirst));
+            pool->pfnFree(spare);
         }
+        bkt->uiSpares = 0;
         ListInit(&bkt->stBlkList, 0);
         ListInit(&bkt->stFreeList, 0);
         bkt->wTotal = 0;
