@@ -225,6 +225,15 @@ void CountedFree(void *p) {
     std::free(p);
 }
 
+// An unlocked, shrinking pool named "spare" on the counting allocator,
+// with the counts reset.
+template <size_t N>
+ZPOOL CountedPool(const ST_ZOS_BKT_INFO (&rows)[N]) {
+    g_backAllocs = g_backFrees = 0;
+    ST_ZOS_POOL_CFG cfg{"spare", rows, CountedAlloc, CountedFree, 0, 1, 1, static_cast<uint8_t>(N)};
+    return Zos_PoolCreate(&cfg);
+}
+
 }  // namespace
 
 // A block the shrink step takes off keeps out of every count, list and
@@ -232,10 +241,8 @@ void CountedFree(void *p) {
 // bucket without a call to the backing allocator; the pool's deletion
 // gives it back (the leak checker would see it otherwise).
 TEST_F(PoolTest, ShrunkBlockIsKeptOutOfSightAndReusedForTheNextGrowth) {
-    g_backAllocs = g_backFrees = 0;
     const ST_ZOS_BKT_INFO rows[] = {{32, 1, 2}, {128, 0, 2}};
-    ST_ZOS_POOL_CFG cfg{"spare", rows, CountedAlloc, CountedFree, 0, 1, 1, 2};
-    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ZPOOL pool = CountedPool(rows);
     ASSERT_NE(pool, nullptr);
     const int made = g_backAllocs;
     // Bucket 1 grows by one block of two nodes, empties, shrinks.
@@ -280,10 +287,8 @@ TEST_F(PoolTest, ShrunkBlockIsKeptOutOfSightAndReusedForTheNextGrowth) {
 // Beyond the first, a bucket keeps emptied blocks only while they come to
 // at most 32 KiB: of three 16 KiB blocks one is kept, two go back.
 TEST_F(PoolTest, KeptBlocksAreBoundedInBytes) {
-    g_backAllocs = g_backFrees = 0;
     const ST_ZOS_BKT_INFO rows[] = {{16384, 0, 1}};
-    ST_ZOS_POOL_CFG cfg{"spare", rows, CountedAlloc, CountedFree, 0, 1, 1, 1};
-    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ZPOOL pool = CountedPool(rows);
     ASSERT_NE(pool, nullptr);
     void *p[3];
     for (void *&x : p) x = Zos_PoolAlloc(pool, 16000);
@@ -302,10 +307,8 @@ TEST_F(PoolTest, KeptBlocksAreBoundedInBytes) {
 // A failing backing allocator still fails a growth that has no kept block,
 // and the failure leaves the kept block in place for the next one.
 TEST_F(PoolTest, GrowthBeyondTheKeptBlockStillFailsWithItsAllocator) {
-    g_backAllocs = g_backFrees = 0;
     const ST_ZOS_BKT_INFO rows[] = {{64, 0, 1}};
-    ST_ZOS_POOL_CFG cfg{"spare", rows, CountedAlloc, CountedFree, 0, 1, 1, 1};
-    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ZPOOL pool = CountedPool(rows);
     ASSERT_NE(pool, nullptr);
     void *a = Zos_PoolAlloc(pool, 64);
     ASSERT_NE(a, nullptr);
