@@ -212,7 +212,7 @@ KESTRO_API uint32_t Zos_PQueueAdd(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
         if (uiLevel < q->uiTop) q->uiTop = uiLevel;
         // Only the empty-to-non-empty step wakes a poller.
         const uint32_t before = q->uiItemCount;
-        zos::Publish(&q->uiItemCount, before + 1);
+        q->uiItemCount = before + 1;
         post = before == 0 && zos::GateMustPost(&q->stGate);
     }
     if (post) zos::GatePost(&q->stGate);
@@ -232,7 +232,7 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
     const uint32_t waitMs = !bWait ? 0 : accept == 0 ? kLevel0Wait : ZOS_WAIT_FOREVER;
     zos::GateLock(&q->stGate);
     while (q->uiItemCount == 0 || q->uiTop > accept) {
-        if (!zos::GateAwait(&q->stGate, bWait, waitMs, &q->uiItemCount)) return ZFAILED;
+        if (!zos::GateAwait(&q->stGate, bWait, waitMs)) return ZFAILED;
     }
     const bool covered = q->stGate.ucLocked != 0;
     const uint32_t top = q->uiTop;
@@ -243,7 +243,7 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
     if (puiLevel != nullptr) *puiLevel = top;
     if (pzItem != nullptr) *pzItem = node->zItem;
     GiveNode(q, node, covered);
-    zos::Publish(&q->uiItemCount, q->uiItemCount - 1);
+    q->uiItemCount--;
     if (level->pstHead == nullptr) {
         NoteLevel(q, top);
         // Scans up to the highest level inclusive (unlike Rmv's rescan).
@@ -274,7 +274,7 @@ KESTRO_API uint32_t Zos_PQueueRmv(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
         Zos_DlistRemove(level, &node->stLink);
     }
     GiveNode(q, node, covered);
-    zos::Publish(&q->uiItemCount, q->uiItemCount - 1);
+    q->uiItemCount--;
     NoteLevel(q, uiLevel);
     if (level->pstHead == nullptr && q->uiTop == uiLevel) {
         // This rescan stops short of the highest level: items left only

@@ -51,42 +51,14 @@ inline void GatePost(QueueGate *gate) {
     gate->pfnPost(&gate->zSem);
 }
 
-// How many times a poll of a locked queue looks at the queue's watched
-// word before it sleeps: a producer on another core usually adds within
-// that time, and the poll then takes the item without the semaphore's
-// sleep and wake-up (two system calls, several microseconds).
-constexpr uint32_t kGateSpins = 256;
-
-inline void GateRelax() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__) || defined(__arm__)
-    __asm__ __volatile__("yield");
-#endif
-}
-
-// A word the queue changes under its lock (its item count), read without
-// the lock by a poll that spins. The queue writes it through Publish.
-inline uint32_t Watch(const uint32_t *word) {
-    return std::atomic_ref<uint32_t>(*const_cast<uint32_t *>(word)).load(std::memory_order_relaxed);
-}
-
-inline void Publish(uint32_t *word, uint32_t value) {
-    std::atomic_ref<uint32_t>(*word).store(value, std::memory_order_relaxed);
-}
-
 // Called by a poll holding the lock when it found nothing to take. Without
 // bWait releases the lock and returns false; else waits (at most ms on the
 // semaphore) and returns true holding the lock again, to look once more.
-// With a watched word (`watch`, a locked queue's item count) that is 0,
-// the poll first spins unlocked until the word changes: the add that ends
-// the spin is one that would have posted to it asleep, so it looks again
-// exactly when it would have been woken. It counts itself as a sleeper and
-// sleeps when the word stayed 0 through the spin and the relock (an add
-// after that look sees the count and posts), and at once when the queue
-// holds items it does not accept (adds then do not post: it sleeps on).
-inline bool GateAwait(QueueGate *gate, uint32_t bWait, uint32_t ms,
-                      const uint32_t *watch = nullptr) {
+// A poll of a locked queue counts itself as a sleeper in the hold in which
+// it found nothing (an add after that look sees the count and posts).
+// It does not spin first: on two cores a spinning poller keeps the queue's
+// lines moving between them and slows the adds it waits for.
+inline bool GateAwait(QueueGate *gate, uint32_t bWait, uint32_t ms) {
     if (!bWait) {
         GateUnlock(gate);
         return false;
@@ -97,12 +69,6 @@ inline bool GateAwait(QueueGate *gate, uint32_t bWait, uint32_t ms,
         return true;
     }
     const bool counted = LiteLockOn(&gate->stLock);
-    if (counted && watch != nullptr && *watch == 0) {
-        GateUnlock(gate);
-        for (uint32_t i = 0; i < kGateSpins && Watch(watch) == 0; ++i) GateRelax();
-        GateLock(gate);
-        if (*watch != 0) return true;
-    }
     if (counted) gate->uiWaiters++;
     GateUnlock(gate);
     gate->pfnWait(&gate->zSem, ms);
