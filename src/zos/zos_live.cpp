@@ -19,8 +19,13 @@ constexpr uintptr_t kEmpty = 0;
 constexpr uintptr_t kGone = 1;  // a removed entry: look-ups probe past it
 constexpr uint32_t kFirstBits = 10;
 
+// A table is never more than half full (live and removed entries; see
+// Reserve), and a replaced one no longer changes, so every probe meets an
+// empty slot and ends.
 struct Table {
     uint32_t uiBits;
+    uint32_t uiMask;    // slots - 1
+    uint32_t uiShift;   // 64 - bits: the home slot is the hash's top bits
     Table *pstRetired;  // the table this one replaced
     std::atomic<uintptr_t> *pSlots;
 };
@@ -62,16 +67,18 @@ Registry &Reg() {
     return *reg;
 }
 
-inline uint32_t Home(uintptr_t key, uint32_t bits) {
+inline uint32_t Home(const Table *t, uintptr_t key) {
     // Fibonacci hashing of the address without its always-zero low bits.
     return static_cast<uint32_t>((static_cast<uint64_t>(key >> 3) * 0x9E3779B97F4A7C15ull) >>
-                                 (64 - bits));
+                                 t->uiShift);
 }
 
 Table *NewTable(uint32_t bits) {
     auto *t = new (std::nothrow) Table;
     if (t == nullptr) return nullptr;
     t->uiBits = bits;
+    t->uiMask = (1u << bits) - 1;
+    t->uiShift = 64 - bits;
     t->pstRetired = nullptr;
     t->pSlots = new (std::nothrow) std::atomic<uintptr_t>[size_t{1} << bits];
     if (t->pSlots == nullptr) {
@@ -86,8 +93,7 @@ Table *NewTable(uint32_t bits) {
 
 // Places a key known to be absent; the caller holds the lock.
 void Place(Table *t, uintptr_t key) {
-    const uint32_t mask = (1u << t->uiBits) - 1;
-    for (uint32_t i = Home(key, t->uiBits);; i = (i + 1) & mask) {
+    for (uint32_t i = Home(t, key);; i = (i + 1) & t->uiMask) {
         const uintptr_t v = t->pSlots[i].load(std::memory_order_relaxed);
         if (v == kEmpty || v == kGone) {
             t->pSlots[i].store(key, std::memory_order_release);
@@ -120,13 +126,13 @@ bool Reserve(Registry &reg) {
 
 // The slot holding the key in the table, or null.
 std::atomic<uintptr_t> *Find(Table *t, uintptr_t key) {
-    const uint32_t mask = (1u << t->uiBits) - 1;
-    for (uint32_t i = Home(key, t->uiBits), n = 0; n <= mask; i = (i + 1) & mask, n++) {
-        const uintptr_t v = t->pSlots[i].load(std::memory_order_acquire);
-        if (v == key) return &t->pSlots[i];
+    std::atomic<uintptr_t> *slots = t->pSlots;
+    const uint32_t mask = t->uiMask;
+    for (uint32_t i = Home(t, key);; i = (i + 1) & mask) {
+        const uintptr_t v = slots[i].load(std::memory_order_acquire);
+        if (v == key) return &slots[i];
         if (v == kEmpty) return nullptr;
     }
-    return nullptr;
 }
 
 }  // namespace
@@ -142,8 +148,7 @@ bool LiveAdd(const void *handle) {
     if (cur != nullptr && Find(cur, key) != nullptr) return true;
     if (!Reserve(reg)) return false;
     cur = g_current.load(std::memory_order_relaxed);
-    const uint32_t mask = (1u << cur->uiBits) - 1;
-    for (uint32_t i = Home(key, cur->uiBits);; i = (i + 1) & mask) {
+    for (uint32_t i = Home(cur, key);; i = (i + 1) & cur->uiMask) {
         const uintptr_t v = cur->pSlots[i].load(std::memory_order_relaxed);
         if (v == kEmpty || v == kGone) {
             if (v == kEmpty) reg.uiUsed++;
