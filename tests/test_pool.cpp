@@ -349,6 +349,30 @@ TEST_F(PoolTest, LargeAllocationsCountInTheHeapBytes) {
     EXPECT_EQ(Zos_PoolGetHeapSize(pool_), 1012u);
 }
 
+// Frees spread over many blocks in no particular order each find their own
+// block: every emptied block goes back, the counts add up, and a pointer
+// inside a node is refused whichever block was found last.
+TEST_F(PoolTest, FreesAcrossManyBlocksFindTheirBlocks) {
+    ASSERT_NE(Make({{64, 1, 1}}, 1), nullptr);
+    constexpr int kNodes = 40;
+    std::vector<uint8_t *> p(kNodes);
+    for (auto &x : p) x = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 64));
+    EXPECT_EQ(Counts(pool_, 0), (V{40, 0, 40, 40, 0, 40}));
+    for (int k = 0; k < kNodes; ++k) {
+        const int i = k * 7 % kNodes;  // 7 and 40 are coprime: every node once
+        Zos_PoolFree(pool_, p[i]);
+        // Its block went back, except the initial one (the first node's).
+        EXPECT_EQ(Zos_PoolIsValid(pool_, p[i]), i == 0 ? 1u : 0u);
+        if (k + 1 < kNodes) {
+            uint8_t *live = p[(k + 1) * 7 % kNodes];
+            EXPECT_EQ(Zos_PoolIsValid(pool_, live), 1u);
+            EXPECT_EQ(Zos_PoolIsValid(pool_, live + 4), 0u);
+        }
+    }
+    EXPECT_EQ(Counts(pool_, 0), (V{1, 1, 40, 40, 40, 1}));
+    EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
+}
+
 TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
     ASSERT_NE(Make({{32, 4, 4}, {128, 1, 1}}), nullptr);
     auto *a = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 32));

@@ -135,6 +135,8 @@ struct AddrRef {
 };
 
 constexpr size_t kCacheLine = 64;
+constexpr uint32_t kRefCacheSlots = 16;
+constexpr uint32_t kRefCacheShift = 10;
 
 struct ZosPool {
     uint32_t uiMagic;
@@ -155,11 +157,15 @@ struct ZosPool {
     char acLockPadBefore[kCacheLine];
     zos::LiteLock stLock;  // off for a pool made without the lock flag
     char acLockPadAfter[kCacheLine];
-    // Address index, sorted by start address, and the entry last found.
+    // Address index, sorted by start address.
     AddrRef *pstRefs;
     uint32_t uiRefCnt;
     uint32_t uiRefCap;
+    // The entry last found, and the entries last found by address: slot
+    // (node >> kRefCacheShift) % kRefCacheSlots holds an entry's position
+    // + 1 (0: none). Reset whenever entries move.
     uint32_t uiRefHint;
+    uint32_t auiRefCache[kRefCacheSlots];
     // Size-class start: for a request of n bytes with 2^(k-1) < n <= 2^k,
     // aucClassFrom[k] is the first bucket larger than 2^(k-1); the first
     // bucket that fits is found from there within the one octave.
@@ -323,6 +329,12 @@ uint32_t UpperBound(const ZosPool *pool, uintptr_t addr) {
     return lo;
 }
 
+// Forgets the entries found before, when entries move.
+void ForgetFound(ZosPool *pool) {
+    pool->uiRefHint = 0;
+    std::memset(pool->auiRefCache, 0, sizeof(pool->auiRefCache));
+}
+
 bool RefAdd(ZosPool *pool, const AddrRef &ref) {
     if (pool->uiRefCnt == pool->uiRefCap) {
         const uint32_t cap = pool->uiRefCap == 0 ? 16 : pool->uiRefCap * 2;
@@ -342,7 +354,7 @@ bool RefAdd(ZosPool *pool, const AddrRef &ref) {
                  (pool->uiRefCnt - at) * sizeof(AddrRef));
     pool->pstRefs[at] = ref;
     pool->uiRefCnt++;
-    pool->uiRefHint = at;
+    ForgetFound(pool);
     return true;
 }
 
@@ -352,7 +364,7 @@ void RefRemove(ZosPool *pool, uintptr_t start) {
     std::memmove(&pool->pstRefs[at - 1], &pool->pstRefs[at],
                  (pool->uiRefCnt - at) * sizeof(AddrRef));
     pool->uiRefCnt--;
-    pool->uiRefHint = 0;
+    ForgetFound(pool);
 }
 
 bool OnNodeBoundary(const ZosBkt *bkt, uint32_t offset) {
@@ -391,11 +403,16 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
     const uintptr_t node = addr - kNodeHead;
     const AddrRef *ref = &pool->pstRefs[pool->uiRefHint];
     if (node < ref->uStart || node >= ref->uEnd) {
-        const uint32_t at = UpperBound(pool, node);
-        if (at == 0) return foreign;
-        ref = &pool->pstRefs[at - 1];
-        if (node >= ref->uEnd) return foreign;
-        pool->uiRefHint = at - 1;
+        uint32_t &cached = pool->auiRefCache[(node >> kRefCacheShift) % kRefCacheSlots];
+        ref = cached != 0 ? &pool->pstRefs[cached - 1] : nullptr;
+        if (ref == nullptr || node < ref->uStart || node >= ref->uEnd) {
+            const uint32_t at = UpperBound(pool, node);
+            if (at == 0) return foreign;
+            ref = &pool->pstRefs[at - 1];
+            if (node >= ref->uEnd) return foreign;
+            cached = at;
+        }
+        pool->uiRefHint = static_cast<uint32_t>(ref - pool->pstRefs);
     }
     if (ref->pstBlk == nullptr) {
         if (node != ref->uStart) return foreign;
