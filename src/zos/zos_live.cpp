@@ -91,13 +91,14 @@ Table *NewTable(uint32_t bits) {
     return t;
 }
 
-// Places a key known to be absent; the caller holds the lock.
-void Place(Table *t, uintptr_t key) {
+// Places a key known to be absent in the first empty or removed slot of
+// its probe; true when the slot was empty. The caller holds the lock.
+bool Place(Table *t, uintptr_t key) {
     for (uint32_t i = Home(t, key);; i = (i + 1) & t->uiMask) {
         const uintptr_t v = t->pSlots[i].load(std::memory_order_relaxed);
         if (v == kEmpty || v == kGone) {
             t->pSlots[i].store(key, std::memory_order_release);
-            return;
+            return v == kEmpty;
         }
     }
 }
@@ -147,15 +148,7 @@ bool LiveAdd(const void *handle) {
     Table *cur = g_current.load(std::memory_order_relaxed);
     if (cur != nullptr && Find(cur, key) != nullptr) return true;
     if (!Reserve(reg)) return false;
-    cur = g_current.load(std::memory_order_relaxed);
-    for (uint32_t i = Home(cur, key);; i = (i + 1) & cur->uiMask) {
-        const uintptr_t v = cur->pSlots[i].load(std::memory_order_relaxed);
-        if (v == kEmpty || v == kGone) {
-            if (v == kEmpty) reg.uiUsed++;
-            cur->pSlots[i].store(key, std::memory_order_release);
-            break;
-        }
-    }
+    if (Place(g_current.load(std::memory_order_relaxed), key)) reg.uiUsed++;
     reg.uiLive++;
     return true;
 }

@@ -141,7 +141,6 @@ constexpr uint32_t kRefCacheShift = 10;
 struct ZosPool {
     uint32_t uiMagic;
     uint8_t ucBktCnt;
-    uint8_t ucAlign;
     uint16_t wFlags;
     uint32_t uiMinSize;
     uint32_t uiMaxSize;
@@ -529,11 +528,11 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
 }
 
 // Gives one wholly free block back: its nodes leave the free list, its
-// entry the index. With keepSpare the block is kept as the bucket's spare
-// when it has none (and the block has the size of a growth step) instead
-// of going to the free function.
+// entry the index. With keepSpare a block of a growth step's size is kept
+// aside instead of going to the free function: always when the bucket
+// keeps none, else while the kept blocks stay within kSpareBytes.
 void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk, bool keepSpare = false) {
-    if (bkt->wFree == blk->wCount && bkt->stFreeList.uiCount == blk->wCount) {
+    if (bkt->stFreeList.uiCount == blk->wCount) {
         // The bucket's only free nodes are this block's: the list empties.
         ListInit(&bkt->stFreeList, bkt->stFreeList.uiMax);
     } else {
@@ -688,9 +687,7 @@ void SetClassFrom(ZosPool *pool) {
 // node; null when none can.
 uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults) {
     zos::LiteGuard lock(&pool->stLock);
-    uint32_t i = pool->aucClassFrom[Octave(size)];
-    while (i < pool->ucBktCnt && pool->pstBkts[i].uiDataSize < size) ++i;
-    for (; i < pool->ucBktCnt; ++i) {
+    for (uint32_t i = pool->aucClassFrom[Octave(size)]; i < pool->ucBktCnt; ++i) {
         ZosBkt *bkt = &pool->pstBkts[i];
         if (bkt->uiDataSize < size) continue;
         if (__builtin_expect(bkt->stFreeList.pstHead == nullptr, 0)) {
@@ -850,7 +847,6 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
         return nullptr;
     }
 
-    pool->ucAlign = static_cast<uint8_t>(kAlign);
     pool->pcName = pstCfg->pcName != nullptr ? pstCfg->pcName : "unknown";
     pool->uiHeapSize = 0;
     pool->uiMinSize = 0xFFFFFFFFu;
