@@ -165,27 +165,19 @@ __attribute__((always_inline)) inline uint32_t DblkPutNode(Bucket *b, void *pNod
 namespace zos {
 
 // As Zos_DbktGetBkt and Zos_DbktPutBkt for a container's own bucket
-// (created unlocked). With `covered` the container's lock serialises every
-// use of the bucket: the bucket is then used as owned, and neither its
-// mutex nor its lists' mutexes are taken.
+// (created unlocked, made with the container and deleted only with it).
+// With `covered` the container's lock serialises every use of the bucket:
+// the bucket is then used as owned, and neither its mutex nor its lists'
+// mutexes are taken; and since the container's handle passed its check,
+// the bucket is alive and is not asked for in the handle registry again.
 __attribute__((always_inline)) inline void *DbktGet(ZDBKT zBkt, bool covered) {
     if (!covered) return Zos_DbktGetBkt(zBkt);
-    dbkt::Bucket *b = dbkt::Valid(zBkt);
-    if (b == nullptr) {
-        dbkt::Fault("DbktGetBkt invalid id.");
-        return nullptr;
-    }
-    return dbkt::DblkGetNode(b, true, true);
+    return dbkt::DblkGetNode(static_cast<dbkt::Bucket *>(zBkt), true, true);
 }
 
 __attribute__((always_inline)) inline uint32_t DbktPut(ZDBKT zBkt, void *pNode, bool covered) {
     if (!covered || pNode == nullptr) return Zos_DbktPutBkt(zBkt, pNode);
-    dbkt::Bucket *b = dbkt::Valid(zBkt);
-    if (b == nullptr) {
-        dbkt::Fault("DbktPutBkt invalid id.");
-        return ZFAILED;
-    }
-    return dbkt::DblkPutNode(b, pNode, true, true);
+    return dbkt::DblkPutNode(static_cast<dbkt::Bucket *>(zBkt), pNode, true, true);
 }
 
 }  // namespace zos

@@ -88,24 +88,6 @@ uint32_t FirstBusy(const PQueue *q, uint32_t from, uint32_t to) {
     return kNoLevel;
 }
 
-// Node hand-out from the queue's own bucket. The bucket is made with the
-// queue and deleted only with it, so while the queue's handle passes its
-// check the bucket is alive: a locked queue takes and gives its nodes
-// without asking the handle registry about the bucket as well.
-inline PNode *TakeNode(PQueue *q, bool covered) {
-    if (!covered) return static_cast<PNode *>(Zos_DbktGetBkt(q->zBkt));
-    return static_cast<PNode *>(
-        zos::dbkt::DblkGetNode(static_cast<zos::dbkt::Bucket *>(q->zBkt), true, true));
-}
-
-inline void GiveNode(PQueue *q, PNode *node, bool covered) {
-    if (!covered) {
-        Zos_DbktPutBkt(q->zBkt, node);
-        return;
-    }
-    zos::dbkt::DblkPutNode(static_cast<zos::dbkt::Bucket *>(q->zBkt), node, true, true);
-}
-
 void Destroy(PQueue *q, uint32_t levelsMade) {
     zos::GateDelete(&q->stGate);
     for (uint32_t i = 0; i < levelsMade; ++i) Zos_DlistDelete(&q->pstLevels[i]);
@@ -198,22 +180,20 @@ KESTRO_API uint32_t Zos_PQueueAdd(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
     bool post = false;
     {
         zos::LiteGuard lock(&q->stGate.stLock);
-        PNode *node = TakeNode(q, covered);
+        auto *node = static_cast<PNode *>(zos::DbktGet(q->zBkt, covered));
         if (node == nullptr) {
             ZOS_LOG_ERR("PQueueAdd no free elem.");
             return ZFAILED;
         }
         node->zItem = zItem;
         if (zos::DlistAppend(&q->pstLevels[uiLevel], &node->stLink, covered) != ZOK) {
-            GiveNode(q, node, covered);
+            zos::DbktPut(q->zBkt, node, covered);
             return ZFAILED;
         }
         if (covered) q->uiBusy |= 1u << uiLevel;
         if (uiLevel < q->uiTop) q->uiTop = uiLevel;
         // Only the empty-to-non-empty step wakes a poller.
-        const uint32_t before = q->uiItemCount;
-        q->uiItemCount = before + 1;
-        post = before == 0 && zos::GateMustPost(&q->stGate);
+        post = q->uiItemCount++ == 0 && zos::GateMustPost(&q->stGate);
     }
     if (post) zos::GatePost(&q->stGate);
     return ZOK;
@@ -242,7 +222,7 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
     if (node == nullptr) return ZFAILED;
     if (puiLevel != nullptr) *puiLevel = top;
     if (pzItem != nullptr) *pzItem = node->zItem;
-    GiveNode(q, node, covered);
+    zos::DbktPut(q->zBkt, node, covered);
     q->uiItemCount--;
     if (level->pstHead == nullptr) {
         NoteLevel(q, top);
@@ -273,7 +253,7 @@ KESTRO_API uint32_t Zos_PQueueRmv(ZPQUEUE zQueue, uint32_t uiLevel, uintptr_t zI
     } else {
         Zos_DlistRemove(level, &node->stLink);
     }
-    GiveNode(q, node, covered);
+    zos::DbktPut(q->zBkt, node, covered);
     q->uiItemCount--;
     NoteLevel(q, uiLevel);
     if (level->pstHead == nullptr && q->uiTop == uiLevel) {

@@ -9,8 +9,6 @@
 // posts. Without the lock the post is made on every such add.
 #pragma once
 
-#include <atomic>
-
 #include "zos_lite_lock.h"
 
 namespace zos {
