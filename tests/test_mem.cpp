@@ -8,19 +8,10 @@
 
 namespace {
 
-std::atomic<uint32_t> g_lastSize{0};
-std::atomic<int> g_live{0};
+using ktest::g_lastSize;
+using ktest::g_live;
 
-void *CountingMalloc(uint32_t size) {
-    g_lastSize = size;
-    void *p = Zpand_Malloc(size);
-    if (p != nullptr) ++g_live;
-    return p;
-}
-void CountingFree(void *p) {
-    if (p != nullptr) --g_live;
-    Zpand_Free(p);
-}
+// A realloc that counts like the test heap's malloc and free.
 void *CountingRealloc(void *p, uint32_t size) {
     g_lastSize = size;
     if (p == nullptr) ++g_live;
@@ -30,9 +21,10 @@ void *CountingRealloc(void *p, uint32_t size) {
 // Wraps the heap slots of the current holder with counting ones.
 void CountHeap() {
     g_live = 0;
-    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingMalloc);
+    ktest::g_failAt = 0;
+    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(ktest::FailingMalloc);
     ktest::Slot(1) = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingRealloc);
-    ktest::Slot(2) = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingFree);
+    ktest::Slot(2) = reinterpret_cast<ZOS_OSDEP_FUNC>(ktest::CountingFree);
 }
 
 // The layer started in heap mode (parameter 1) or pool mode (0).

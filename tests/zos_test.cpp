@@ -69,11 +69,13 @@ ZOS_OSDEP_FUNC &Slot(uint32_t n) {
     return holder->pfnOsdep[n];
 }
 
-int g_failAt = 0;
-int g_calls = 0;
-int g_live = 0;
+std::atomic<int> g_failAt{0};
+std::atomic<int> g_calls{0};
+std::atomic<int> g_live{0};
+std::atomic<uint32_t> g_lastSize{0};
 
 void *FailingMalloc(uint32_t size) {
+    g_lastSize = size;
     if (++g_calls == g_failAt) return nullptr;
     void *p = Zpand_Malloc(size);
     if (p != nullptr) ++g_live;

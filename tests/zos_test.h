@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -38,10 +39,13 @@ ZOS_OSDEP_FUNC &Slot(uint32_t n);
 
 // A platform heap for allocation-failure tests (install FailingMalloc and
 // CountingFree in the heap slots): the g_failAt-th call since g_calls was
-// last zeroed fails, and g_live counts blocks handed out and not yet back.
-extern int g_failAt;
-extern int g_calls;
-extern int g_live;
+// last zeroed fails (never with 0), g_live counts blocks handed out and not
+// yet back, and g_lastSize is the size last asked for. Safe to use from the
+// layer's own threads.
+extern std::atomic<int> g_failAt;
+extern std::atomic<int> g_calls;
+extern std::atomic<int> g_live;
+extern std::atomic<uint32_t> g_lastSize;
 void *FailingMalloc(uint32_t size);
 void CountingFree(void *p);
 // Installs FailingMalloc and CountingFree in the heap slots for a scope.
