@@ -2,6 +2,8 @@
 // std::condition_variable queue doing the same work: add then poll on one
 // thread, and one producer feeding one blocking consumer.
 #include <benchmark/benchmark.h>
+#include <pthread.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -131,14 +133,34 @@ void SingleThread(benchmark::State &state) {
     state.SetItemsProcessed(state.iterations());
 }
 
+// Pins the calling thread to one CPU; false where that cannot be done.
+bool PinTo(int cpu) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(cpu, &set);
+    return pthread_setaffinity_np(pthread_self(), sizeof(set), &set) == 0;
+}
+
 // Each round a producer thread adds kBatch items while this thread polls
-// them with wait.
-template <typename Ops>
+// them with wait. Unpinned, the scheduler decides whether the two share a
+// core (the consumer then mostly wakes after the producer is done) or run
+// side by side, and the figures of one process swing between the two.
+// kPinned puts the producer and the consumer on two different cores, so
+// every round measures the hand-off across cores.
+template <typename Ops, bool kPinned = false>
 void ProducerConsumer(benchmark::State &state) {
     Ops ops;
     KBENCH_REQUIRE(state, ops.Ok());
+    cpu_set_t saved;
+    if (kPinned) {
+        KBENCH_REQUIRE(state, std::thread::hardware_concurrency() >= 2);
+        KBENCH_REQUIRE(state,
+                       pthread_getaffinity_np(pthread_self(), sizeof(saved), &saved) == 0 &&
+                           PinTo(0));
+    }
     for (auto _ : state) {
         std::thread producer([&ops] {
+            if (kPinned) PinTo(1);
             for (uintptr_t i = 1; i <= kBatch; ++i) {
                 while (!ops.Add(i)) std::this_thread::yield();  // bucket full
             }
@@ -154,6 +176,7 @@ void ProducerConsumer(benchmark::State &state) {
         benchmark::DoNotOptimize(sum);
         KBENCH_CHECK(state, ok && sum == kBatch * (kBatch + 1) / 2);
     }
+    if (kPinned) pthread_setaffinity_np(pthread_self(), sizeof(saved), &saved);
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kBatch));
 }
 
@@ -176,6 +199,22 @@ BENCHMARK_TEMPLATE(ProducerConsumer, ZPQueueOps)
     ->Apply(kbench::MinMedian);
 BENCHMARK_TEMPLATE(ProducerConsumer, StdPQueueOps)
     ->Name("PQueue/1p1c/std")
+    ->UseRealTime()
+    ->Apply(kbench::MinMedian);
+BENCHMARK_TEMPLATE(ProducerConsumer, ZQueueOps<1>, true)
+    ->Name("Queue/1p1c_two_cores/kestro")
+    ->UseRealTime()
+    ->Apply(kbench::MinMedian);
+BENCHMARK_TEMPLATE(ProducerConsumer, StdQueueOps, true)
+    ->Name("Queue/1p1c_two_cores/std")
+    ->UseRealTime()
+    ->Apply(kbench::MinMedian);
+BENCHMARK_TEMPLATE(ProducerConsumer, ZPQueueOps, true)
+    ->Name("PQueue/1p1c_two_cores/kestro")
+    ->UseRealTime()
+    ->Apply(kbench::MinMedian);
+BENCHMARK_TEMPLATE(ProducerConsumer, StdPQueueOps, true)
+    ->Name("PQueue/1p1c_two_cores/std")
     ->UseRealTime()
     ->Apply(kbench::MinMedian);
 
