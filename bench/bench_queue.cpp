@@ -154,9 +154,8 @@ void ProducerConsumer(benchmark::State &state) {
     cpu_set_t saved;
     if (kPinned) {
         KBENCH_REQUIRE(state, std::thread::hardware_concurrency() >= 2);
-        KBENCH_REQUIRE(state,
-                       pthread_getaffinity_np(pthread_self(), sizeof(saved), &saved) == 0 &&
-                           PinTo(0));
+        KBENCH_REQUIRE(
+            state, pthread_getaffinity_np(pthread_self(), sizeof(saved), &saved) == 0 && PinTo(0));
     }
     for (auto _ : state) {
         std::thread producer([&ops] {
