@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bench_layer.h"
+#include "chain/chain_walk.h"
 #include "kestro_lite.h"
 
 namespace {
@@ -207,6 +208,37 @@ void HashFind_StdUnorderedMapCallback(benchmark::State &state) {
     state.SetItemsProcessed(state.iterations() * keys.size());
 }
 
+// The table's own find written again (chain/chain_walk.h) and run over the
+// same table: compiled into this program, and called in a shared library
+// of its own as Zos_HashFind is. The two differ only in the calls across
+// shared objects (into the library, and back out to the compare function).
+__attribute__((noinline)) uint32_t ChainWalkHere(const ST_ZOS_HASH *h, uintptr_t zKeyData,
+                                                 uintptr_t zArg1, uintptr_t zArg2,
+                                                 uintptr_t *pzItem) {
+    return KbenchChainWalk(h, zKeyData, zArg1, zArg2, pzItem);
+}
+
+template <uint32_t (*kWalk)(const ST_ZOS_HASH *, uintptr_t, uintptr_t, uintptr_t, uintptr_t *)>
+void HashFind_SameWalk(benchmark::State &state) {
+    const auto &keys = Keys(1000);
+    ST_ZOS_HASH hash;
+    KBENCH_REQUIRE(state, Zos_HashCreate(&hash, 1024, Zos_HashKeyFromUint32, WordCmp) == ZOK);
+    for (uintptr_t k : keys) Zos_HashInsert(&hash, k, 0, k, 0);
+    uintptr_t item = 0;
+    for (auto _ : state) {
+        size_t found = 0;
+        uintptr_t sum = 0;
+        for (uintptr_t k : keys) {
+            found += kWalk(&hash, 0, k, 0, &item);
+            sum += item;
+        }
+        benchmark::DoNotOptimize(sum);
+        KBENCH_CHECK(state, found == keys.size() && sum == KeySum());
+    }
+    Zos_HashDelete(&hash);
+    state.SetItemsProcessed(state.iterations() * keys.size());
+}
+
 }  // namespace
 
 BENCHMARK(TreeInsert_Rbt)->Arg(1000)->Arg(100000);
@@ -220,3 +252,6 @@ BENCHMARK(TreeRemove_StdMap)->Arg(1000)->Arg(100000);
 BENCHMARK(HashFind_Zos)->Arg(1024)->Arg(1109);
 BENCHMARK(HashFind_StdUnorderedMap);
 BENCHMARK(HashFind_StdUnorderedMapCallback);
+BENCHMARK_TEMPLATE(HashFind_SameWalk, ChainWalkHere)->Name("HashFind_SameWalk/in_program");
+BENCHMARK_TEMPLATE(HashFind_SameWalk, KbenchChainWalkShared)
+    ->Name("HashFind_SameWalk/shared_library");
