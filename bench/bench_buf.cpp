@@ -181,12 +181,12 @@ void JemallocSmallObjects(benchmark::State &state) {
 
 }  // namespace
 
-BENCHMARK(PacketDbuf)->Arg(0)->Arg(1);
-BENCHMARK(PacketString);
-BENCHMARK(PacketVector);
-BENCHMARK(AppendDbuf)->Arg(0)->Arg(1);
-BENCHMARK(AppendString);
-BENCHMARK(AppendVector);
+BENCHMARK(PacketDbuf)->Arg(0)->Arg(1)->Apply(kbench::Counted);
+BENCHMARK(PacketString)->Apply(kbench::Counted);
+BENCHMARK(PacketVector)->Apply(kbench::Counted);
+BENCHMARK(AppendDbuf)->Arg(0)->Arg(1)->Apply(kbench::Counted);
+BENCHMARK(AppendString)->Apply(kbench::Counted);
+BENCHMARK(AppendVector)->Apply(kbench::Counted);
 BENCHMARK(FlattenDbuf)->Arg(0)->Arg(1);
 BENCHMARK(FlattenString);
 BENCHMARK(FlattenVector);

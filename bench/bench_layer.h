@@ -55,6 +55,11 @@ T PerLayer(Make make) {
 // minimum and median (and mean) instead of one figure. For ->Apply().
 void MinMedian(benchmark::internal::Benchmark *b);
 
+// Zeroes callgrind's counts before every run of the benchmark (nothing
+// outside valgrind), so that bench/count.sh counts only the last run, the
+// one whose iterations are reported. For ->Apply() on single-thread rows.
+void Counted(benchmark::internal::Benchmark *b);
+
 }  // namespace kbench
 
 // Ends the benchmark with an error when a call inside it fails: a failed

@@ -135,15 +135,16 @@ void MutexFifoFloor(benchmark::State &state) {
 }
 
 // Two-thread rows are repeated and reported as minimum and median.
-#define KESTRO_POOL_BENCH(fn)                                               \
-    BENCHMARK(fn)->Arg(32)->Arg(256)->Arg(4096)->Threads(1)->UseRealTime(); \
+#define KESTRO_POOL_BENCH(fn)                                                      \
+    BENCHMARK(fn)->Arg(32)->Arg(256)->Arg(4096)->Threads(1)->UseRealTime()->Apply( \
+        kbench::Counted);                                                          \
     BENCHMARK(fn)->Arg(32)->Arg(256)->Arg(4096)->Threads(2)->UseRealTime()->Apply(kbench::MinMedian)
 
 KESTRO_POOL_BENCH(PoolUnlocked);
 KESTRO_POOL_BENCH(PoolLocked);
 KESTRO_POOL_BENCH(Jemalloc);
 KESTRO_POOL_BENCH(JemallocMallocFree);
-BENCHMARK(MutexFifoFloor)->Threads(1)->UseRealTime();
+BENCHMARK(MutexFifoFloor)->Threads(1)->UseRealTime()->Apply(kbench::Counted);
 BENCHMARK(MutexFifoFloor)->Threads(2)->UseRealTime()->Apply(kbench::MinMedian);
 
 }  // namespace

@@ -179,9 +179,13 @@ void ProducerConsumer(benchmark::State &state) {
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kBatch));
 }
 
-BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<1>)->Name("Queue/add_poll/kestro");
-BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<0>)->Name("Queue/add_poll/kestro_nonblocking");
-BENCHMARK_TEMPLATE(SingleThread, StdQueueOps)->Name("Queue/add_poll/std");
+BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<1>)
+    ->Name("Queue/add_poll/kestro")
+    ->Apply(kbench::Counted);
+BENCHMARK_TEMPLATE(SingleThread, ZQueueOps<0>)
+    ->Name("Queue/add_poll/kestro_nonblocking")
+    ->Apply(kbench::Counted);
+BENCHMARK_TEMPLATE(SingleThread, StdQueueOps)->Name("Queue/add_poll/std")->Apply(kbench::Counted);
 BENCHMARK_TEMPLATE(ProducerConsumer, ZQueueOps<1>)
     ->Name("Queue/1p1c/kestro")
     ->UseRealTime()
@@ -190,8 +194,10 @@ BENCHMARK_TEMPLATE(ProducerConsumer, StdQueueOps)
     ->Name("Queue/1p1c/std")
     ->UseRealTime()
     ->Apply(kbench::MinMedian);
-BENCHMARK_TEMPLATE(SingleThread, ZPQueueOps)->Name("PQueue/add_poll/kestro");
-BENCHMARK_TEMPLATE(SingleThread, StdPQueueOps)->Name("PQueue/add_poll/std");
+BENCHMARK_TEMPLATE(SingleThread, ZPQueueOps)
+    ->Name("PQueue/add_poll/kestro")
+    ->Apply(kbench::Counted);
+BENCHMARK_TEMPLATE(SingleThread, StdPQueueOps)->Name("PQueue/add_poll/std")->Apply(kbench::Counted);
 BENCHMARK_TEMPLATE(ProducerConsumer, ZPQueueOps)
     ->Name("PQueue/1p1c/kestro")
     ->UseRealTime()

@@ -249,9 +249,12 @@ BENCHMARK(TreeRemove_Rbt)->Arg(1000)->Arg(100000);
 BENCHMARK(TreeRemove_StdMap)->Arg(1000)->Arg(100000);
 // 1024 buckets, and 1109: the count std::unordered_map picks for the same
 // keys, so both spread them over the same number of chains.
-BENCHMARK(HashFind_Zos)->Arg(1024)->Arg(1109);
-BENCHMARK(HashFind_StdUnorderedMap);
-BENCHMARK(HashFind_StdUnorderedMapCallback);
-BENCHMARK_TEMPLATE(HashFind_SameWalk, ChainWalkHere)->Name("HashFind_SameWalk/in_program");
+BENCHMARK(HashFind_Zos)->Arg(1024)->Arg(1109)->Apply(kbench::Counted);
+BENCHMARK(HashFind_StdUnorderedMap)->Apply(kbench::Counted);
+BENCHMARK(HashFind_StdUnorderedMapCallback)->Apply(kbench::Counted);
+BENCHMARK_TEMPLATE(HashFind_SameWalk, ChainWalkHere)
+    ->Name("HashFind_SameWalk/in_program")
+    ->Apply(kbench::Counted);
 BENCHMARK_TEMPLATE(HashFind_SameWalk, KbenchChainWalkShared)
-    ->Name("HashFind_SameWalk/shared_library");
+    ->Name("HashFind_SameWalk/shared_library")
+    ->Apply(kbench::Counted);

@@ -14,7 +14,7 @@ run_pkgs=(cmake ninja-build g++ libjemalloc-dev openjdk-17-jdk-headless)
 test_pkgs=("${run_pkgs[@]}" clang clang-format libclang-rt-14-dev googletest
            g++-arm-linux-gnueabihf qemu-user libjemalloc2:armhf binutils pkg-config)
 bench_pkgs=("${run_pkgs[@]}" libbenchmark-dev libssl-dev zlib1g-dev libfmt-dev libuv1-dev
-            libosip2-dev)
+            libosip2-dev valgrind)
 
 case "$what" in
   run) pkgs=("${run_pkgs[@]}") ;;
