@@ -95,11 +95,13 @@ ZosDbuf *Check(ZDBUF zDbuf, uint32_t refusedType, bool refuseShared, bool needDa
 constexpr uint32_t kAnyType = 255;
 
 // ---------------------------------------------------------------------
-// Blocks and chains
+// Blocks and chains. Their pool is a live buffer's: the buffer's own
+// memory keeps it alive, so the pool calls skip its registry check.
 
 Blk *NewBlk(ZPOOL pool, uint32_t cap) {
     if (cap > kMaxLen - sizeof(Blk)) return nullptr;
-    auto *k = static_cast<Blk *>(Zos_PoolAlloc(pool, cap + static_cast<uint32_t>(sizeof(Blk))));
+    auto *k =
+        static_cast<Blk *>(zos::PoolAllocHeld(pool, cap + static_cast<uint32_t>(sizeof(Blk))));
     if (k == nullptr) return nullptr;
     k->pstNext = nullptr;
     k->pstPrev = nullptr;
@@ -158,7 +160,7 @@ void UnlinkBlk(ZosDbuf *b, Blk *k) {
     } else {
         b->pstLast = k->pstPrev;
     }
-    Zos_PoolFree(b->zPool, k);
+    zos::PoolFreeHeld(b->zPool, k);
 }
 
 void ReleaseAll(ZosDbuf *b) {
@@ -286,15 +288,18 @@ ZPOOL PoolOrDefault(ZPOOL pool) {
     return env != nullptr ? env->zDbufPool : nullptr;
 }
 
+// `pool` has passed its check in this call (create), or is a live
+// buffer's (a sibling).
 ZosDbuf *NewHeader(ZPOOL pool, uint32_t type, uint32_t blkSize) {
-    auto *b = static_cast<ZosDbuf *>(Zos_PoolAllocClrd(pool, sizeof(ZosDbuf)));
+    auto *b = static_cast<ZosDbuf *>(zos::PoolAllocHeld(pool, sizeof(ZosDbuf)));
     if (b == nullptr) return nullptr;
+    std::memset(b, 0, sizeof(ZosDbuf));
     b->uiBlkSize = blkSize;
     b->ucType = static_cast<uint8_t>(type);
     b->ucRefs = 1;
     b->zPool = pool;
     if (!zos::LiveAdd(b)) {
-        Zos_PoolFree(pool, b);
+        zos::PoolFreeHeld(pool, b);
         return nullptr;
     }
     b->uiMagic = kDbufMagic;
@@ -316,7 +321,7 @@ void RetireHeader(ZosDbuf *b) {
 
 void FreeHeader(ZosDbuf *b) {
     RetireHeader(b);
-    Zos_PoolFree(b->zPool, b);
+    zos::PoolFreeHeld(b->zPool, b);
 }
 
 // ---------------------------------------------------------------------

@@ -200,6 +200,18 @@ bool ValidPool(const ZosPool *pool) {
     return zos::LiveRecord<const ZosPool>(pool, kPoolMagic) != nullptr;
 }
 
+// The pool check of a call: the handle registry's, or for a caller that
+// holds memory of the pool (a live data buffer's header or blocks), which
+// keeps the pool alive, its magic alone.
+template <bool kHeld>
+bool PoolUsable(const ZosPool *pool) {
+    if constexpr (kHeld) {
+        return pool->uiMagic == kPoolMagic;
+    } else {
+        return ValidPool(pool);
+    }
+}
+
 uint32_t BktIndex(uint32_t header) {
     return (header >> kBktShift) & kBktMask;
 }
@@ -685,7 +697,8 @@ void SetClassFrom(ZosPool *pool) {
 
 // Takes a node of the first bucket that fits and has (or can grow) a free
 // node; null when none can.
-uint8_t *TakeNode(ZosPool *pool, uint32_t size, ZosBkt **found, uint32_t *faults) {
+__attribute__((always_inline)) inline uint8_t *TakeNode(ZosPool *pool, uint32_t size,
+                                                        ZosBkt **found, uint32_t *faults) {
     zos::LiteGuard lock(&pool->stLock);
     for (uint32_t i = pool->aucClassFrom[Octave(size)]; i < pool->ucBktCnt; ++i) {
         ZosBkt *bkt = &pool->pstBkts[i];
@@ -757,7 +770,8 @@ __attribute__((always_inline)) inline void PutNodeIn(ZosPool *pool, void *mem, v
     if ((pool->wFlags & kFlagShrink) != 0) BktFreeIn(pool, bkt, w.ref->pstBlk);
 }
 
-void PutNode(ZosPool *pool, void *mem, void **release, uint32_t *faults) {
+__attribute__((always_inline)) inline void PutNode(ZosPool *pool, void *mem, void **release,
+                                                   uint32_t *faults) {
     zos::LiteGuard lock(&pool->stLock);
     PutNodeIn(pool, mem, release, faults);
 }
@@ -894,10 +908,16 @@ KESTRO_API void Zos_PoolDelete(ZPOOL zPool) {
     release(pool);
 }
 
-KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
+}  // extern "C"
+
+namespace {
+
+// Zos_PoolAlloc; kHeld: the caller holds memory of the pool.
+template <bool kHeld>
+__attribute__((always_inline)) inline void *AllocIn(ZPOOL zPool, uint32_t uiSize) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr) return nullptr;
-    if (!ValidPool(pool)) {
+    if (!PoolUsable<kHeld>(pool)) {
         RefusedStr(pool, "PoolAlloc invalid pool.");
         return nullptr;
     }
@@ -918,6 +938,18 @@ KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
     }
     if (faults != 0) Report(pool, faults);
     return node != nullptr ? node + kNodeHead : nullptr;
+}
+
+}  // namespace
+
+void *zos::PoolAllocHeld(ZPOOL zPool, uint32_t uiSize) {
+    return AllocIn<true>(zPool, uiSize);
+}
+
+extern "C" {
+
+KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
+    return AllocIn<false>(zPool, uiSize);
 }
 
 // ---------------------------------------------------------------------
@@ -1065,10 +1097,16 @@ KESTRO_API void *Zos_PoolAllocClrd(ZPOOL zPool, uint32_t uiSize) {
     return p;
 }
 
-KESTRO_API void Zos_PoolFree(ZPOOL zPool, void *pMem) {
+}  // extern "C"
+
+namespace {
+
+// Zos_PoolFree; kHeld as for AllocIn.
+template <bool kHeld>
+__attribute__((always_inline)) inline void FreeIn(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pool == nullptr || pMem == nullptr) return;
-    if (!ValidPool(pool)) {
+    if (!PoolUsable<kHeld>(pool)) {
         RefusedErr(pool, "PoolFree <%s> invalid magic.");
         return;
     }
@@ -1077,6 +1115,18 @@ KESTRO_API void Zos_PoolFree(ZPOOL zPool, void *pMem) {
     PutNode(pool, pMem, &release, &faults);
     if (release != nullptr) pool->pfnFree(release);
     if (faults != 0) Report(pool, faults);
+}
+
+}  // namespace
+
+void zos::PoolFreeHeld(ZPOOL zPool, void *pMem) {
+    FreeIn<true>(zPool, pMem);
+}
+
+extern "C" {
+
+KESTRO_API void Zos_PoolFree(ZPOOL zPool, void *pMem) {
+    FreeIn<false>(zPool, pMem);
 }
 
 KESTRO_API uint32_t Zos_PoolGetSize(ZPOOL zPool, void *pMem, uint32_t *puiSize) {
@@ -1265,7 +1315,7 @@ void zos::PoolFreeChain(ZPOOL zPool, void *first, size_t linkOffset, void *last)
         std::memcpy(&n, static_cast<char *>(mem) + linkOffset, sizeof(n));
         return n;
     };
-    if (pool == nullptr || !ValidPool(pool)) {
+    if (pool == nullptr || !PoolUsable<true>(pool)) {
         // One by one, so each free is refused with its own line.
         for (void *mem = first; mem != nullptr;) {
             void *following = next(mem);

@@ -21,6 +21,14 @@ bool PoolEndSizes(ZPOOL zPool, uint32_t *first, uint32_t *last);
 // (same checks, lines and statistics) but under one hold of the pool's
 // lock: every node from first on, each followed by the pointer stored
 // linkOffset bytes into its data, until null; then last, when given.
+// The pool is one the caller holds memory of (see below).
 void PoolFreeChain(ZPOOL zPool, void *first, size_t linkOffset, void *last);
+
+// Zos_PoolAlloc and Zos_PoolFree for a caller that holds memory of the
+// pool, as a live data buffer holds its header and blocks: the pool is
+// then alive, so its magic is checked but the handle registry is not
+// asked again. Refusals and their lines are those of the exported calls.
+void *PoolAllocHeld(ZPOOL zPool, uint32_t uiSize);
+void PoolFreeHeld(ZPOOL zPool, void *pMem);
 
 }  // namespace zos
