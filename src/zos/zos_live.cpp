@@ -13,22 +13,22 @@
 #include <new>
 #include <thread>
 
+namespace zos::live {
+
+std::atomic<Table *> g_current{nullptr};
+
+}  // namespace zos::live
+
 namespace {
 
-constexpr uintptr_t kEmpty = 0;
-constexpr uintptr_t kGone = 1;  // a removed entry: look-ups probe past it
-constexpr uint32_t kFirstBits = 10;
+using zos::live::Find;
+using zos::live::g_current;
+using zos::live::Home;
+using zos::live::kEmpty;
+using zos::live::kGone;
+using zos::live::Table;
 
-// A table is never more than half full (live and removed entries; see
-// Reserve), and a replaced one no longer changes, so every probe meets an
-// empty slot and ends.
-struct Table {
-    uint32_t uiBits;
-    uint32_t uiMask;    // slots - 1
-    uint32_t uiShift;   // 64 - bits: the home slot is the hash's top bits
-    Table *pstRetired;  // the table this one replaced
-    std::atomic<uintptr_t> *pSlots;
-};
+constexpr uint32_t kFirstBits = 10;
 
 // Held for a few dozen instructions, or for the copy into a larger table
 // (rare): a waiter spins, and yields its core when the holder takes long.
@@ -53,24 +53,12 @@ struct Registry {
     uint32_t uiUsed = 0;  // live and removed slots: what probing must walk
 };
 
-// The current table, kept apart from the registry's lock and counts so a
-// look-up reaches it with one load, without the registry's first-use
-// guard. Constant-initialised and trivially destroyed, so it is valid at
-// any time of the process. Written only under the registry's lock.
-std::atomic<Table *> g_current{nullptr};
-
 // Never destroyed: threads still running while the process exits may check
 // a handle after static destructors ran. The tables stay reachable from
 // g_current through their retired links.
 Registry &Reg() {
     static Registry *reg = new Registry;
     return *reg;
-}
-
-inline uint32_t Home(const Table *t, uintptr_t key) {
-    // Fibonacci hashing of the address without its always-zero low bits.
-    return static_cast<uint32_t>((static_cast<uint64_t>(key >> 3) * 0x9E3779B97F4A7C15ull) >>
-                                 t->uiShift);
 }
 
 Table *NewTable(uint32_t bits) {
@@ -125,17 +113,6 @@ bool Reserve(Registry &reg) {
     return true;
 }
 
-// The slot holding the key in the table, or null.
-std::atomic<uintptr_t> *Find(Table *t, uintptr_t key) {
-    std::atomic<uintptr_t> *slots = t->pSlots;
-    const uint32_t mask = t->uiMask;
-    for (uint32_t i = Home(t, key);; i = (i + 1) & mask) {
-        const uintptr_t v = slots[i].load(std::memory_order_acquire);
-        if (v == key) return &slots[i];
-        if (v == kEmpty) return nullptr;
-    }
-}
-
 }  // namespace
 
 namespace zos {
@@ -164,13 +141,6 @@ void LiveRemove(const void *handle) {
     if (slot == nullptr) return;
     slot->store(kGone, std::memory_order_release);
     reg.uiLive--;
-}
-
-bool LiveHas(const void *handle) {
-    const auto key = reinterpret_cast<uintptr_t>(handle);
-    if (key <= kGone) return false;
-    Table *cur = g_current.load(std::memory_order_acquire);
-    return cur != nullptr && Find(cur, key) != nullptr;
 }
 
 uint32_t LiveCount() {

@@ -9,9 +9,49 @@
 // environment record, which shut-down releases.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace zos {
+
+namespace live {
+
+// The registry's table: an open-addressed set of addresses with linear
+// probing, never more than half full, so every probe meets an empty slot.
+struct Table {
+    uint32_t uiBits;
+    uint32_t uiMask;    // slots - 1
+    uint32_t uiShift;   // 64 - bits: the home slot is the hash's top bits
+    Table *pstRetired;  // the table this one replaced
+    std::atomic<uintptr_t> *pSlots;
+};
+
+constexpr uintptr_t kEmpty = 0;
+constexpr uintptr_t kGone = 1;  // a removed entry: look-ups probe past it
+
+// The current table (null before the first handle). Constant-initialised
+// and trivially destroyed, so it is valid at any time of the process;
+// written only under the registry's lock, read here without it.
+extern std::atomic<Table *> g_current;
+
+inline uint32_t Home(const Table *t, uintptr_t key) {
+    // Fibonacci hashing of the address without its always-zero low bits.
+    return static_cast<uint32_t>((static_cast<uint64_t>(key >> 3) * 0x9E3779B97F4A7C15ull) >>
+                                 t->uiShift);
+}
+
+// The slot holding the key in the table, or null.
+inline std::atomic<uintptr_t> *Find(Table *t, uintptr_t key) {
+    std::atomic<uintptr_t> *slots = t->pSlots;
+    const uint32_t mask = t->uiMask;
+    for (uint32_t i = Home(t, key);; i = (i + 1) & mask) {
+        const uintptr_t v = slots[i].load(std::memory_order_acquire);
+        if (v == key) return &slots[i];
+        if (v == kEmpty) return nullptr;
+    }
+}
+
+}  // namespace live
 
 // Registers a handle; false when the registry cannot grow (the caller
 // fails its create). Adding an address twice keeps one entry.
@@ -19,8 +59,13 @@ bool LiveAdd(const void *handle);
 // Forgets a handle; an address that is not registered is ignored.
 void LiveRemove(const void *handle);
 // True while the handle is registered. Lock-free; safe beside adds and
-// removes on other threads.
-bool LiveHas(const void *handle);
+// removes on other threads. Inline: every call on a handle asks it.
+inline bool LiveHas(const void *handle) {
+    const auto key = reinterpret_cast<uintptr_t>(handle);
+    if (key <= live::kGone) return false;
+    live::Table *cur = live::g_current.load(std::memory_order_acquire);
+    return cur != nullptr && live::Find(cur, key) != nullptr;
+}
 // Number of registered handles (tests and diagnostics).
 uint32_t LiveCount();
 

@@ -203,12 +203,13 @@ bool ValidPool(const ZosPool *pool) {
 // The pool check of a call: the handle registry's, or for a caller that
 // holds memory of the pool (a live data buffer's header or blocks), which
 // keeps the pool alive, its magic alone.
+// Inline into the alloc and free bodies, whose cost it is a large part of.
 template <bool kHeld>
-bool PoolUsable(const ZosPool *pool) {
+__attribute__((always_inline)) inline bool PoolUsable(const ZosPool *pool) {
     if constexpr (kHeld) {
         return pool->uiMagic == kPoolMagic;
     } else {
-        return ValidPool(pool);
+        return zos::LiveRecord<const ZosPool>(pool, kPoolMagic) != nullptr;
     }
 }
 
