@@ -283,6 +283,31 @@ TEST_F(ZosTest, PQueueRemoveRescanSkipsTheHighestLevel) {
     }
 }
 
+// A poll leaves the next node as the level's head; removing that head, or
+// the tail, must leave the level and the node bucket whole, so the nodes
+// that the next adds reuse are free ones and nothing queued is handed out.
+TEST_F(ZosTest, PQueueRemovesHeadAndTailAfterPolls) {
+    for (uint32_t locked : {0u, 1u}) {
+        ZPQUEUE q = nullptr;
+        ASSERT_EQ(Zos_PQueueCreate(locked, 0, 8, 8, 0, &q), ZOK);
+        for (uintptr_t i = 1; i <= 5; ++i) ASSERT_EQ(Zos_PQueueAdd(q, 0, i << 4), ZOK);
+        uintptr_t item = 0;
+        ASSERT_EQ(Zos_PQueuePoll(q, 0, nullptr, &item), ZOK);
+        EXPECT_EQ(item, 0x10u);
+        EXPECT_EQ(Zos_PQueueRmv(q, 0, 0x20) + Zos_PQueueRmv(q, 0, 0x50), ZOK);
+        for (uintptr_t i = 6; i <= 8; ++i) ASSERT_EQ(Zos_PQueueAdd(q, 0, i << 4), ZOK);
+        EXPECT_EQ(Zos_PQueueFind(q, 0, 0x20) + Zos_PQueueFind(q, 0, 0x50), 0u);
+        for (uintptr_t want : {0x30, 0x40, 0x60, 0x70, 0x80}) {
+            ASSERT_EQ(Zos_PQueuePoll(q, 0, nullptr, &item), ZOK);
+            EXPECT_EQ(item, want) << locked;
+        }
+        uint32_t c[5];
+        ASSERT_EQ(Zos_PQueueGetCount(q, &c[0], &c[1], &c[2], &c[3], &c[4]), ZOK);
+        EXPECT_TRUE(c[1] == 0 && c[2] == 8 && c[3] == 8 && c[4] == 5) << c[4];
+        EXPECT_EQ(Zos_PQueueDelete(q), ZOK);
+    }
+}
+
 TEST_F(ZosTest, PQueueFindIfReportsTheLastVisitedLevel) {
     ZPQUEUE q = nullptr;
     ASSERT_EQ(Zos_PQueueCreate(0, 0, 8, 8, 0, &q), ZOK);

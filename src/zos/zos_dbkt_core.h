@@ -113,7 +113,7 @@ __attribute__((always_inline)) inline void *DblkGetNode(Bucket *b, bool covered,
             return nullptr;
         }
     }
-    Link *link = DlistTakeHead(&b->stFree, covered);
+    Link *link = owned ? DlistTakeHeadOnly(&b->stFree) : DlistTakeHead(&b->stFree, covered);
     if (link == nullptr) return nullptr;
     NodeHead *head = HeadOf(link);
     if (head->uiTag != kFreeTag) {

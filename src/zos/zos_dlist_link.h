@@ -18,12 +18,15 @@ inline void DlistLink(ST_ZOS_DLIST *list, ST_ZOS_DLIST_NODE *after, ST_ZOS_DLIST
     list->uiCount++;
 }
 
-// Unlinks a linked node and clears its links.
+// Unlinks a linked node and clears its links. The head's own prev link is
+// not read, so this serves the lists that DlistTakeHeadOnly leaves with a
+// stale one too.
 inline void DlistUnlink(ST_ZOS_DLIST *list, ST_ZOS_DLIST_NODE *node) {
-    if (node->pstNext != nullptr) node->pstNext->pstPrev = node->pstPrev;
-    if (node->pstPrev != nullptr) node->pstPrev->pstNext = node->pstNext;
-    if (list->pstHead == node) list->pstHead = node->pstNext;
-    if (list->pstTail == node) list->pstTail = node->pstPrev;
+    ST_ZOS_DLIST_NODE *next = node->pstNext;
+    ST_ZOS_DLIST_NODE *prev = list->pstHead == node ? nullptr : node->pstPrev;
+    if (next != nullptr) next->pstPrev = prev;
+    (prev != nullptr ? prev->pstNext : list->pstHead) = next;
+    if (list->pstTail == node) list->pstTail = prev;
     list->uiCount--;
     node->pstNext = nullptr;
     node->pstPrev = nullptr;
@@ -78,6 +81,26 @@ inline ST_ZOS_DLIST_NODE *DlistTakeHead(ST_ZOS_DLIST *list, bool covered) {
     // The next take reads the new head: start fetching it now, as a list
     // walk cannot be foreseen by the hardware.
     __builtin_prefetch(list->pstHead, 1);
+    return node;
+}
+
+// Takes the head of a list covered by its owner's lock, for lists whose
+// nodes go straight to another list of the same owner (the queues' items
+// and their node buckets' free lists): it leaves the taken node's links,
+// and the new head's prev link, as they were. Such lists are unlinked only
+// with DlistUnlink, which does not read a head's prev link. Under a lock,
+// a store to a line that another core has just written holds the release
+// back until that line arrives, and the next node was usually written by
+// the thread on the other side of the list, so this take writes neither
+// node. The new head is fetched for the next take.
+inline ST_ZOS_DLIST_NODE *DlistTakeHeadOnly(ST_ZOS_DLIST *list) {
+    ST_ZOS_DLIST_NODE *node = list->pstHead;
+    if (node == nullptr) return nullptr;
+    ST_ZOS_DLIST_NODE *next = node->pstNext;
+    list->pstHead = next;
+    if (next == nullptr) list->pstTail = nullptr;
+    list->uiCount--;
+    __builtin_prefetch(next, 1);
     return node;
 }
 
