@@ -201,3 +201,64 @@ TEST_F(ZosTest, NoWakeUpIsLostWhenAnAddMeetsAPollerGoingToSleep) {
         EXPECT_EQ(Zos_QueueDelete(q[i]) + Zos_PQueueDelete(pq[i]), ZOK);
     }
 }
+
+// A producer adds items over four levels, a consumer polls them and a
+// third thread removes recent items while they may be any level's head or
+// tail. Every item leaves exactly once, by the poll or by the remove, and
+// every node goes back to the bucket. A broken list loses or strands items
+// rather than crashing, so every wait gives up at a common deadline.
+TEST_F(ZosTest, PQueueRemovesWhileItIsPolled) {
+    constexpr uintptr_t kItems = 20000;
+    ZPQUEUE q = nullptr;
+    ASSERT_EQ(Zos_PQueueCreate(1, 1, 64, 1024, 3, &q), ZOK);
+    std::vector<std::atomic<uint8_t>> polled(kItems + 1), removed(kItems + 1);
+    std::atomic<uintptr_t> latest{0};
+    std::atomic<bool> produced{false}, late{false};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    auto add = [&](uint32_t level, uintptr_t v) {
+        while (Zos_PQueueAdd(q, level, v) != ZOK) {
+            if (std::chrono::steady_clock::now() > deadline) return !(late = true);
+            std::this_thread::yield();
+        }
+        return true;
+    };
+    std::thread producer([&] {
+        for (uintptr_t i = 1; i <= kItems && add(i % 4, i); ++i) latest = i;
+        produced = true;
+    });
+    std::thread remover([&] {
+        while (!produced) {
+            const uintptr_t last = latest;
+            for (uintptr_t j = last > 64 ? last - 64 : 1; j <= last; j += 5) {
+                if (Zos_PQueueRmv(q, j % 4, j) == ZOK) ++removed[j];
+            }
+        }
+    });
+    std::thread consumer([&] {
+        for (uintptr_t v = 0; !late;) {
+            if (Zos_PQueuePoll(q, 0, nullptr, &v) != ZOK) {
+                if (std::chrono::steady_clock::now() > deadline) late = true;
+                std::this_thread::yield();
+            } else if (v == kStop) {
+                return;
+            } else if (v <= kItems) {
+                ++polled[v];
+            }
+        }
+    });
+    producer.join();
+    remover.join();
+    add(3, kStop);  // last at the lowest level: served after everything else
+    consumer.join();
+    ASSERT_FALSE(late) << "items were lost or stranded";
+    uintptr_t gone = 0;
+    for (uintptr_t i = 1; i <= kItems; ++i) {
+        ASSERT_EQ(polled[i] + removed[i], 1) << "item " << i;
+        gone += removed[i];
+    }
+    EXPECT_GT(gone, 0u);
+    uint32_t used = 1, gets = 0, puts = 0;
+    ASSERT_EQ(Zos_PQueueGetCount(q, nullptr, &used, &gets, &puts, nullptr), ZOK);
+    EXPECT_TRUE(used == 0 && gets == kItems + 1 && puts == gets) << used << " " << gets;
+    EXPECT_EQ(Zos_PQueueDelete(q), ZOK);
+}
