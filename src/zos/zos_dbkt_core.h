@@ -113,7 +113,10 @@ __attribute__((always_inline)) inline void *DblkGetNode(Bucket *b, bool covered,
             return nullptr;
         }
     }
-    Link *link = owned ? DlistTakeHeadOnly(&b->stFree) : DlistTakeHead(&b->stFree, covered);
+    // A public bucket hands its nodes out with their links cleared, as the
+    // list's own dequeue does, under its own mutex as under the list's.
+    Link *link =
+        owned || !covered ? DlistTakeHead(&b->stFree, covered) : DlistUnlinkHead(&b->stFree);
     if (link == nullptr) return nullptr;
     NodeHead *head = HeadOf(link);
     if (head->uiTag != kFreeTag) {

@@ -19,8 +19,8 @@ inline void DlistLink(ST_ZOS_DLIST *list, ST_ZOS_DLIST_NODE *after, ST_ZOS_DLIST
 }
 
 // Unlinks a linked node and clears its links. The head's own prev link is
-// not read, so this serves the lists that DlistTakeHeadOnly leaves with a
-// stale one too.
+// not read, so this serves the lists that a covered DlistTakeHead leaves
+// with a stale one too.
 inline void DlistUnlink(ST_ZOS_DLIST *list, ST_ZOS_DLIST_NODE *node) {
     ST_ZOS_DLIST_NODE *next = node->pstNext;
     ST_ZOS_DLIST_NODE *prev = list->pstHead == node ? nullptr : node->pstPrev;
@@ -75,25 +75,19 @@ inline uint32_t DlistAppend(ST_ZOS_DLIST *list, ST_ZOS_DLIST_NODE *node, bool co
     return ZOK;
 }
 
+// Dequeue for a container that holds a lock of its own, for lists whose
+// nodes go straight to another list of the same owner (the queues' items
+// and their node buckets' free lists). When `covered` it only moves the
+// head: the taken node's links, and the new head's prev link, stay as
+// they were, and such lists are unlinked only with DlistUnlink, which does
+// not read a head's prev link. Under a lock, a store to a line that
+// another core has just written holds the release back until that line
+// arrives, and the next node was usually written by the thread on the
+// other side of the list, so this take writes neither node. The new head
+// is fetched for the next take, as a list walk cannot be foreseen by the
+// hardware. Otherwise the list's own dequeue takes its mutex.
 inline ST_ZOS_DLIST_NODE *DlistTakeHead(ST_ZOS_DLIST *list, bool covered) {
     if (!covered) return Zos_DlistDequeue(list);
-    ST_ZOS_DLIST_NODE *node = DlistUnlinkHead(list);
-    // The next take reads the new head: start fetching it now, as a list
-    // walk cannot be foreseen by the hardware.
-    __builtin_prefetch(list->pstHead, 1);
-    return node;
-}
-
-// Takes the head of a list covered by its owner's lock, for lists whose
-// nodes go straight to another list of the same owner (the queues' items
-// and their node buckets' free lists): it leaves the taken node's links,
-// and the new head's prev link, as they were. Such lists are unlinked only
-// with DlistUnlink, which does not read a head's prev link. Under a lock,
-// a store to a line that another core has just written holds the release
-// back until that line arrives, and the next node was usually written by
-// the thread on the other side of the list, so this take writes neither
-// node. The new head is fetched for the next take.
-inline ST_ZOS_DLIST_NODE *DlistTakeHeadOnly(ST_ZOS_DLIST *list) {
     ST_ZOS_DLIST_NODE *node = list->pstHead;
     if (node == nullptr) return nullptr;
     ST_ZOS_DLIST_NODE *next = node->pstNext;

@@ -217,8 +217,7 @@ KESTRO_API uint32_t Zos_PQueuePoll(ZPQUEUE zQueue, uint32_t bWait, uint32_t *pui
     const bool covered = q->stGate.ucLocked != 0;
     const uint32_t top = q->uiTop;
     ST_ZOS_DLIST *level = &q->pstLevels[top];
-    auto *node = reinterpret_cast<PNode *>(covered ? zos::DlistTakeHeadOnly(level)
-                                                   : Zos_DlistDequeue(level));
+    auto *node = reinterpret_cast<PNode *>(zos::DlistTakeHead(level, covered));
     // Only an unlocked queue can be emptied by another poller meanwhile.
     if (node == nullptr) return ZFAILED;
     if (puiLevel != nullptr) *puiLevel = top;

@@ -184,8 +184,7 @@ KESTRO_API uint32_t Zos_QueuePoll(ZQUEUE zQueue, uint32_t bWait, uintptr_t *pzVa
     }
     if (!LockNonEmpty(q, bWait)) return ZFAILED;
     const bool covered = q->stGate.ucLocked != 0;
-    auto *node = reinterpret_cast<QNode *>(covered ? zos::DlistTakeHeadOnly(&q->stItems)
-                                                   : Zos_DlistDequeue(&q->stItems));
+    auto *node = reinterpret_cast<QNode *>(zos::DlistTakeHead(&q->stItems, covered));
     // Only an unlocked queue can be emptied by another poller meanwhile.
     if (node == nullptr) return ZFAILED;
     if (pzValue != nullptr) *pzValue = node->zValue;
