@@ -323,7 +323,7 @@ TEST_F(EvntTest, TextFormatEveryConversion) {
 // 512-byte block: always for a few numbers; for six mixed parameters with
 // two texts only where pointers are 32 bits (the record is larger on 64).
 TEST_F(EvntTest, SmallEventTakesOneHeapBlock) {
-    ZOS_OSDEP_FUNC &mallocSlot = ktest::Slot(0);
+    ktest::SlotRef mallocSlot = ktest::Slot(0);
     const ZOS_OSDEP_FUNC saved = mallocSlot;
     mallocSlot = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
     g_failAt = 0;

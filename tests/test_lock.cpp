@@ -30,7 +30,7 @@ TEST_F(ZosTest, MutexIsRecursiveAndRejectsNullHandles) {
     EXPECT_EQ(Zos_SharexLock(nullptr), ZFAILED);
 }
 
-TEST_F(ZosTest, SwitchedOffKindsSucceedWithoutDoingAnything) {
+TEST_F(ZosQuietTest, SwitchedOffKindsSucceedWithoutDoingAnything) {
     Zos_CfgSetOsMutexSupt(0);
     Zos_CfgSetOsSharexSupt(0);
     Zos_CfgSetOsSemSupt(0);
@@ -53,7 +53,7 @@ TEST_F(ZosTest, SwitchedOffKindsSucceedWithoutDoingAnything) {
     Zos_CfgSetOsSemSupt(1);
 }
 
-TEST_F(ZosTest, EmptySlotFails) {
+TEST_F(ZosQuietTest, EmptySlotFails) {
     ZOS_OSDEP_FUNC saved = ktest::Slot(34);
     ktest::Slot(34) = nullptr;
     ZMUTEX m = 0;

@@ -207,7 +207,13 @@ TEST_F(ZosTest, DebugCommandsMatchTheirGoldenText) {
     }
     EXPECT_EQ(Zos_LogDbgShowMonitor(), ZOK);
     EXPECT_EQ(Zos_LogDbgShow(), ZOK);
-    EXPECT_EQ(ktest::Printed(), ktest::Golden("log_dbg.txt"));
+    // Whether the system log still caches its start-up lines depends on
+    // whether the log task has written them out yet.
+    auto cached = [](const std::string &text) {
+        return ktest::Mask(text, "<ZOS> cache is (empty\\.\r\n|in zos cache\\.\r\n\r\n)",
+                           "<ZOS> cache is as the log task left it.\r\n");
+    };
+    EXPECT_EQ(cached(ktest::Printed()), cached(ktest::Golden("log_dbg.txt")));
     Zos_LogDelete(dbg);
     Zos_LogDelete(mem);
 }

@@ -156,7 +156,7 @@ TEST_F(ZosTest, CreateFailuresUndoEverything) {
     EXPECT_EQ(pq, nullptr);
 }
 
-TEST_F(ZosTest, QueueOrderLimitsAndCounters) {
+TEST_F(ZosQuietTest, QueueOrderLimitsAndCounters) {
     ZQUEUE q = nullptr;
     EXPECT_EQ(Zos_QueueCreate(1, 1, 4, 8, nullptr) + Zos_QueueCreate(1, 1, 0, 0, &q) +
                   Zos_QueueCreate(1, 1, 0x10000, 0, &q),  // counts are 16-bit
@@ -369,7 +369,7 @@ TEST_F(ZosTest, PQueueWaitsPerAcceptedLevel) {
     EXPECT_EQ(Zos_PQueueDelete(q), ZOK);
 }
 
-TEST_F(ZosTest, QueueLockAndSemaphoreFollowTheirSwitches) {
+TEST_F(ZosQuietTest, QueueLockAndSemaphoreFollowTheirSwitches) {
     // The lock sleeps its waiters on a semaphore of its own: when that
     // cannot be made the locked queues fail as for their mutex.
     Hook(42, FailSemCreate);

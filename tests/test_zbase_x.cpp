@@ -110,7 +110,7 @@ TEST_F(ZbaseX, FailuresClearLogAndKeepNothing) {
         {Zbase16_DecodeX, b16, "Zbase16_DecodeX allocate buffer.", ZOS_LOG_LEVEL_ERROR, true},
         {Zbase16_DecodeX, "0a" + b16, "Zbase16_DecodeX decode data.", ZOS_LOG_LEVEL_ERROR, false},
     };
-    ZOS_OSDEP_FUNC &slot = ktest::Slot(0);
+    ktest::SlotRef slot = ktest::Slot(0);
     const ZOS_OSDEP_FUNC saved = slot;
     char junk = 'x';
     for (const auto &c : cases) {

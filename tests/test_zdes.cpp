@@ -150,7 +150,7 @@ void *FailingMalloc(uint32_t) {
 }
 
 TEST_F(ZdesData, WorkBufferAllocationFailure) {
-    ZOS_OSDEP_FUNC &slot = ktest::Slot(0);
+    ktest::SlotRef slot = ktest::Slot(0);
     const ZOS_OSDEP_FUNC saved = slot;
     slot = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
     uint8_t out[16];

@@ -34,8 +34,24 @@ bool LoggedContains(const std::string &text);
 void WatchSystemLog();
 
 // The platform table slot n of the current holder (created on demand), so a
-// test can replace an operation and restore it.
-ZOS_OSDEP_FUNC &Slot(uint32_t n);
+// test can replace an operation and restore it. Reads and writes go through
+// atomics, as the library's own reads do, since the layer's threads may
+// call through a slot while a test replaces it.
+class SlotRef {
+  public:
+    explicit SlotRef(ZOS_OSDEP_FUNC *slot) : slot_(slot) {}
+    SlotRef(const SlotRef &) = default;
+    operator ZOS_OSDEP_FUNC() const { return __atomic_load_n(slot_, __ATOMIC_RELAXED); }
+    SlotRef &operator=(ZOS_OSDEP_FUNC fn) {
+        __atomic_store_n(slot_, fn, __ATOMIC_RELAXED);
+        return *this;
+    }
+    SlotRef &operator=(const SlotRef &other) { return *this = static_cast<ZOS_OSDEP_FUNC>(other); }
+
+  private:
+    ZOS_OSDEP_FUNC *slot_;
+};
+SlotRef Slot(uint32_t n);
 
 // A platform heap for allocation-failure tests (install FailingMalloc and
 // CountingFree in the heap slots): the g_failAt-th call since g_calls was
@@ -84,6 +100,16 @@ void UseTestLogDir();
 }  // namespace ktest
 
 class ZosTest : public ::testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+};
+
+// The layer started without threads: its own tasks (the timer, the module
+// manager, the log task) are registered but never run, so a test may
+// replace platform slots or flip configuration switches that those tasks
+// would otherwise use at the same time.
+class ZosQuietTest : public ZosTest {
   protected:
     void SetUp() override;
     void TearDown() override;
