@@ -44,11 +44,11 @@ ZPOOL PoolFor(const benchmark::State &state) {
     if (state.range(0) == 0) return nullptr;
     if (state.range(0) == 2) {
         return kbench::PerLayer<ZPOOL>([] {
-            static ST_ZOS_BKT_INFO rows[32];
             ST_ZOS_POOL_CFG cfg = *Zos_CfgGetDbufPool();
-            for (uint32_t i = 0; i < cfg.ucBktCnt && i < 32; ++i) rows[i] = cfg.pstBktInfo[i];
+            static std::vector<ST_ZOS_BKT_INFO> rows;  // the pool reads its table
+            rows.assign(cfg.pstBktInfo, cfg.pstBktInfo + cfg.ucBktCnt);
             rows[0].uiSize = 64;
-            cfg.pstBktInfo = rows;
+            cfg.pstBktInfo = rows.data();
             return Zos_PoolCreate(&cfg);
         });
     }

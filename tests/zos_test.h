@@ -46,6 +46,7 @@ class SlotRef {
         __atomic_store_n(slot_, fn, __ATOMIC_RELAXED);
         return *this;
     }
+    // Assigning one slot to another copies the function, as with references.
     SlotRef &operator=(const SlotRef &other) { return *this = static_cast<ZOS_OSDEP_FUNC>(other); }
 
   private:

@@ -38,9 +38,7 @@ uint32_t Forward(H *handle, Args... args) {
     const void *cfg = holder != nullptr ? holder->pstComps[ZOS_COMP_ZOS].pCfg : nullptr;
     if (cfg != nullptr) {
         if (!Flag(static_cast<const ST_ZOS_CFG *>(cfg), kKind)) return ZOK;
-        // Read as Zos_OsdepFind reads a slot: atomically, for a host that
-        // replaces it while the layer runs.
-        fn = reinterpret_cast<Fn>(__atomic_load_n(&holder->pfnOsdep[kSlot], __ATOMIC_RELAXED));
+        fn = reinterpret_cast<Fn>(zos::SlotIn(holder, kSlot));
     } else {
         if (!Enabled(kKind)) return ZOK;
         fn = zos::Osdep<kSlot>();

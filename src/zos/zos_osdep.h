@@ -199,6 +199,13 @@ ZOS_SLOT_TYPE(kSlotHttpGetBody, Zpand_HttpGetBody)
 
 #undef ZOS_SLOT_TYPE
 
+// Slot n of a holder's table. Read atomically (a plain load on every
+// target): a host may replace a slot while the layer's threads call
+// through it.
+inline ZOS_OSDEP_FUNC SlotIn(const ST_ZOS_OSENV *holder, uint32_t n) {
+    return __atomic_load_n(&holder->pfnOsdep[n], __ATOMIC_RELAXED);
+}
+
 // The typed function in a slot, or null when the slot is empty.
 template <uint32_t kSlot>
 inline typename SlotType<kSlot>::type Osdep() {

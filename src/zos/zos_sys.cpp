@@ -193,10 +193,7 @@ KESTRO_API uint32_t Zos_OsdepAttach(void) {
 KESTRO_API ZOS_OSDEP_FUNC Zos_OsdepFind(uint32_t uiSlot) {
     if (uiSlot >= ZOS_OSDEP_SLOT_COUNT) return nullptr;
     ST_ZOS_OSENV *holder = Zos_OsenvLocateNew();
-    // A relaxed atomic load (a plain load on every target): a host may
-    // replace a slot while the layer's threads call through it.
-    return holder != nullptr ? __atomic_load_n(&holder->pfnOsdep[uiSlot], __ATOMIC_RELAXED)
-                             : nullptr;
+    return holder != nullptr ? zos::SlotIn(holder, uiSlot) : nullptr;
 }
 
 // The bootstrap allocator: the holder's own tables are made before any
