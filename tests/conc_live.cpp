@@ -1,7 +1,8 @@
 // Handles made and deleted on several threads at once while another
-// thread keeps checking a handle that stays alive: the handle registry
-// grows under them (more than a thousand buffers alive together) and no
-// check of a live buffer fails, before, during or after a growth.
+// thread keeps checking handles that stay alive: the handle registry
+// grows under them (more than a thousand buffers alive together) and
+// moves its entries as others go, and no check of a live buffer fails,
+// before, during or after a growth or a move.
 #include <atomic>
 #include <thread>
 #include <vector>
@@ -13,18 +14,24 @@ namespace {
 constexpr int kMakers = 3;
 constexpr int kPerMaker = 700;  // together past the registry's first two sizes
 constexpr int kRounds = 3;
+constexpr int kSentinels = 64;  // spread over the table, so moves meet them
 
 }  // namespace
 
 TEST_F(ZosTest, HandleChecksHoldWhileOtherThreadsMakeAndDeleteHandles) {
-    ZDBUF sentinel = Zos_DbufCreateAddD(nullptr, 1, 128, "s", 1);
-    ASSERT_NE(sentinel, nullptr);
+    std::vector<ZDBUF> sentinels;
+    for (int i = 0; i < kSentinels; ++i) {
+        sentinels.push_back(Zos_DbufCreateAddD(nullptr, 1, 128, "s", 1));
+        ASSERT_NE(sentinels.back(), nullptr);
+    }
     std::atomic<bool> done{false};
     std::atomic<int> sentinelFailures{0};
     std::atomic<int> ownFailures{0};
     std::thread checker([&] {
         while (!done.load()) {
-            if (Zos_DbufChkValid(sentinel, 255, 0, 1) != ZOK) sentinelFailures++;
+            for (ZDBUF s : sentinels) {
+                if (Zos_DbufChkValid(s, 255, 0, 1) != ZOK) sentinelFailures++;
+            }
         }
     });
     std::vector<std::thread> makers;
@@ -53,6 +60,6 @@ TEST_F(ZosTest, HandleChecksHoldWhileOtherThreadsMakeAndDeleteHandles) {
     checker.join();
     EXPECT_EQ(sentinelFailures.load(), 0);
     EXPECT_EQ(ownFailures.load(), 0);
-    EXPECT_EQ(Zos_DbufDelete(sentinel), ZOK);
-    EXPECT_EQ(Zos_DbufChkValid(sentinel, 255, 0, 0), ZFAILED);  // deleted: refused
+    for (ZDBUF s : sentinels) EXPECT_EQ(Zos_DbufDelete(s), ZOK);
+    EXPECT_EQ(Zos_DbufChkValid(sentinels[0], 255, 0, 0), ZFAILED);  // deleted: refused
 }

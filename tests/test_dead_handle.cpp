@@ -1,9 +1,16 @@
 // Calls on deleted handles: every family refuses them with its own line
 // and without reading the freed record. The sanitizer build serves the heap
 // from the C library, so a read of a freed record stops the test there.
+#include <algorithm>
 #include <cstring>
+#include <random>
+#include <vector>
 
 #include "zos_test.h"
+
+// The sanitizer runtimes' count of live heap bytes; null in a build
+// without one.
+extern "C" size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 
 namespace {
 
@@ -151,4 +158,64 @@ TEST_F(ZosTest, DeadHandlePoolsAndStrings) {
     char plain[16] = "0123456789abcde";
     ExpectRefused("SysStrFree invalid magic.", [&] { Zos_SysStrFree(plain + 8); });
     EXPECT_STREQ(plain, "0123456789abcde");
+}
+
+// Many handles alive, deleted in a scrambled order: every handle still
+// alive passes its check throughout and every deleted one is refused,
+// however the registry rearranges its entries as they go.
+TEST_F(ZosTest, HandleChecksHoldAsManyHandlesGoInAnyOrder) {
+    constexpr int kHandles = 3000;  // past the registry's first sizes
+    std::vector<ZDBUF> bufs;
+    for (int i = 0; i < kHandles; ++i) {
+        bufs.push_back(Zos_DbufCreate(nullptr, 1, 128));
+        ASSERT_NE(bufs.back(), nullptr);
+    }
+    std::vector<ZDBUF> order = bufs;
+    std::shuffle(order.begin(), order.end(), std::mt19937(7));
+    for (size_t i = 0; i < order.size(); ++i) {
+        ASSERT_EQ(Zos_DbufDelete(order[i]), ZOK);
+        if (i % 100 != 99) continue;
+        int wrong = 0;
+        for (size_t j = 0; j < order.size(); ++j) {
+            // Of the deleted ones, those of the last hundred deletes: the
+            // older ones were checked after their own round.
+            const bool alive = j > i;
+            if (!alive && j + 100 <= i) continue;
+            const uint32_t rc = Zos_DbufChkValid(order[j], 255, 0, 0);
+            if ((rc == ZOK) != alive) wrong++;
+        }
+        ASSERT_EQ(wrong, 0) << "after " << i + 1 << " deletes";
+    }
+}
+
+// A process that once held many pool blocks and then makes and deletes
+// one handle at a time: the pool hands the blocks out first in, first
+// out, so each handle comes at another of thousands of addresses. The
+// registry must grow with the handles alive at once, not with the
+// addresses it has seen. (The registry is the process's: its size follows
+// the most handles any test held at once, a few thousand, and the
+// addresses here must outnumber its slots to tell.)
+TEST_F(ZosQuietTest, HandleRegistryDoesNotGrowWithAddressesSeen) {
+    if (__sanitizer_get_current_allocated_bytes == nullptr) {
+        GTEST_SKIP() << "needs a sanitizer runtime's heap count";
+    }
+    constexpr int kNodes = 65000;
+    ST_ZOS_BKT_INFO row{128, kNodes, 8};
+    ST_ZOS_POOL_CFG cfg{"cycled", &row, nullptr, nullptr, 0, 0, 1, 1};
+    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ASSERT_NE(pool, nullptr);
+    int failed = 0;
+    auto cycle = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            ZDBUF b = Zos_DbufCreate(pool, 1, 128);
+            if (b == nullptr || Zos_DbufDelete(b) != ZOK) failed++;
+        }
+    };
+    cycle(kNodes);  // every address seen once
+    const size_t before = __sanitizer_get_current_allocated_bytes();
+    cycle(2 * kNodes);
+    const size_t after = __sanitizer_get_current_allocated_bytes();
+    EXPECT_EQ(failed, 0);
+    EXPECT_LT(static_cast<int64_t>(after) - static_cast<int64_t>(before), 4096);
+    Zos_PoolDelete(pool);
 }

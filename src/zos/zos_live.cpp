@@ -4,8 +4,10 @@
 // packet, and a system mutex's two calls cost more than that work). The set
 // grows by building a larger table and publishing it; a replaced table
 // stays allocated until the process ends, so a look-up still walking it
-// reads valid memory. The tables double, so the replaced ones together
-// never exceed the current one.
+// reads valid memory. A table is replaced only when the live handles
+// outgrow it, by one at least four times its size, so the replaced ones
+// together stay smaller than the current one, however many handles come
+// and go.
 #include "zos_live.h"
 
 #include <atomic>
@@ -16,16 +18,16 @@
 namespace zos::live {
 
 std::atomic<Table *> g_current{nullptr};
+std::atomic<uint32_t> g_moves{0};
 
 }  // namespace zos::live
 
 namespace {
 
-using zos::live::Find;
 using zos::live::g_current;
+using zos::live::g_moves;
 using zos::live::Home;
 using zos::live::kEmpty;
-using zos::live::kGone;
 using zos::live::Table;
 
 constexpr uint32_t kFirstBits = 10;
@@ -50,7 +52,6 @@ class SpinLock {
 struct Registry {
     SpinLock lock;
     uint32_t uiLive = 0;
-    uint32_t uiUsed = 0;  // live and removed slots: what probing must walk
 };
 
 // Never destroyed: threads still running while the process exits may check
@@ -79,23 +80,19 @@ Table *NewTable(uint32_t bits) {
     return t;
 }
 
-// Places a key known to be absent in the first empty or removed slot of
-// its probe; true when the slot was empty. The caller holds the lock.
-bool Place(Table *t, uintptr_t key) {
+// The slot holding the key, or the empty slot that ends its probe.
+std::atomic<uintptr_t> *Probe(Table *t, uintptr_t key) {
     for (uint32_t i = Home(t, key);; i = (i + 1) & t->uiMask) {
         const uintptr_t v = t->pSlots[i].load(std::memory_order_relaxed);
-        if (v == kEmpty || v == kGone) {
-            t->pSlots[i].store(key, std::memory_order_release);
-            return v == kEmpty;
-        }
+        if (v == key || v == kEmpty) return &t->pSlots[i];
     }
 }
 
-// Makes room for one more entry: a new table when live and removed slots
-// would fill more than half of the current one.
+// A new table when one more entry would fill more than half of the
+// current one, sized for four times the live entries.
 bool Reserve(Registry &reg) {
     Table *cur = g_current.load(std::memory_order_relaxed);
-    if (cur != nullptr && (reg.uiUsed + 1) * 2 <= (1u << cur->uiBits)) return true;
+    if (cur != nullptr && (reg.uiLive + 1) * 2 <= (1u << cur->uiBits)) return true;
     uint32_t bits = cur != nullptr ? cur->uiBits : kFirstBits;
     while ((reg.uiLive + 1) * 4 > (1u << bits)) bits++;
     if (bits > 30) return false;
@@ -104,13 +101,39 @@ bool Reserve(Registry &reg) {
     if (cur != nullptr) {
         for (size_t i = 0; i < (size_t{1} << cur->uiBits); i++) {
             const uintptr_t v = cur->pSlots[i].load(std::memory_order_relaxed);
-            if (v != kEmpty && v != kGone) Place(t, v);
+            if (v != kEmpty) Probe(t, v)->store(v, std::memory_order_relaxed);
         }
     }
     t->pstRetired = cur;
+    // A look-up still walking the replaced table sees every handle added
+    // before it: that table is never written again, and a handle added
+    // after this store is looked up in the new one by whoever was handed it.
     g_current.store(t, std::memory_order_release);
-    reg.uiUsed = reg.uiLive;
     return true;
+}
+
+// Empties slot `gap` and moves back every later entry of the run whose
+// probe passes the gap, so each entry stays reachable from its home slot
+// with no empty slot between. Readers that miss an entry while it moves
+// see g_moves change and look again.
+void Unlink(Table *t, uint32_t gap) {
+    const uint32_t moves = g_moves.load(std::memory_order_relaxed);
+    g_moves.store(moves + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    for (uint32_t j = gap;;) {
+        j = (j + 1) & t->uiMask;
+        const uintptr_t v = t->pSlots[j].load(std::memory_order_relaxed);
+        if (v == kEmpty) break;
+        // The entry may fill the gap unless its home lies after the gap,
+        // up to and including j (cyclically).
+        const uint32_t home = Home(t, v);
+        const bool stays = gap <= j ? (gap < home && home <= j) : (gap < home || home <= j);
+        if (stays) continue;
+        t->pSlots[gap].store(v, std::memory_order_relaxed);
+        gap = j;
+    }
+    t->pSlots[gap].store(kEmpty, std::memory_order_relaxed);
+    g_moves.store(moves + 2, std::memory_order_release);
 }
 
 }  // namespace
@@ -119,28 +142,42 @@ namespace zos {
 
 bool LiveAdd(const void *handle) {
     const auto key = reinterpret_cast<uintptr_t>(handle);
-    if (key <= kGone) return false;
+    if (key == kEmpty) return false;
     Registry &reg = Reg();
     std::lock_guard<SpinLock> hold(reg.lock);
     Table *cur = g_current.load(std::memory_order_relaxed);
-    if (cur != nullptr && Find(cur, key) != nullptr) return true;
+    std::atomic<uintptr_t> *slot = cur != nullptr ? Probe(cur, key) : nullptr;
+    if (slot != nullptr && slot->load(std::memory_order_relaxed) == key) return true;
     if (!Reserve(reg)) return false;
-    if (Place(g_current.load(std::memory_order_relaxed), key)) reg.uiUsed++;
+    Table *now = g_current.load(std::memory_order_relaxed);
+    if (now != cur) slot = Probe(now, key);
+    slot->store(key, std::memory_order_release);
     reg.uiLive++;
     return true;
 }
 
 void LiveRemove(const void *handle) {
     const auto key = reinterpret_cast<uintptr_t>(handle);
-    if (key <= kGone) return;
+    if (key == kEmpty) return;
     Registry &reg = Reg();
     std::lock_guard<SpinLock> hold(reg.lock);
     Table *cur = g_current.load(std::memory_order_relaxed);
     if (cur == nullptr) return;
-    std::atomic<uintptr_t> *slot = Find(cur, key);
-    if (slot == nullptr) return;
-    slot->store(kGone, std::memory_order_release);
+    std::atomic<uintptr_t> *slot = Probe(cur, key);
+    if (slot->load(std::memory_order_relaxed) != key) return;
+    Unlink(cur, static_cast<uint32_t>(slot - cur->pSlots));
     reg.uiLive--;
+}
+
+__attribute__((noinline, cold)) bool LiveMissed(uintptr_t key, uint32_t moves) {
+    for (;;) {
+        std::atomic_thread_fence(std::memory_order_acquire);
+        const uint32_t now = g_moves.load(std::memory_order_relaxed);
+        if ((moves & 1) == 0 && now == moves) return false;
+        moves = g_moves.load(std::memory_order_acquire);
+        const Table *cur = g_current.load(std::memory_order_acquire);
+        if (zos::live::Holds(cur, key)) return true;
+    }
 }
 
 uint32_t LiveCount() {

@@ -18,6 +18,10 @@ namespace live {
 
 // The registry's table: an open-addressed set of addresses with linear
 // probing, never more than half full, so every probe meets an empty slot.
+// A removed entry leaves no marker behind: the entries after it on its
+// probe move back into the gap, so the table holds only live addresses and
+// needs no clean-up (which, with look-ups that take no lock, could only be
+// a new table, and a replaced table must stay allocated).
 struct Table {
     uint32_t uiBits;
     uint32_t uiMask;    // slots - 1
@@ -27,12 +31,17 @@ struct Table {
 };
 
 constexpr uintptr_t kEmpty = 0;
-constexpr uintptr_t kGone = 1;  // a removed entry: look-ups probe past it
 
 // The current table (null before the first handle). Constant-initialised
 // and trivially destroyed, so it is valid at any time of the process;
 // written only under the registry's lock, read here without it.
 extern std::atomic<Table *> g_current;
+
+// Odd while a remove moves entries back, bumped again when it is done. A
+// look-up that met no match reads it before and after its probe; a move
+// in between may have carried the address past it, so it looks again. A
+// match needs no such check: only live addresses are ever written.
+extern std::atomic<uint32_t> g_moves;
 
 inline uint32_t Home(const Table *t, uintptr_t key) {
     // Fibonacci hashing of the address without its always-zero low bits.
@@ -40,14 +49,14 @@ inline uint32_t Home(const Table *t, uintptr_t key) {
                                  t->uiShift);
 }
 
-// The slot holding the key in the table, or null.
-inline std::atomic<uintptr_t> *Find(Table *t, uintptr_t key) {
-    std::atomic<uintptr_t> *slots = t->pSlots;
+// Whether the key's probe meets the key before an empty slot.
+inline bool Holds(const Table *t, uintptr_t key) {
+    const std::atomic<uintptr_t> *slots = t->pSlots;
     const uint32_t mask = t->uiMask;
     for (uint32_t i = Home(t, key);; i = (i + 1) & mask) {
-        const uintptr_t v = slots[i].load(std::memory_order_acquire);
-        if (v == key) return &slots[i];
-        if (v == kEmpty) return nullptr;
+        const uintptr_t v = slots[i].load(std::memory_order_relaxed);
+        if (v == key) return true;
+        if (v == kEmpty) return false;
     }
 }
 
@@ -58,13 +67,18 @@ inline std::atomic<uintptr_t> *Find(Table *t, uintptr_t key) {
 bool LiveAdd(const void *handle);
 // Forgets a handle; an address that is not registered is ignored.
 void LiveRemove(const void *handle);
+// The answer to a look-up that met no match while g_moves read `moves`
+// before it: false if no move ran meanwhile, else the look-up again.
+bool LiveMissed(uintptr_t key, uint32_t moves);
 // True while the handle is registered. Lock-free; safe beside adds and
 // removes on other threads. Inline: every call on a handle asks it.
 inline bool LiveHas(const void *handle) {
     const auto key = reinterpret_cast<uintptr_t>(handle);
-    if (key <= live::kGone) return false;
-    live::Table *cur = live::g_current.load(std::memory_order_acquire);
-    return cur != nullptr && live::Find(cur, key) != nullptr;
+    if (key == live::kEmpty) return false;
+    const uint32_t moves = live::g_moves.load(std::memory_order_acquire);
+    const live::Table *cur = live::g_current.load(std::memory_order_acquire);
+    if (cur == nullptr) return false;
+    return live::Holds(cur, key) || LiveMissed(key, moves);
 }
 // Number of registered handles (tests and diagnostics).
 uint32_t LiveCount();
