@@ -85,11 +85,18 @@ ZosDbuf *Quiet(ZDBUF zDbuf) {
     return b != nullptr && b->ucRefs != 0 ? b : nullptr;
 }
 
-// The validity test with its lines; null when the buffer is refused.
-ZosDbuf *Check(ZDBUF zDbuf, uint32_t refusedType, bool refuseShared, bool needData) {
-    return Zos_DbufChkValid(zDbuf, refusedType, refuseShared ? 1 : 0, needData ? 1 : 0) == ZOK
-               ? static_cast<ZosDbuf *>(zDbuf)
-               : nullptr;
+// The validity test with its lines; null when the buffer is refused. The
+// tests run here, in the caller; a refused buffer is tested again by
+// Zos_DbufChkValid, which logs the reason.
+__attribute__((always_inline)) inline ZosDbuf *Check(ZDBUF zDbuf, uint32_t refusedType,
+                                                     bool refuseShared, bool needData) {
+    ZosDbuf *b = zos::LiveRecord<ZosDbuf>(zDbuf, kDbufMagic);
+    if (b != nullptr && b->ucRefs != 0 && b->ucType != refusedType &&
+        !(refuseShared && b->ucRefs >= 2) && !(needData && b->uiLen == 0)) {
+        return b;
+    }
+    (void)Zos_DbufChkValid(zDbuf, refusedType, refuseShared ? 1 : 0, needData ? 1 : 0);
+    return nullptr;
 }
 
 constexpr uint32_t kAnyType = 255;
@@ -349,8 +356,9 @@ void TraceDrop(ZosDbuf *b) {
 // The Mult forms: the room left in the end block takes what fits (at the
 // back the first bytes, at the front the last ones), new blocks the rest.
 // A zero length or no data fails, with `lenFail` when it is given.
-uint32_t AddMult(ZosDbuf *b, const uint8_t *data, uint32_t n, bool prepend, const char *lenFail,
-                 const char *addFail) {
+__attribute__((always_inline)) inline uint32_t AddMult(ZosDbuf *b, const uint8_t *data, uint32_t n,
+                                                       bool prepend, const char *lenFail,
+                                                       const char *addFail) {
     if (n == 0 || data == nullptr) {
         if (lenFail != nullptr) ZOS_LOG_ERR("%s", lenFail);
         return ZFAILED;
