@@ -2,6 +2,7 @@
 // boundary, frees, clones, children that outlive their parent, attach and
 // detach, sizes and the recursive hold test.
 #include <cstring>
+#include <set>
 #include <vector>
 
 #include "zos_test.h"
@@ -44,6 +45,37 @@ TEST_F(ZosTest, BrickPoolPagesBricksAndReuse) {
     EXPECT_NE(Zos_BpoolAlloc(pool, 4096), nullptr);
     Zos_BpoolDelete(pool);
     EXPECT_EQ(Zos_BpoolAlloc(nullptr, 8), nullptr);
+}
+
+// A long-lived arena that keeps freeing and allocating records: bricks of
+// the sizes it frees come back, whatever the size, so the arena stops
+// taking pages. Sizes of one power-of-two class, mixed, too.
+TEST_F(ZosTest, ArenaReusesFreedBricksOfTheSameSizes) {
+    ZCBUF arena = Zos_CbufCreate(64);
+    ASSERT_NE(arena, nullptr);
+    for (uint32_t size : {24u, 40u, 100u, 1000u, 3000u, 4096u}) {
+        void *first = Zos_CbufAlloc(arena, size);
+        ASSERT_NE(first, nullptr);
+        ASSERT_EQ(Zos_CbufFree(arena, first), ZOK);
+        for (int i = 0; i < 200; ++i) {
+            void *again = Zos_CbufAlloc(arena, size);
+            ASSERT_EQ(again, first) << size << " bytes, round " << i;
+            ASSERT_EQ(Zos_CbufFree(arena, again), ZOK);
+        }
+    }
+    std::set<void *> seen;
+    for (int i = 0; i < 500; ++i) {
+        void *small = Zos_CbufAlloc(arena, 40);
+        void *large = Zos_CbufAlloc(arena, 56);
+        ASSERT_TRUE(small != nullptr && large != nullptr);
+        seen.insert(small);
+        seen.insert(large);
+        ASSERT_EQ(Zos_CbufFree(arena, small), ZOK);
+        ASSERT_EQ(Zos_CbufFree(arena, large), ZOK);
+    }
+    EXPECT_LE(seen.size(), 4u);
+    EXPECT_EQ(Zos_CbufSize(arena), 0u);
+    Zos_CbufDelete(arena);
 }
 
 TEST_F(ZosTest, ArenaBrickAndLargeBoundary) {

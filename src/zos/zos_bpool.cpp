@@ -5,8 +5,11 @@
 // Brick: [header word, padded to the alignment][data ...]
 //        header = tag << 16 | rounded size; the tag tells in use from free.
 // A free brick's data holds the link of its class's free list. A brick of
-// size s sits on list floor(log2 s); a request of r looks from list
-// ceil(log2 r) up, so any brick found there is large enough.
+// size s sits on list floor(log2 s). A request of r first looks at the
+// head of its own list floor(log2 r) for a brick of at least r bytes (so
+// an arena that frees and allocates records of one size keeps reusing the
+// same bricks), then takes the first brick of the lists from ceil(log2 r)
+// up, where any brick is large enough.
 #include <bit>
 #include <cstring>
 
@@ -24,6 +27,7 @@ constexpr uint32_t kMinPage = 32;
 constexpr uint32_t kMaxPage = 4096;
 constexpr uint32_t kClasses = 13;  // floor(log2 s) for s in 1..4096
 constexpr uint32_t kPtr = static_cast<uint32_t>(sizeof(void *));
+constexpr uint32_t kFitTries = 4;  // bricks of its own list a request looks at
 
 struct Page {
     Page *pstNext;
@@ -76,11 +80,40 @@ void StoreWord(uint8_t *p, uint32_t v) {
     std::memcpy(p, &v, 4);
 }
 
+uint8_t *LoadPtr(const uint8_t *p) {
+    uint8_t *v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+}
+
+void StorePtr(uint8_t *p, const void *v) {
+    std::memcpy(p, &v, sizeof(v));
+}
+
 bool Holds(const ZosBpool *pool, const uint8_t *p) {
     for (Page *page = pool->pstPages; page != nullptr; page = page->pstNext) {
         if (p >= PageData(page) && p < page->pucEnd) return true;
     }
     return false;
+}
+
+// Unlinks and returns the first of the first kFitTries bricks of free list
+// c that holds at least `size` bytes; null when none does.
+uint8_t *TakeFitting(ZosBpool *pool, uint32_t c, uint32_t size) {
+    // `link` holds the pointer to the brick looked at: the list head, then
+    // the data of the brick before.
+    auto *link = reinterpret_cast<uint8_t *>(&pool->apFree[c]);
+    for (uint32_t n = 0; n < kFitTries; ++n) {
+        uint8_t *data = LoadPtr(link);
+        if (data == nullptr) break;
+        if ((LoadWord(data - pool->ucAlign) & 0xFFFFu) >= size) {
+            StorePtr(link, LoadPtr(data));
+            if (pool->apFree[c] == nullptr) pool->uiFreeMask &= ~(1u << c);
+            return data;
+        }
+        link = data;
+    }
+    return nullptr;
 }
 
 // Takes a new page able to hold `need` bytes and makes it the bump page.
@@ -198,16 +231,15 @@ KESTRO_API void *Zos_BpoolAlloc(ZBPOOL zPool, uint32_t uiSize) {
     if (uiSize == 0 || uiSize > ZOS_BPOOL_BRICK_MAX) return nullptr;
     const uint32_t align = pool->ucAlign;
     const uint32_t size = RoundUp(uiSize, align);
-    // A freed brick of a class that surely fits.
-    const uint32_t cls = static_cast<uint32_t>(std::bit_width(size - 1));
+    const uint32_t own = static_cast<uint32_t>(std::bit_width(size)) - 1;
+    const uint32_t cls = static_cast<uint32_t>(std::bit_width(size - 1));  // surely fits
+    uint8_t *data = nullptr;
+    if ((pool->uiFreeMask >> own & 1u) != 0) data = TakeFitting(pool, own, size);
     const uint32_t mask = pool->uiFreeMask >> cls << cls;
-    if (mask != 0) {
-        const uint32_t c = static_cast<uint32_t>(std::countr_zero(mask));
-        auto *data = static_cast<uint8_t *>(pool->apFree[c]);
-        void *next;
-        std::memcpy(&next, data, sizeof(next));
-        pool->apFree[c] = next;
-        if (next == nullptr) pool->uiFreeMask &= ~(1u << c);
+    if (data == nullptr && mask != 0) {
+        data = TakeFitting(pool, static_cast<uint32_t>(std::countr_zero(mask)), size);
+    }
+    if (data != nullptr) {
         uint8_t *head = data - align;
         const uint32_t brick = LoadWord(head) & 0xFFFFu;
         StoreWord(head, kUsedTag << 16 | brick);
@@ -249,8 +281,7 @@ KESTRO_API uint32_t Zos_BpoolFree(ZBPOOL zPool, void *pMem) {
     }
     StoreWord(head, kFreeTag << 16 | size);
     const uint32_t c = static_cast<uint32_t>(std::bit_width(size)) - 1;
-    void *next = pool->apFree[c];
-    std::memcpy(data, &next, sizeof(next));
+    StorePtr(data, pool->apFree[c]);
     pool->apFree[c] = data;
     pool->uiFreeMask |= 1u << c;
     pool->uiUsed -= size;
