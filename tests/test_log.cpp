@@ -255,6 +255,20 @@ TEST_F(ZosTest, CacheSizeRedirectionAndDisplayHook) {
     EXPECT_EQ(ktest::Printed(), "");
     Zos_LogDelete(source);
     Zos_LogDelete(target);
+
+    // A redirect to a log deleted since: lines go out through the source's
+    // own echo, and the deleted target's record (taken from the heap for
+    // its large cache, so its memory is really gone) is never read.
+    target = Zos_LogCreateX("GONE", nullptr, ZOS_LOG_FLAG_PRINT, ZOS_LOG_LEVEL_ALL, 200000);
+    source = Zos_LogCreateX("SRC2", nullptr, ZOS_LOG_FLAG_PRINT, ZOS_LOG_LEVEL_ALL, 0);
+    ASSERT_TRUE(target != nullptr && source != nullptr);
+    ASSERT_EQ(Zos_LogRedirect(source, target), ZOK);
+    ASSERT_EQ(Zos_LogDelete(target), ZOK);
+    EXPECT_EQ(Zos_LogInfo(target, "x"), ZFAILED);
+    ktest::ClearPrinted();
+    EXPECT_EQ(Zos_LogInfo(source, "after the target went"), ZOK);
+    EXPECT_NE(ktest::Printed().find("SRC2: INFO: after the target went\n"), std::string::npos);
+    Zos_LogDelete(source);
 }
 
 TEST_F(ZosTest, HexDumpLines) {

@@ -10,6 +10,7 @@
 #include "zos_env.h"
 #include "zos_fmt.h"
 #include "zos_log.h"
+#include "zos_live.h"
 #include "zos_log_int.h"
 #include "zos_print.h"
 #include "zos_print_int.h"
@@ -88,10 +89,13 @@ bool Marked(const LogRec *r) {
     return std::memcmp(r->acMark, kMark, sizeof(kMark)) == 0;
 }
 
-// The record of a handle that may be written to, else null. The mark is
-// read through bytes first: a foreign pointer is never taken for a record.
+// The record of a handle that may be written to, else null. Only the
+// memory of a registered handle is read: a deleted log's record went back
+// to the print pool, which may have given its block back to the heap (a
+// redirect may still name it). The mark is read through bytes first: a
+// foreign pointer is never taken for a record.
 LogRec *Usable(ZLOGID h) {
-    if (Mgr() == nullptr || h == nullptr) return nullptr;
+    if (Mgr() == nullptr || h == nullptr || !zos::LiveHas(h)) return nullptr;
     const auto at = reinterpret_cast<uintptr_t>(h) - offsetof(LogRec, uiLevel);
     if (at % alignof(LogRec) != 0) return nullptr;
     if (std::memcmp(static_cast<const char *>(h) - sizeof(kMark), kMark, sizeof(kMark)) != 0) {
@@ -752,7 +756,9 @@ KESTRO_API ZLOGID Zos_LogCreateX(const char *pcName, const char *pcFile, uint32_
     r->ucOpen = 1;
     {
         zos::MutexGuard lock(&mgr->zMutex);
-        if (Zos_DlistInsert(&mgr->stLogList, mgr->stLogList.pstTail, &r->stLink) != ZOK) {
+        const bool added = zos::LiveAdd(HandleOf(r));
+        if (!added || Zos_DlistInsert(&mgr->stLogList, mgr->stLogList.pstTail, &r->stLink) != ZOK) {
+            if (added) zos::LiveRemove(HandleOf(r));
             std::memset(r->acMark, 0, sizeof(r->acMark));
             if (r->zFile != 0) Zfile_Close(r->zFile);
             if (r->ucLocked != 0) Zos_MutexDelete(&r->zMutex);
@@ -781,6 +787,7 @@ KESTRO_API uint32_t Zos_LogDelete(ZLOGID zLogId) {
         zos::MutexGuard lock(&r->zMutex, r->ucLocked != 0);
         r->ucBusy = 1;  // nothing reaches the log from here on
         DrainRing(r);
+        zos::LiveRemove(zLogId);
         std::memset(r->acMark, 0, sizeof(r->acMark));
         r->ucOpen = 0;
         if (r->zFile != 0) Zfile_Close(r->zFile);
