@@ -9,6 +9,7 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "mod_test.h"
@@ -232,6 +233,37 @@ TEST_F(ModHost, HostTasksStopAndStatistics) {
     EXPECT_TRUE(ktest::LoggedContains("Please set ModPostDrv when no thread supporting."));
     ktest::Slot(94) = drive;
     Zos_CfgSetOsThreadSupt(1);
+}
+
+// A synchronous perform still queued when its task stops is not run, and
+// its poster is let go instead of waiting for ever.
+void MarkRan(uint32_t v) {
+    g_call = "ran " + std::to_string(v);
+}
+
+TEST_F(ModHost, SynchronousPerformQueuedAtStopLetsItsPosterGo) {
+    Zpand_ModSetPostDrv(CountDrive);
+    g_call.clear();
+    const uint32_t task = Start("PERF_STOP", 3, true);
+    const uint32_t posts = g_driveRequests.load();
+    std::atomic<bool> returned{false};
+    std::thread poster([&] {
+        Zos_ModPerformX(task, reinterpret_cast<PFN_ZOS_MOD_FUNC>(MarkRan), "%u", 7u);
+        returned = true;
+    });
+    // Queued: the post asked the host for a drive.
+    ASSERT_TRUE(WaitFor([&] { return g_driveRequests.load() != posts; }));
+    EXPECT_FALSE(returned.load());
+    EXPECT_EQ(Zos_ModTaskStop(task), ZOK);
+    Zos_ModDriveMsg();  // drops the perform of the stopped task
+    const bool letGo = WaitFor([&] { return returned.load(); }, 3000);
+    EXPECT_TRUE(letGo);
+    if (letGo) {
+        poster.join();
+    } else {
+        poster.detach();  // still waiting: keep the test run going
+    }
+    EXPECT_EQ(g_call, "");
 }
 
 // ---- the host loop: the pipe and the looper --------------------------------

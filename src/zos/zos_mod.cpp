@@ -56,6 +56,24 @@ ModDeferList *MgrDefer(ZosModMgr *mgr) {
     return reinterpret_cast<ModDeferList *>(&mgr->pDeferHead);
 }
 
+// A message that will not be handled: a synchronous perform's poster
+// waits on the semaphore its event carries, and is let go here instead of
+// waiting for a run that will not come (it returns as for a perform that
+// was posted).
+void ReleasePoster(ZMSG msg) {
+    if (Zos_MsgGetType(msg) != ZOS_MSG_TYPE_PERFORMX) return;
+    ZSEM sem = Zos_ModEvntGetSem(Zos_MsgGetEvntId(msg));
+    if (sem != 0) (void)Zos_SemPost(&sem);
+}
+
+// Deletes a queued message left unhandled (a control block is not owned
+// by the queue and is left alone).
+void DropQueued(uintptr_t item) {
+    if (zos::CtrlOf(item) != nullptr) return;
+    ReleasePoster(reinterpret_cast<ZMSG>(item));
+    Zos_MsgDelete(reinterpret_cast<ZMSG>(item));
+}
+
 // Releases a record found under the lock (the caller holds it); the exit
 // callback is called with the lock released, once the record can no
 // longer be found.
@@ -77,9 +95,7 @@ void Release(ZosModMgr *mgr, ModTask *t) {
     if (t->zQueue != nullptr) {
         // Control blocks are not owned by the queue; messages left in it are.
         uintptr_t item = 0;
-        while (Zos_PQueuePoll(t->zQueue, 0, nullptr, &item) == ZOK) {
-            if (zos::CtrlOf(item) == nullptr) Zos_MsgDelete(reinterpret_cast<ZMSG>(item));
-        }
+        while (Zos_PQueuePoll(t->zQueue, 0, nullptr, &item) == ZOK) DropQueued(item);
         Zos_PQueueDelete(t->zQueue);
     }
     Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> free ok.", name, id);
@@ -150,7 +166,10 @@ void CountQueued(ModTask *t, bool up) {
 // Runs the handler of one message: the entry, or the carried event's
 // perform under the task lock. A task asked to stop handles nothing more.
 int32_t Handle(ModTask *t, ZMSG msg, uint32_t state, PFN_ZOS_MOD_ENTRY entry, uint32_t recv) {
-    if (state <= ZOS_TASK_WAIT_DELETE) return 0;
+    if (state <= ZOS_TASK_WAIT_DELETE) {
+        ReleasePoster(msg);
+        return 0;
+    }
     const uint32_t type = Zos_MsgGetType(msg);
     if (type == ZOS_MSG_TYPE_PERFORM || type == ZOS_MSG_TYPE_PERFORMX) {
         if (t != nullptr && t->ucTaskLock != 0) {
@@ -517,9 +536,7 @@ KESTRO_API void Zos_ModMgrStop(void) {
     }
     if (mgr->zQueue != nullptr) {
         uintptr_t item = 0;
-        while (Zos_PQueuePoll(mgr->zQueue, 0, nullptr, &item) == ZOK) {
-            if (zos::CtrlOf(item) == nullptr) Zos_MsgDelete(reinterpret_cast<ZMSG>(item));
-        }
+        while (Zos_PQueuePoll(mgr->zQueue, 0, nullptr, &item) == ZOK) DropQueued(item);
         Zos_PQueueDelete(mgr->zQueue);
         mgr->zQueue = nullptr;
     }
