@@ -98,6 +98,41 @@ TEST_F(ZosTest, MsgInsideEventSharesItsArena) {
     EXPECT_TRUE(ktest::LoggedContains("MsgCreateED alloc mem."));
 }
 
+// An arena that outlives the events and messages made in it gets their
+// records back when they go: a kept event that carries message after
+// message, or an arena that events are made in one after another, does
+// not grow.
+TEST_F(ZosTest, ArenaGetsRecordsBackFromEventsAndMessagesThatGo) {
+    ZEVNT kept = Zos_EvntCreate();
+    ASSERT_EQ(Zos_EParmSetStr(kept, 1, "kept"), ZOK);
+    ZCBUF buf = Zos_EvntGetMemBuf(kept);
+    auto carry = [&] {
+        ASSERT_EQ(Zos_EvntClone(kept), kept);  // the message takes this one
+        ZMSG m = Zos_MsgCreateE(kept, 8, 9, 10);
+        ASSERT_NE(m, nullptr);
+        Zos_MsgDelete(m);
+    };
+    carry();
+    const uint32_t size = Zos_CbufSize(buf);
+    for (int i = 0; i < 100; ++i) carry();
+    EXPECT_EQ(Zos_CbufSize(buf), size);
+    EXPECT_STREQ(Zos_EParmGetStr(kept, 1), "kept");
+    EXPECT_EQ(Zos_CbufRefCnt(buf), 1u);
+    Zos_EvntDelete(kept);
+
+    ZCBUF arena = Zos_CbufCreate(0);
+    ASSERT_NE(arena, nullptr);
+    const uint32_t empty = Zos_CbufSize(arena);
+    for (int i = 0; i < 100; ++i) {
+        ZEVNT e = Zos_EvntCreateX(arena);
+        ASSERT_NE(e, nullptr);
+        ASSERT_EQ(Zos_EParmSetUint(e, 3, 7), ZOK);
+        Zos_EvntDelete(e);
+    }
+    EXPECT_EQ(Zos_CbufSize(arena), empty);
+    EXPECT_EQ(Zos_CbufRefCnt(arena), 1u);
+    Zos_CbufDelete(arena);
+}
 TEST_F(ZosTest, MsgDeletedIsRefused) {
     ZMSG m = Zos_MsgCreateX(1, 2, 3, 4, nullptr, 0);
     Zos_MsgDelete(m);

@@ -15,6 +15,7 @@
 
 #include "zos_bpool_int.h"
 #include "zos_cbuf.h"
+#include "zos_cbuf_int.h"
 #include "zos_dlist.h"
 #include "zos_dlist_link.h"
 #include "zos_mem.h"
@@ -379,6 +380,14 @@ KESTRO_API uint32_t Zos_CbufHoldD(ZCBUF zCbuf, const void *pMem) {
     }
     return HoldIn(c, static_cast<const uint8_t *>(pMem)) ? 1 : 0;
 }
+
+}  // extern "C"
+
+uint32_t zos::CbufRefsHeld(ZCBUF zCbuf) {
+    return static_cast<const ZosCbuf *>(zCbuf)->uiRefs;
+}
+
+extern "C" {
 
 KESTRO_API uint32_t Zos_CbufRefCnt(ZCBUF zCbuf) {
     const ZosCbuf *c = Valid(zCbuf);

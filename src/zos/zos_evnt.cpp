@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "zos_cbuf.h"
+#include "zos_cbuf_int.h"
 #include "zos_dbuf.h"
 #include "zos_evnt.h"
 #include "zos_evnt_int.h"
@@ -577,9 +578,47 @@ int zos::EvntNextConv(const char **ppc, EvntConv *pstConv) {
     }
 }
 
+namespace {
+
+// An event whose arena others still hold (one given to Zos_EvntCreateX, or
+// shared with a message or a caller) gives its parameter nodes and its
+// record back to the arena, which would otherwise keep them until it goes:
+// an arena that outlives many events would grow with each. Values copied
+// into parameters stay: a node filled through Zos_EParmAdd may point at
+// memory the event does not own.
+void GiveBack(ZosEvnt *e, ZCBUF buf) {
+    for (uint32_t b = 0; b < ZOS_EVNT_BUCKETS; ++b) {
+        for (ST_ZOS_EPARM *node = e->ppstBuckets[b]; node != nullptr;) {
+            ST_ZOS_EPARM *next = node->pstNext;
+            (void)Zos_CbufFree(buf, node);
+            node = next;
+        }
+    }
+    (void)Zos_CbufFree(buf, e);
+}
+
+}  // namespace
+
 ZCBUF zos::EvntBuf(ZEVNT zEvnt) {
     const ZosEvnt *e = Live(zEvnt);
     return e != nullptr ? e->zBuf : nullptr;
+}
+
+void zos::EvntDeleteBefore(ZEVNT zEvnt, ZCBUF zNext) {
+    if (zEvnt == nullptr) return;
+    ZosEvnt *e = Checked(zEvnt, "EvntDelete", ".");
+    if (e == nullptr) return;
+    if (--e->usRefs != 0) return;
+    ST_ZOS_EVNT_ELEM &dbuf = e->astElem[ZOS_EVNT_ELEM_DBUF];
+    if (dbuf.uiFlag != 0 && dbuf.zValue != 0) {
+        (void)Zos_DbufDelete(reinterpret_cast<ZDBUF>(dbuf.zValue));
+    }
+    ZCBUF buf = e->zBuf;
+    e->uiMagic = 0;
+    zos::LiveRemove(e);
+    // The arena outlives this event (and the reference that goes next)?
+    if (zos::CbufRefsHeld(buf) > (buf == zNext ? 2u : 1u)) GiveBack(e, buf);
+    Zos_CbufDelete(buf);
 }
 
 extern "C" {
@@ -768,18 +807,7 @@ KESTRO_API ZEVNT Zos_EvntClone(ZEVNT zEvnt) {
 }
 
 KESTRO_API void Zos_EvntDelete(ZEVNT zEvnt) {
-    if (zEvnt == nullptr) return;
-    ZosEvnt *e = Checked(zEvnt, "EvntDelete", ".");
-    if (e == nullptr) return;
-    if (--e->usRefs != 0) return;
-    ST_ZOS_EVNT_ELEM &dbuf = e->astElem[ZOS_EVNT_ELEM_DBUF];
-    if (dbuf.uiFlag != 0 && dbuf.zValue != 0) {
-        (void)Zos_DbufDelete(reinterpret_cast<ZDBUF>(dbuf.zValue));
-    }
-    ZCBUF buf = e->zBuf;
-    e->uiMagic = 0;
-    zos::LiveRemove(e);
-    Zos_CbufDelete(buf);
+    zos::EvntDeleteBefore(zEvnt, nullptr);
 }
 
 KESTRO_API void *Zos_EvntAlloc(ZEVNT zEvnt, uint32_t uiSize) {

@@ -24,4 +24,9 @@ int EvntNextConv(const char **ppc, EvntConv *pstConv);
 // The arena of a live event, null (without logging) for anything else.
 ZCBUF EvntBuf(ZEVNT zEvnt);
 
+// Zos_EvntDelete for a holder that drops its own reference of arena zNext
+// right after: a last delete gives the event's record back to its arena
+// only when the arena outlives that reference too.
+void EvntDeleteBefore(ZEVNT zEvnt, ZCBUF zNext);
+
 }  // namespace zos

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "zos_cbuf.h"
+#include "zos_cbuf_int.h"
 #include "zos_evnt_int.h"
 #include "zos_live.h"
 #include "zos_msg.h"
@@ -70,13 +71,17 @@ ZosMsg *Make(uint32_t block, uint32_t send, uint32_t recv, uint32_t type) {
 }
 
 // Frees everything the message holds: its event reference and its arena
-// reference. The record itself lives in the arena.
+// reference. The record itself lives in the arena; when others still hold
+// the arena after the message and its event (a message made on an event
+// that its creator keeps), the record is given back to the arena, or an
+// arena that carries many messages would keep every record until it goes.
 void Destroy(ZosMsg *m) {
     ZEVNT evt = m->zEvnt;
     ZCBUF buf = m->zBuf;
     m->uiMagic = 0;
     zos::LiveRemove(m);
-    if (evt != nullptr) Zos_EvntDelete(evt);
+    if (evt != nullptr) zos::EvntDeleteBefore(evt, buf);
+    if (zos::CbufRefsHeld(buf) > 1) (void)Zos_CbufFree(buf, m);
     Zos_CbufDelete(buf);
 }
 
