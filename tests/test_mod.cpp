@@ -295,6 +295,24 @@ TEST_F(ModHost, RoadOfAMessageThroughTheLooper) {
     loop.Stop();
 }
 
+// A perform for the UI task that the platform refuses to post fails and
+// takes its event with it: nothing else would ever delete it.
+uint32_t RefusePost(uintptr_t, PFN_ZPAND_UI_FUNC) {
+    return ZFAILED;
+}
+
+TEST_F(ModHost, RefusedUiPerformDeletesItsEvent) {
+    ZOS_OSDEP_FUNC post = ktest::Slot(102);
+    ktest::Slot(102) = reinterpret_cast<ZOS_OSDEP_FUNC>(RefusePost);
+    ZEVNT evt = Zos_EvntCreate();
+    ASSERT_NE(evt, nullptr);
+    EXPECT_EQ(Zos_ModTaskPerform(ZOS_MOD_UI_TASK, evt, ZOS_MSG_TYPE_PERFORM), ZFAILED);
+    ktest::Slot(102) = post;
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_EvntGetMemBuf(evt), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("EvntGetMemBuf invalid id"));
+}
+
 TEST_F(ModHost, PipeRecordsRunInWriteOrderAndEmptyPipeReturns) {
     ktest::HostLoop loop;
     ASSERT_TRUE(loop.SetUp());

@@ -393,6 +393,8 @@ KESTRO_API uint32_t Zos_ModTaskPerform(uint32_t uiTaskId, void *zEvnt, uint32_t 
         auto ui = zos::Osdep<zos::kSlotUiProcEvnt>();
         if (ui != nullptr) {
             rc = ui(reinterpret_cast<uintptr_t>(zEvnt), UiPerform);
+            // A post the slot refused leaves the event with no receiver.
+            if (rc != ZOK) Zos_EvntDelete(zEvnt);
         } else {
             Zos_EvntDelete(zEvnt);
         }
