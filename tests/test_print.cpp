@@ -171,6 +171,39 @@ TEST_F(ZosTest, AccumulatorFlushesBeforeItOverflows) {
     EXPECT_STREQ(text, "keptmore0");
     EXPECT_EQ(ktest::Printed(), "");
     EXPECT_EQ(Zos_DbufDelete(dbuf), ZOK);
+
+    // A length of -1 (a failed end - start) is a huge piece too: what is
+    // held goes out first, then 511 characters are stored.
+    ASSERT_EQ(Zos_PrintOutStart(buf, &out, &len), ZOK);
+    EXPECT_EQ(Zos_PrintOutPutStr(nullptr, buf, &len, "held"), ZOK);
+    ktest::ClearPrinted();
+    const std::string big(600, 'q');
+    EXPECT_EQ(Zos_PrintOutPutNStr(nullptr, buf, &len, big.c_str(), 0xFFFFFFFFu), ZOK);
+    EXPECT_EQ(ktest::Printed(), "held");
+    EXPECT_EQ(len, 511u);
+    EXPECT_EQ(std::string(buf), std::string(511, 'q'));
+}
+
+// A width near 2^32 wraps the 32-bit measure of a formatted text; the
+// allocating writers then cut the text to what they measured instead of
+// writing gigabytes past it.
+TEST_F(ZosTest, FormattedAllocationsStayInsideWhatTheyMeasured) {
+    const char *wraps = "%4294967290d0123456789";  // 2^32 + 4 characters
+    char *s = Zos_SysStrFAlloc(wraps, 7);
+    ASSERT_NE(s, nullptr);
+    EXPECT_LE(std::strlen(s), 4u);
+    Zos_SysStrFree(s);
+    ZDBUF dbuf = Zos_DbufCreate(nullptr, 1, 128);
+    ASSERT_NE(dbuf, nullptr);
+    EXPECT_EQ(Zos_DbufPstAddFmtD(dbuf, wraps, 7), ZOK);
+    EXPECT_LE(Zos_DbufLen(dbuf), 4u);
+    EXPECT_EQ(Zos_DbufDelete(dbuf), ZOK);
+    ZCBUF arena = Zos_CbufCreate(0);
+    char *out = nullptr;
+    EXPECT_EQ(Zos_UbufCpyFStr(arena, &out, wraps, 7), ZOK);
+    ASSERT_NE(out, nullptr);
+    EXPECT_LE(std::strlen(out), 4u);
+    Zos_CbufDelete(arena);
 }
 
 TEST_F(ZosTest, LongTextsGoOutIn511CharacterPieces) {

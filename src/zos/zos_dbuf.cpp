@@ -528,13 +528,14 @@ uint32_t AddFmt(ZDBUF zDbuf, bool prepend, const char *idFail, const char *memFa
     va_end(measure);
     char *text = local;
     if (len >= kFmtLocal) {
-        text = static_cast<char *>(Zos_Malloc(len + 1));
+        text = len < 0x7FFFFFFFu ? static_cast<char *>(Zos_Malloc(len + 1)) : nullptr;
         if (text == nullptr) {
             ZOS_LOG_ERR("%s", memFail);
             return ZFAILED;
         }
     }
-    Zos_VSPrintf(text, pcFormat, ap);
+    // Bounded by what was measured (a wrapped count cuts, never overruns).
+    Zos_VSNPrintf(text, static_cast<int32_t>(len + 1), pcFormat, ap);
     const uint32_t rc =
         prepend ? Zos_DbufPreAddMultD(b, text, len) : Zos_DbufPstAddMultD(b, text, len);
     if (text != local) Zos_Free(text);

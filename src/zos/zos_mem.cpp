@@ -231,8 +231,10 @@ KESTRO_API char *Zos_SysStrFAlloc(const char *pcFormat, ...) {
         ZOS_LOG_ERR("SysStrFAlloc alloc mem.");
         return nullptr;
     }
+    // Written bounded by what was measured: the measuring count is 32-bit
+    // and a width near 2^32 wraps it; the text is then cut, never overrun.
     va_start(ap, pcFormat);
-    Zos_VSPrintf(text, pcFormat, ap);
+    Zos_VSNPrintf(text, static_cast<int32_t>(len + 1), pcFormat, ap);
     va_end(ap);
     return text;
 }

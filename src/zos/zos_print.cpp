@@ -66,7 +66,9 @@ uint32_t OutFlush(ZDBUF dbuf, char *buf, uint32_t *len) {
 uint32_t OutAppend(ZDBUF dbuf, char *buf, uint32_t *len, const char *piece, uint32_t n) {
     if (buf == nullptr || len == nullptr || piece == nullptr || n == 0) return ZFAILED;
     if (*len > kOutMax) *len = kOutMax;  // a corrupted length never writes past the buffer
-    if (*len + n >= ZOS_PRINT_OUT_SIZE) OutFlush(dbuf, buf, len);
+    // Compared without adding: a length near 2^32 (a failed end - start)
+    // must flush too, not wrap to a small sum.
+    if (n >= ZOS_PRINT_OUT_SIZE - *len) OutFlush(dbuf, buf, len);
     const uint32_t take = n < kOutMax ? n : kOutMax;
     std::memcpy(buf + *len, piece, take);
     *len += take;

@@ -380,13 +380,14 @@ KESTRO_API uint32_t Zos_UbufCpyFStr(ZUBUF zBuf, char **ppcOut, const char *pcFor
     const uint32_t len = Zos_PrintVSize(pcFormat, ap);
     va_end(ap);
     if (len == 0) return ZOK;
-    auto *p = len < 0xFFFFFFFFu ? static_cast<char *>(Zos_UbufAlloc(zBuf, len + 1)) : nullptr;
+    auto *p = len < 0x7FFFFFFFu ? static_cast<char *>(Zos_UbufAlloc(zBuf, len + 1)) : nullptr;
     if (p == nullptr) {
         ZOS_LOG_ERR("UbufCpyFStr alloc memory.");
         return ZFAILED;
     }
+    // Bounded by what was measured (a wrapped count cuts, never overruns).
     va_start(ap, pcFormat);
-    Zos_VSPrintf(p, pcFormat, ap);
+    Zos_VSNPrintf(p, static_cast<int32_t>(len + 1), pcFormat, ap);
     va_end(ap);
     *ppcOut = p;
     return ZOK;
