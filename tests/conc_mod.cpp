@@ -161,3 +161,46 @@ TEST_F(ConcHost, ConcPostersToHostDrivenTasksThroughTheLooper) {
     CheckOrder();
     loop.Stop();
 }
+
+// Posters on several threads while the UI thread stalls: the pipe fills,
+// later posts wait beside it, and every post runs once the thread goes on,
+// each poster's in its order.
+TEST_F(ConcHost, ConcPostsWhileTheUiThreadStalls) {
+    Reset();
+    ktest::HostLoop loop;
+    ASSERT_TRUE(loop.SetUp());
+    static std::atomic<bool> stalled;
+    stalled = true;
+    Zpand_UiProcEvnt(0, [](uintptr_t) {
+        while (stalled) std::this_thread::yield();
+    });
+    auto note = [](uintptr_t v) {
+        {
+            std::lock_guard<std::mutex> lock(g_lock);
+            g_got.push_back(static_cast<uint32_t>(v));
+        }
+        g_count++;
+    };
+    std::vector<std::thread> posters;
+    for (uint32_t p = 0; p < kProducers; ++p) {
+        posters.emplace_back([p, note] {
+            for (uint32_t i = 1; i <= kPerProducer * 2; ++i) {
+                Zpand_UiProcEvnt(p << 16 | i, note);
+                // Half way, the UI thread goes on while the others post.
+                if (p == 0 && i == kPerProducer) stalled = false;
+            }
+        });
+    }
+    for (auto &t : posters) t.join();
+    ASSERT_TRUE(WaitFor([] { return g_count == kProducers * kPerProducer * 2; }, 30000))
+        << g_count.load();
+    std::lock_guard<std::mutex> lock(g_lock);
+    uint32_t last[kProducers] = {};
+    for (uint32_t v : g_got) {
+        const uint32_t p = v >> 16, seq = v & 0xFFFF;
+        ASSERT_LT(p, kProducers);
+        ASSERT_EQ(seq, last[p] + 1);
+        last[p] = seq;
+    }
+    loop.Stop();
+}

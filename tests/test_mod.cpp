@@ -342,6 +342,34 @@ TEST_F(ModHost, PipeRecordsRunInWriteOrderAndEmptyPipeReturns) {
     EXPECT_EQ(ran, 100u);
 }
 
+// A stalled UI thread: posts beyond what the pipe holds wait, and all run
+// in post order once the thread goes on; none is lost.
+TEST_F(ModHost, PostsBeyondAFullPipeWaitAndRunInOrder) {
+    ktest::HostLoop loop;
+    ASSERT_TRUE(loop.SetUp());
+    static std::atomic<bool> stalled{true};
+    static std::vector<uintptr_t> order;
+    static std::atomic<uint32_t> ran{0};
+    order.clear();
+    ran = 0;
+    constexpr uintptr_t kPosts = 20000;  // a pipe holds 4096 or 8192 records
+    Zpand_UiProcEvnt(0, [](uintptr_t) {
+        while (stalled) std::this_thread::yield();
+    });
+    for (uintptr_t i = 1; i <= kPosts; ++i) {
+        Zpand_UiProcEvnt(i, [](uintptr_t v) {
+            order.push_back(v);
+            ran++;
+        });
+    }
+    stalled = false;
+    ASSERT_TRUE(WaitFor([] { return ran == kPosts; }, 20000)) << ran.load() << " ran";
+    size_t misplaced = 0;
+    for (size_t i = 0; i < order.size(); ++i) misplaced += order[i] != i + 1;
+    EXPECT_EQ(misplaced, 0u);
+    loop.Stop();
+}
+
 TEST_F(ModHost, PostDriveRoads) {
     // No installed function and no virtual machine: no road.
     Zpand_ModSetPostDrv(nullptr);

@@ -1,12 +1,14 @@
 // The host loop's message drive: the pipe watched by the looper of the
 // thread that set it up, the post-drive request of the module manager,
 // and the Android log lines of both.
+#include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstring>
 #include <mutex>
+#include <new>
 
 #include "pand_jni.h"
 #include "pand_main.h"
@@ -58,6 +60,78 @@ void RingPut(const char *text, size_t len) {
 
 constexpr uint32_t kLogDebug = 3;
 constexpr uint32_t kLogError = 6;
+
+// Posts the full pipe could not take (a stalled user-interface thread),
+// in post order. While any wait here, posts join them instead of writing,
+// and the looper callback runs them after the pipe's records, so a stall
+// delays posts but loses none.
+struct Spilled {
+    PipeRecord rec;
+    Spilled *next;
+};
+std::mutex g_spillLock;
+Spilled *g_spillHead = nullptr;
+Spilled **g_spillTail = &g_spillHead;
+std::atomic<bool> g_spilling{false};
+
+enum class Wrote { kWhole, kFull, kLost };
+
+// One write of the record; a full pipe and a failed write are logged.
+Wrote WriteRecord(const PipeRecord &rec, bool logFull) {
+    const ssize_t n = write(g_writeFd.load(std::memory_order_acquire), &rec, sizeof(rec));
+    if (n == static_cast<ssize_t>(sizeof(rec))) return Wrote::kWhole;
+    const bool full = n < 0 && errno == EAGAIN;
+    if (!full || logFull) Zpand_AndroidLog(kLogError, "Zpand_PostMessage write failed.");
+    return full ? Wrote::kFull : Wrote::kLost;
+}
+
+void Post(const PipeRecord &rec) {
+    if (!g_spilling.load(std::memory_order_acquire) && WriteRecord(rec, true) != Wrote::kFull) {
+        return;
+    }
+    std::lock_guard<std::mutex> lock(g_spillLock);
+    // With nothing spilled yet the looper may have emptied the pipe since
+    // the write failed; one more write under the lock makes sure a record
+    // is spilled only while the pipe holds records, whose callback will
+    // run it.
+    if (!g_spilling.load(std::memory_order_relaxed) && WriteRecord(rec, false) != Wrote::kFull) {
+        return;
+    }
+    auto *s = new (std::nothrow) Spilled{rec, nullptr};
+    if (s == nullptr) return;  // lost, as a failed write (logged above)
+    *g_spillTail = s;
+    g_spillTail = &s->next;
+    g_spilling.store(true, std::memory_order_release);
+}
+
+// The oldest spilled post; false (and posting goes back to the pipe) when
+// none is left.
+bool TakeSpilled(PipeRecord *rec) {
+    std::lock_guard<std::mutex> lock(g_spillLock);
+    Spilled *s = g_spillHead;
+    if (s == nullptr) {
+        g_spilling.store(false, std::memory_order_release);
+        return false;
+    }
+    g_spillHead = s->next;
+    if (g_spillHead == nullptr) g_spillTail = &g_spillHead;
+    *rec = s->rec;
+    delete s;
+    return true;
+}
+
+// Spilled posts go with a replaced pipe's records.
+void DropSpilled() {
+    PipeRecord rec{};
+    while (TakeSpilled(&rec)) {
+    }
+}
+
+void RunRecord(const PipeRecord &rec) {
+    Zpand_AndroidLog(kLogDebug, "Zpand_MsgPipeCb.");
+    auto fn = reinterpret_cast<PFN_ZPAND_UI_FUNC>(rec.func);
+    if (fn != nullptr) fn(rec.arg);
+}
 
 }  // namespace
 
@@ -137,6 +211,7 @@ KESTRO_API uint32_t Zpand_UiEvntInit(void) {
     }
     if (oldRead >= 0) close(oldRead);
     if (oldWrite >= 0) close(oldWrite);
+    DropSpilled();
     if (looper == nullptr) {
         Zpand_AndroidLog(kLogError, "Zpand_SetupPipe get looper.");
         return ZFAILED;
@@ -153,11 +228,7 @@ KESTRO_API uint32_t Zpand_SetupPipe(void) {
 }
 
 KESTRO_API uint32_t Zpand_UiProcEvnt(uintptr_t zArg, PFN_ZPAND_UI_FUNC pfnFunc) {
-    const PipeRecord rec{zArg, reinterpret_cast<uintptr_t>(pfnFunc)};
-    const ssize_t n = write(g_writeFd.load(std::memory_order_acquire), &rec, sizeof(rec));
-    if (n < static_cast<ssize_t>(sizeof(rec))) {
-        Zpand_AndroidLog(kLogError, "Zpand_PostMessage write failed.");
-    }
+    Post(PipeRecord{zArg, reinterpret_cast<uintptr_t>(pfnFunc)});
     Zpand_AndroidLog(kLogDebug, "Zpand_PostMessage.");
     return ZOK;
 }
@@ -170,10 +241,10 @@ KESTRO_API int Zpand_MsgPipeCb(int iFd, int /*iEvents*/, void * /*pData*/) {
     PipeRecord rec{};
     if (read(iFd, &rec, sizeof(rec)) != static_cast<ssize_t>(sizeof(rec))) return 1;
     do {
-        Zpand_AndroidLog(kLogDebug, "Zpand_MsgPipeCb.");
-        auto fn = reinterpret_cast<PFN_ZPAND_UI_FUNC>(rec.func);
-        if (fn != nullptr) fn(rec.arg);
+        RunRecord(rec);
     } while (read(iFd, &rec, sizeof(rec)) == static_cast<ssize_t>(sizeof(rec)));
+    // Then the posts that came while the pipe was full.
+    while (TakeSpilled(&rec)) RunRecord(rec);
     return 1;
 }
 
