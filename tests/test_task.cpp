@@ -48,6 +48,21 @@ uint32_t FailSpawn(const char *, uint32_t, uint32_t, PFN_ZPAND_TASK_ENTRY, uintp
 
 }  // namespace
 
+// A module stop of a plain task waits for the task to end on its own: the
+// task's thread finishes while the record is still there (so it logs its
+// own name), not after a forced release.
+TEST_F(ZosTest, ModuleStopOfAPlainTaskLetsItEnd) {
+    uint32_t id = 0;
+    ASSERT_EQ(Zos_TaskSpawn("PLAIN_STOP", 4, 0, Cooperative, 0, &id), ZOK);
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_ModTaskStop(id), ZOK);
+    const std::string ended = "task<PLAIN_STOP:" + std::to_string(id) + "> mission complete.";
+    const std::string forced = "task<UNKNOWN_TASK:" + std::to_string(id) + "> mission complete.";
+    ASSERT_TRUE(
+        WaitFor([&] { return ktest::LoggedContains(ended) || ktest::LoggedContains(forced); }));
+    EXPECT_TRUE(ktest::LoggedContains(ended));
+}
+
 TEST_F(ZosTest, TaskSpawnClampsPriorityAndGettersFallBack) {
     uint32_t low = 0, high = 0;
     ASSERT_EQ(Zos_TaskSpawn("T_LOW", 0, 0, Cooperative, 0, &low), ZOK);

@@ -276,17 +276,20 @@ uint32_t ModStop(uint32_t id, uint32_t ms) {
     ZosModMgr *mgr = zos::ModMgr();
     if (mgr == nullptr) return ZFAILED;
     bool threaded = false;
+    bool plain = false;
     char name[ZOS_TASK_NAME_MAX + 1];
     {
         Lock lock(mgr);
         ModTask *t = zos::TaskFind(mgr, id);
         if (t == nullptr) return ZFAILED;
-        if (t->zModule == 0) {
-            return ms == 0xFFFFFFFFu ? Zos_TaskDelete(id) : Zos_TaskWaitDelete(id, ms / 1000u);
-        }
+        plain = t->zModule == 0;
         threaded = t->zQueue != nullptr && t->ucHasThread != 0;
         std::memcpy(name, t->acName, sizeof(name));
     }
+    // A task without a module is deleted as a plain task, without the lock:
+    // its thread takes the lock to mark itself ended, which the delete
+    // waits for.
+    if (plain) return ms == 0xFFFFFFFFu ? Zos_TaskDelete(id) : Zos_TaskWaitDelete(id, ms / 1000u);
     if (threaded && !StopLoop(mgr, id, ms, true)) {
         // The loop still runs and polls its queue: the record is left for
         // the task's thread to release when the loop ends.
