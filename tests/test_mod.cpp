@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -368,6 +369,45 @@ TEST_F(ModHost, PostsBeyondAFullPipeWaitAndRunInOrder) {
     for (size_t i = 0; i < order.size(); ++i) misplaced += order[i] != i + 1;
     EXPECT_EQ(misplaced, 0u);
     loop.Stop();
+}
+
+// Setting the UI pipe up again (a new UI thread) hands on the posts the
+// old pipe still held: they run on the new looper, in order, before the
+// posts that follow.
+TEST_F(ModHost, ReplacedUiPipeHandsItsPostsOn) {
+    static std::atomic<bool> stalled, entered;
+    static std::vector<uintptr_t> order;
+    static std::atomic<uint32_t> ran;
+    static std::thread::id lastOn;
+    stalled = true;
+    entered = false;
+    order.clear();
+    ran = 0;
+    auto oldLoop = std::make_unique<ktest::HostLoop>();
+    ASSERT_TRUE(oldLoop->SetUp());
+    Zpand_UiProcEvnt(0, [](uintptr_t) {
+        entered = true;
+        while (stalled) std::this_thread::yield();
+    });
+    ASSERT_TRUE(WaitFor([] { return entered.load(); }));
+    auto note = [](uintptr_t v) {
+        order.push_back(v);
+        lastOn = std::this_thread::get_id();
+        ran++;
+    };
+    for (uintptr_t i = 1; i <= 100; ++i) Zpand_UiProcEvnt(i, note);
+    ktest::HostLoop newLoop;
+    ASSERT_TRUE(newLoop.SetUp());
+    for (uintptr_t i = 101; i <= 200; ++i) Zpand_UiProcEvnt(i, note);
+    const bool all = WaitFor([] { return ran == 200; });
+    stalled = false;
+    ASSERT_TRUE(all) << ran.load() << " ran";
+    size_t misplaced = 0;
+    for (size_t i = 0; i < order.size(); ++i) misplaced += order[i] != i + 1;
+    EXPECT_EQ(misplaced, 0u);
+    EXPECT_EQ(lastOn, newLoop.Id());
+    newLoop.Stop();
+    oldLoop->Stop();
 }
 
 TEST_F(ModHost, PostDriveRoads) {

@@ -120,10 +120,50 @@ bool TakeSpilled(PipeRecord *rec) {
     return true;
 }
 
-// Spilled posts go with a replaced pipe's records.
+// Drops every waiting post: no looper will run them.
 void DropSpilled() {
     PipeRecord rec{};
     while (TakeSpilled(&rec)) {
+    }
+}
+
+// While the pipe is replaced, posts wait in the spill, behind the records
+// still in the old pipe.
+void HoldPosts() {
+    std::lock_guard<std::mutex> lock(g_spillLock);
+    g_spilling.store(true, std::memory_order_release);
+}
+
+// Moves the records still in a replaced pipe to the front of the spill, in
+// their order: the spilled posts came after them.
+void TakeOver(int oldRead) {
+    Spilled *head = nullptr;
+    Spilled **tail = &head;
+    PipeRecord rec{};
+    while (read(oldRead, &rec, sizeof(rec)) == static_cast<ssize_t>(sizeof(rec))) {
+        auto *s = new (std::nothrow) Spilled{rec, nullptr};
+        if (s == nullptr) continue;  // lost, as with a failed write
+        *tail = s;
+        tail = &s->next;
+    }
+    if (head == nullptr) return;
+    std::lock_guard<std::mutex> lock(g_spillLock);
+    *tail = g_spillHead;
+    if (g_spillHead == nullptr) g_spillTail = tail;
+    g_spillHead = head;
+}
+
+// Posting goes on through the new pipe; what waits in the spill is run by
+// the new looper, which one record without a function wakes.
+void ReleasePosts() {
+    std::lock_guard<std::mutex> lock(g_spillLock);
+    if (g_spillHead == nullptr) {
+        g_spilling.store(false, std::memory_order_release);
+        return;
+    }
+    const PipeRecord wake{0, 0};
+    if (WriteRecord(wake, true) != Wrote::kWhole) {
+        g_spilling.store(false, std::memory_order_release);
     }
 }
 
@@ -197,7 +237,9 @@ KESTRO_API uint32_t Zpand_UiEvntInit(void) {
         Zpand_AndroidLog(kLogError, "Zpand_SetupPipe create pipe.");
         return ZFAILED;
     }
-    // A new set-up replaces the pipe of an earlier one.
+    // A new set-up replaces the pipe of an earlier one; the posts it still
+    // holds are run by the new looper.
+    HoldPosts();
     const int oldRead = g_readFd.exchange(fds[0]);
     const int oldWrite = g_writeFd.exchange(fds[1]);
     ALooper *looper = ALooper_forThread();
@@ -209,17 +251,26 @@ KESTRO_API uint32_t Zpand_UiEvntInit(void) {
         if (oldRead >= 0) ALooper_removeFd(old, oldRead);
         ALooper_release(old);
     }
-    if (oldRead >= 0) close(oldRead);
+    if (oldRead >= 0) {
+        TakeOver(oldRead);
+        close(oldRead);
+    }
     if (oldWrite >= 0) close(oldWrite);
-    DropSpilled();
+    const char *fail = nullptr;
     if (looper == nullptr) {
-        Zpand_AndroidLog(kLogError, "Zpand_SetupPipe get looper.");
+        fail = "Zpand_SetupPipe get looper.";
+    } else if (ALooper_addFd(looper, fds[0], 3, ALOOPER_EVENT_INPUT, Zpand_MsgPipeCb, nullptr) !=
+               1) {
+        fail = "Zpand_SetupPipe add fd.";
+    }
+    if (fail != nullptr) {
+        // No looper runs them: waiting posts are dropped, as the pipe's
+        // records were before.
+        DropSpilled();
+        Zpand_AndroidLog(kLogError, fail);
         return ZFAILED;
     }
-    if (ALooper_addFd(looper, fds[0], 3, ALOOPER_EVENT_INPUT, Zpand_MsgPipeCb, nullptr) != 1) {
-        Zpand_AndroidLog(kLogError, "Zpand_SetupPipe add fd.");
-        return ZFAILED;
-    }
+    ReleasePosts();
     return ZOK;
 }
 
