@@ -203,6 +203,20 @@ TEST_F(ZosTest, FormattedAllocationsStayInsideWhatTheyMeasured) {
     EXPECT_EQ(Zos_UbufCpyFStr(arena, &out, wraps, 7), ZOK);
     ASSERT_NE(out, nullptr);
     EXPECT_LE(std::strlen(out), 4u);
+
+    // A text measured at 2^31 - 1 characters or more is refused before a
+    // size is formed from it.
+    const char *huge = "%2147483647d";
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_SysStrFAlloc(huge, 1), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("SysStrFAlloc alloc mem."));
+    EXPECT_EQ(Zos_DbufPstAddFmtD(dbuf = Zos_DbufCreate(nullptr, 1, 128), huge, 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DbufPstAddFmtD alloc mem."));
+    EXPECT_EQ(Zos_DbufLen(dbuf), 0u);
+    EXPECT_EQ(Zos_DbufDelete(dbuf), ZOK);
+    EXPECT_EQ(Zos_UbufCpyFStr(arena, &out, huge, 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("UbufCpyFStr alloc memory."));
+    EXPECT_EQ(out, nullptr);
     Zos_CbufDelete(arena);
 }
 

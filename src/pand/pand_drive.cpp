@@ -98,7 +98,7 @@ void Post(const PipeRecord &rec) {
         return;
     }
     auto *s = new (std::nothrow) Spilled{rec, nullptr};
-    if (s == nullptr) return;  // lost, as a failed write (logged above)
+    if (s == nullptr) return;  // lost, as with a failed write
     *g_spillTail = s;
     g_spillTail = &s->next;
     g_spilling.store(true, std::memory_order_release);

@@ -85,17 +85,39 @@ ZosDbuf *Quiet(ZDBUF zDbuf) {
     return b != nullptr && b->ucRefs != 0 ? b : nullptr;
 }
 
-// The validity test with its lines; null when the buffer is refused. The
-// tests run here, in the caller; a refused buffer is tested again by
-// Zos_DbufChkValid, which logs the reason.
+constexpr char kNullBuffer[] = "DbufChkValid null buffer.";
+
+// Why a buffer fails the validity test, checked in the test's order; null
+// when it passes. Inline: almost every call on a buffer starts with it.
+__attribute__((always_inline)) inline const char *Refusal(const ZosDbuf *b, uint32_t refusedType,
+                                                          bool refuseShared, bool needData) {
+    if (b == nullptr) return kNullBuffer;
+    if (zos::LiveRecord<const ZosDbuf>(b, kDbufMagic) == nullptr) {
+        return "DbufChkValid invalid magic.";
+    }
+    if (b->ucRefs == 0) return "DbufChkValid not in use.";
+    if (b->ucType == refusedType) return "DbufChkValid invalid type.";
+    if (refuseShared && b->ucRefs >= 2) return "DbufChkValid buffer reuse.";
+    if (needData && b->uiLen == 0) return "DbufChkValid no data.";
+    return nullptr;
+}
+
+// Logs a refusal: a null buffer is a warning, the rest errors.
+__attribute__((noinline)) void LogRefusal(const char *why) {
+    if (why == kNullBuffer) {
+        ZOS_LOG_WARN("%s", why);
+    } else {
+        ZOS_LOG_ERR("%s", why);
+    }
+}
+
+// The validity test with its lines; null when the buffer is refused.
 __attribute__((always_inline)) inline ZosDbuf *Check(ZDBUF zDbuf, uint32_t refusedType,
                                                      bool refuseShared, bool needData) {
-    ZosDbuf *b = zos::LiveRecord<ZosDbuf>(zDbuf, kDbufMagic);
-    if (b != nullptr && b->ucRefs != 0 && b->ucType != refusedType &&
-        !(refuseShared && b->ucRefs >= 2) && !(needData && b->uiLen == 0)) {
-        return b;
-    }
-    (void)Zos_DbufChkValid(zDbuf, refusedType, refuseShared ? 1 : 0, needData ? 1 : 0);
+    auto *b = static_cast<ZosDbuf *>(zDbuf);
+    const char *why = Refusal(b, refusedType, refuseShared, needData);
+    if (why == nullptr) return b;
+    LogRefusal(why);
     return nullptr;
 }
 
@@ -645,32 +667,8 @@ KESTRO_API void Zos_DbufDestroy(void) {
 
 KESTRO_API uint32_t Zos_DbufChkValid(ZDBUF zDbuf, uint32_t uiRefusedType, uint32_t bRefuseShared,
                                      uint32_t bNeedData) {
-    const auto *b = static_cast<const ZosDbuf *>(zDbuf);
-    if (b == nullptr) {
-        ZOS_LOG_WARN("DbufChkValid null buffer.");
-        return ZFAILED;
-    }
-    if (zos::LiveRecord<const ZosDbuf>(b, kDbufMagic) == nullptr) {
-        ZOS_LOG_ERR("DbufChkValid invalid magic.");
-        return ZFAILED;
-    }
-    if (b->ucRefs == 0) {
-        ZOS_LOG_ERR("DbufChkValid not in use.");
-        return ZFAILED;
-    }
-    if (b->ucType == uiRefusedType) {
-        ZOS_LOG_ERR("DbufChkValid invalid type.");
-        return ZFAILED;
-    }
-    if (bRefuseShared != 0 && b->ucRefs >= 2) {
-        ZOS_LOG_ERR("DbufChkValid buffer reuse.");
-        return ZFAILED;
-    }
-    if (bNeedData != 0 && b->uiLen == 0) {
-        ZOS_LOG_ERR("DbufChkValid no data.");
-        return ZFAILED;
-    }
-    return ZOK;
+    return Check(zDbuf, uiRefusedType, bRefuseShared != 0, bNeedData != 0) != nullptr ? ZOK
+                                                                                      : ZFAILED;
 }
 
 KESTRO_API ZDBUF Zos_DbufCreate(ZPOOL zPool, uint32_t uiType, uint32_t uiSize) {

@@ -391,13 +391,9 @@ KESTRO_API uint32_t Zos_ModTaskPerform(uint32_t uiTaskId, void *zEvnt, uint32_t 
     uint32_t rc = ZFAILED;
     if (uiTaskId == ZOS_MOD_UI_TASK) {
         auto ui = zos::Osdep<zos::kSlotUiProcEvnt>();
-        if (ui != nullptr) {
-            rc = ui(reinterpret_cast<uintptr_t>(zEvnt), UiPerform);
-            // A post the slot refused leaves the event with no receiver.
-            if (rc != ZOK) Zos_EvntDelete(zEvnt);
-        } else {
-            Zos_EvntDelete(zEvnt);
-        }
+        if (ui != nullptr) rc = ui(reinterpret_cast<uintptr_t>(zEvnt), UiPerform);
+        // Without a slot, or refused by it, the event has no receiver.
+        if (rc != ZOK) Zos_EvntDelete(zEvnt);
     } else {
         ZMSG msg = Zos_MsgCreateE(zEvnt, uiTaskId, uiTaskId, uiType);
         if (msg == nullptr) {
