@@ -348,9 +348,10 @@ TEST_F(ModHost, PipeRecordsRunInWriteOrderAndEmptyPipeReturns) {
 TEST_F(ModHost, PostsBeyondAFullPipeWaitAndRunInOrder) {
     ktest::HostLoop loop;
     ASSERT_TRUE(loop.SetUp());
-    static std::atomic<bool> stalled{true};
+    static std::atomic<bool> stalled;
     static std::vector<uintptr_t> order;
-    static std::atomic<uint32_t> ran{0};
+    static std::atomic<uint32_t> ran;
+    stalled = true;  // set each run: statics outlive a repeated test
     order.clear();
     ran = 0;
     constexpr uintptr_t kPosts = 20000;  // a pipe holds 4096 or 8192 records
