@@ -145,4 +145,97 @@ TEST(TimerConcOs, StartStopRaceTheHostTimer) {
     Zpand_TimerSetStop(nullptr);
 }
 
+// Shut-down with an OS timer expiry running on this thread's looper: the
+// layer is shut down from another thread while the expiry's callback
+// runs, and must wait for it before it frees the timers.
+std::atomic<bool> g_slowIn{false};
+std::atomic<bool> g_slowDone{false};
+void SlowExpiry(uint32_t, uint32_t, uintptr_t) {
+    g_slowIn = true;
+    std::this_thread::sleep_for(200ms);
+    g_slowDone = true;
+}
+
+TEST(TimerConcOs, ShutDownWaitsForARunningExpiry) {
+    ASSERT_NE(ALooper_prepare(0), nullptr);
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    Zpand_HostTimerInstall();
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    uint32_t id = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &id), ZOK);
+    ASSERT_EQ(Zos_TimerOsStart(id, 0, 20, 0, SlowExpiry), ZOK);
+    std::atomic<bool> destroyed{false};
+    bool doneAtReturn = false;
+    std::thread destroyer([&] {
+        while (!g_slowIn) std::this_thread::sleep_for(1ms);
+        Zos_SysDestroy();
+        doneAtReturn = g_slowDone.load();
+        destroyed = true;
+    });
+    while (!destroyed) ALooper_pollOnce(10, nullptr, nullptr, nullptr);
+    destroyer.join();
+    EXPECT_TRUE(doneAtReturn) << "shut-down returned while a timer callback still ran";
+    Zpand_TimerSetInit(nullptr);
+    Zpand_TimerSetDestroy(nullptr);
+    Zpand_TimerSetStart(nullptr);
+    Zpand_TimerSetStop(nullptr);
+}
+
+// Shut-down against timer users: threads restart their timers without
+// pause while the layer shuts down. Once the timers are gone their calls
+// are refused; none may reach the freed queue timer (AddressSanitizer and
+// ThreadSanitizer watch this test).
+TEST(TimerConcShutDown, CallsRacingShutDownAreRefused) {
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    constexpr uint32_t kUsers = 3;
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(Zos_SysInit(), ZOK);
+        std::atomic<uint32_t> starts{0};
+        std::atomic<uint32_t> refused{0};
+        std::vector<std::thread> users;
+        for (uint32_t t = 0; t < kUsers; ++t) {
+            users.emplace_back([&] {
+                uint32_t id = ZOS_INVALID_ID;
+                if (Zos_TimerCreate(ZOS_INVALID_ID, 0, &id) != ZOK) return;
+                // The first refused start ends the thread: the layer is
+                // going and nothing may be called after it has gone.
+                while (Zos_TimerStop(id) == ZOK && Zos_TimerStart(id, 0, 5000, 0, nullptr) == ZOK) {
+                    starts++;
+                }
+                refused++;
+            });
+        }
+        while (starts < 2000) std::this_thread::yield();
+        Zos_SysDestroy();
+        for (auto &th : users) th.join();
+        EXPECT_EQ(refused.load(), kUsers);
+    }
+}
+
+// Shut-down while the timer task is inside a callback longer than the task
+// delete's bounded wait: the delete gives up and releases the task, but the
+// queue timer stays until the callback has returned and the task's loop
+// has ended.
+std::atomic<bool> g_longIn{false};
+std::atomic<bool> g_longDone{false};
+void LongCallback(uint32_t, uint32_t, uintptr_t) {
+    g_longIn = true;
+    std::this_thread::sleep_for(3500ms);
+    g_longDone = true;
+}
+
+TEST(TimerConcShutDown, WaitsForACallbackThatOutlastsTheTaskDelete) {
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    uint32_t id = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
+    ASSERT_EQ(Zos_TimerStart(id, 0, 10, 0, LongCallback), ZOK);
+    while (!g_longIn) std::this_thread::sleep_for(1ms);
+    Zos_SysDestroy();
+    EXPECT_TRUE(g_longDone.load()) << "shut-down returned while a timer callback still ran";
+}
+
 }  // namespace

@@ -55,6 +55,10 @@ struct ZosTmrMgr {
     uint8_t ucSemMade;
     uint8_t ucIsOs;
     uint8_t ucDrvPosted;  // a drive message to "TIMEROS" is on its way
+    // The gate (zos::TimerMgrUse); never cleared with the fields above,
+    // so a late caller's count survives a shut-down and a new start.
+    uint8_t ucClosing;  // set from a stop until the next start (atomic)
+    uint32_t uiUsers;   // calls using the manager now (atomic)
 };
 struct ZosOsTmrMgr : ZosTmrMgr {};
 

@@ -1,5 +1,6 @@
 // System frame: the platform holder, the platform and component tables,
 // the environment record, and the start-up and shut-down sequences.
+#include <atomic>
 #include <cstring>
 
 #include "zos_cfg_rec.h"
@@ -316,12 +317,16 @@ KESTRO_API void *Zos_EnvLocateModMgr(void) {
 
 KESTRO_API void *Zos_EnvLocateTmrMgr(void) {
     ZosEnv *env = zos::EnvIfAny();
-    return env != nullptr && env->stTmrMgr.ucInit != 0 ? &env->stTmrMgr : nullptr;
+    return env != nullptr && std::atomic_ref<uint8_t>(env->stTmrMgr.ucInit).load() != 0
+               ? &env->stTmrMgr
+               : nullptr;
 }
 
 KESTRO_API void *Zos_EnvLocateOsTmrMgr(void) {
     ZosEnv *env = zos::EnvIfAny();
-    return env != nullptr && env->stOsTmrMgr.ucInit != 0 ? &env->stOsTmrMgr : nullptr;
+    return env != nullptr && std::atomic_ref<uint8_t>(env->stOsTmrMgr.ucInit).load() != 0
+               ? &env->stOsTmrMgr
+               : nullptr;
 }
 
 // ---------------------------------------------------------------------

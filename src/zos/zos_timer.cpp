@@ -461,10 +461,13 @@ KESTRO_API uint32_t Zos_QTimerDelete(ZQTIMER zQueue) {
 }
 
 KESTRO_API uint32_t Zos_QTimerProcess(void *pMgr) {
-    // A manager of the environment, or a queue on its own.
+    // A manager of the environment (used while it runs), or a queue on its
+    // own.
+    ZosTmrMgr *named = zos::TimerMgrOf(pMgr);
+    zos::TimerMgrUse use(named);
     QTimer *q = nullptr;
-    if (pMgr != nullptr && (pMgr == Zos_EnvLocateTmrMgr() || pMgr == Zos_EnvLocateOsTmrMgr())) {
-        q = Q(static_cast<ZosTmrMgr *>(pMgr)->pQTimer);
+    if (named != nullptr) {
+        if (use.get() != nullptr) q = Q(use.get()->pQTimer);
     } else {
         q = Q(pMgr);
     }

@@ -6,6 +6,29 @@
 
 namespace zos {
 
+// The manager record `p` names (the self or the OS manager of the
+// environment, whether it runs or not), else null.
+ZosTmrMgr *TimerMgrOf(void *p);
+
+// One call's use of a manager. A use is refused (null) while the manager is
+// not running or is closing; the manager's queue timer, semaphore and mutex
+// stay whole until every use taken has ended, so a call racing a shut-down
+// fails instead of reaching freed memory. A thread already holding a use of
+// the manager is always let in again (a timer callback starting a timer,
+// the queue timer counting its running timers): the close waits for its
+// outer use anyway.
+class TimerMgrUse {
+  public:
+    explicit TimerMgrUse(ZosTmrMgr *mgr);
+    ~TimerMgrUse();
+    TimerMgrUse(const TimerMgrUse &) = delete;
+    TimerMgrUse &operator=(const TimerMgrUse &) = delete;
+    ZosTmrMgr *get() const { return mgr_; }
+
+  private:
+    ZosTmrMgr *mgr_ = nullptr;
+};
+
 // After a timer start: counts the running timer and wakes the timer task
 // when the new timer is the soonest to fire (`head`).
 void TimerStarted(ZosTmrMgr *mgr, bool head);

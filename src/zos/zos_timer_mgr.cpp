@@ -4,6 +4,7 @@
 // running-count bookkeeping that wakes the one and arms the other; the
 // timers of both, and the timeout event.
 #include <atomic>
+#include <cstddef>
 #include <cstring>
 
 #include "zos_cfg.h"
@@ -20,21 +21,58 @@
 
 namespace {
 
+// The two manager records, running or not; each call takes a use of one.
 ZosTmrMgr *SelfMgr() {
-    return static_cast<ZosTmrMgr *>(Zos_EnvLocateTmrMgr());
+    ZosEnv *env = zos::EnvIfAny();
+    return env != nullptr ? &env->stTmrMgr : nullptr;
 }
 
 ZosTmrMgr *OsMgr() {
-    return static_cast<ZosTmrMgr *>(Zos_EnvLocateOsTmrMgr());
+    ZosEnv *env = zos::EnvIfAny();
+    return env != nullptr ? &env->stOsTmrMgr : nullptr;
 }
 
-// The manager a caller names: one of the two live records, else null.
-ZosTmrMgr *MgrOf(void *p) {
-    if (p == nullptr) return nullptr;
-    if (p == Zos_EnvLocateTmrMgr() || p == Zos_EnvLocateOsTmrMgr()) {
-        return static_cast<ZosTmrMgr *>(p);
+std::atomic_ref<uint32_t> Users(ZosTmrMgr *mgr) {
+    return std::atomic_ref<uint32_t>(mgr->uiUsers);
+}
+
+std::atomic_ref<uint8_t> Flag(uint8_t &flag) {
+    return std::atomic_ref<uint8_t>(flag);
+}
+
+// Uses this thread holds, by manager (there are two managers).
+struct HeldUses {
+    ZosTmrMgr *mgr;
+    uint32_t count;
+};
+thread_local HeldUses t_held[2];
+
+HeldUses *HeldOf(ZosTmrMgr *mgr) {
+    for (HeldUses &h : t_held) {
+        if (h.count != 0 && h.mgr == mgr) return &h;
     }
     return nullptr;
+}
+
+// Closes a manager to new uses and waits until the uses of other threads
+// have ended. The increment of a use comes before its look at the flag,
+// and the flag is set before the count is read, both sequentially
+// consistent: either the use sees the close, or the close sees the use.
+// A use held by this very thread (a timer callback stopping the timer
+// task) cannot be waited for. The timer task's loop, which holds a use for
+// its whole run, ends when it sees the close: it is woken for that, since a
+// task delete that gave up waiting leaves the loop running.
+void CloseAndDrain(ZosTmrMgr *mgr) {
+    Flag(mgr->ucClosing).store(1);
+    if (mgr->ucSemMade != 0) Zos_SemPost(&mgr->zSem);
+    const HeldUses *own = HeldOf(mgr);
+    const uint32_t mine = own != nullptr ? own->count : 0;
+    while (Users(mgr).load() > mine) Zos_TaskDelay(1);
+}
+
+// Clears a manager's fields, not its gate.
+void ClearMgr(ZosTmrMgr *mgr) {
+    std::memset(mgr, 0, offsetof(ZosTmrMgr, ucClosing));
 }
 
 // Arms, re-arms or stops the platform timer for the soonest expiry; under
@@ -95,7 +133,7 @@ void ReleaseParts(ZosTmrMgr *mgr) {
 }
 
 uint32_t InitMgr(ZosTmrMgr *mgr, bool os) {
-    std::memset(mgr, 0, sizeof(*mgr));
+    ClearMgr(mgr);
     mgr->ucSelfDrv = os ? 0 : 1;
     mgr->ucOsDrv = os ? 1 : 0;
     mgr->ucIsOs = os ? 1 : 0;
@@ -110,11 +148,12 @@ uint32_t InitMgr(ZosTmrMgr *mgr, bool os) {
         return ZFAILED;
     }
     mgr->ucMutexMade = 1;
-    mgr->ucInit = 1;
+    Flag(mgr->ucInit).store(1);
     if (Zos_TimerTaskStart(mgr) != ZOK) {
         ZOS_LOG_ERR(os ? "Os TimerInit start task." : "TimerInit start task.");
+        Flag(mgr->ucInit).store(0);
         Zos_MutexDelete(&mgr->zMutex);
-        std::memset(mgr, 0, sizeof(*mgr));
+        ClearMgr(mgr);
         return ZFAILED;
     }
     Zos_LogInfo(Zos_LogGetZosId(),
@@ -123,12 +162,13 @@ uint32_t InitMgr(ZosTmrMgr *mgr, bool os) {
 }
 
 void DestroyMgr(ZosTmrMgr *mgr) {
-    if (mgr->ucInit == 0) return;
+    if (Flag(mgr->ucInit).load() == 0) return;
+    // Leaves the manager closed and drained.
     Zos_TimerTaskStop(mgr);
     // Nothing finds the manager from here on.
-    mgr->ucInit = 0;
+    Flag(mgr->ucInit).store(0);
     if (mgr->ucMutexMade != 0) Zos_MutexDelete(&mgr->zMutex);
-    std::memset(mgr, 0, sizeof(*mgr));
+    ClearMgr(mgr);
 }
 
 // ---------------------------------------------------------------------
@@ -201,6 +241,40 @@ uint32_t TaskIdOf(ZosTmrMgr *mgr, uint32_t id);
 
 namespace zos {
 
+ZosTmrMgr *TimerMgrOf(void *p) {
+    ZosEnv *env = EnvIfAny();
+    if (p == nullptr || env == nullptr) return nullptr;
+    if (p == &env->stTmrMgr || p == &env->stOsTmrMgr) return static_cast<ZosTmrMgr *>(p);
+    return nullptr;
+}
+
+TimerMgrUse::TimerMgrUse(ZosTmrMgr *mgr) {
+    if (mgr == nullptr) return;
+    HeldUses *held = HeldOf(mgr);
+    Users(mgr).fetch_add(1);
+    if (held == nullptr) {
+        if (Flag(mgr->ucClosing).load() != 0 || Flag(mgr->ucInit).load() == 0) {
+            Users(mgr).fetch_sub(1);
+            return;
+        }
+        for (HeldUses &h : t_held) {
+            if (h.count == 0) {
+                held = &h;
+                break;
+            }
+        }
+        held->mgr = mgr;
+    }
+    held->count++;
+    mgr_ = mgr;
+}
+
+TimerMgrUse::~TimerMgrUse() {
+    if (mgr_ == nullptr) return;
+    HeldOf(mgr_)->count--;
+    Users(mgr_).fetch_sub(1);
+}
+
 void TimerStarted(ZosTmrMgr *mgr, bool head) {
     MutexGuard lock(&mgr->zMutex);
     const uint32_t n = ++mgr->uiRealNum;
@@ -259,8 +333,10 @@ KESTRO_API void Zos_TimerDestroy(void) {
 }
 
 KESTRO_API uint32_t Zos_TimerTaskStart(void *pMgr) {
-    auto *mgr = MgrOf(pMgr);
-    if (mgr == nullptr) return ZFAILED;
+    auto *mgr = zos::TimerMgrOf(pMgr);
+    if (mgr == nullptr || Flag(mgr->ucInit).load() == 0) return ZFAILED;
+    // Open again after a stop.
+    Flag(mgr->ucClosing).store(0);
     const int32_t prio = Zos_CfgGetTimerTaskPriority();
     const uint32_t priority = prio < 0 ? 4u : static_cast<uint32_t>(prio);
     if (mgr->ucSelfDrv != 0) {
@@ -312,8 +388,8 @@ KESTRO_API uint32_t Zos_TimerTaskStart(void *pMgr) {
 }
 
 KESTRO_API void Zos_TimerTaskStop(void *pMgr) {
-    auto *mgr = MgrOf(pMgr);
-    if (mgr == nullptr) return;
+    auto *mgr = zos::TimerMgrOf(pMgr);
+    if (mgr == nullptr || Flag(mgr->ucInit).load() == 0) return;
     if (mgr->ucSelfDrv != 0) {
         StopSelfTask(mgr);
     } else if (mgr->ucOsDrv != 0) {
@@ -328,16 +404,23 @@ KESTRO_API void Zos_TimerTaskStop(void *pMgr) {
         }
         if (auto destroy = zos::Osdep<zos::kSlotTimerDestroy>()) destroy();
     }
+    // Calls of other threads may still be using the queue timer (a module
+    // task starting a timer, an expiry running on the host's looper).
+    CloseAndDrain(mgr);
     ReleaseParts(mgr);
 }
 
 KESTRO_API uint32_t Zos_TimerTaskEntry(ST_ZOS_TASK_START *pstStart) {
-    ZosTmrMgr *mgr = SelfMgr();
+    // The task's loop uses the manager's semaphore and queue until it ends.
+    zos::TimerMgrUse use(SelfMgr());
+    ZosTmrMgr *mgr = use.get();
     if (mgr == nullptr || pstStart == nullptr) return ZFAILED;
-    auto state = [pstStart] {
-        return std::atomic_ref<uint32_t>(pstStart->uiState).load(std::memory_order_acquire);
+    auto ending = [pstStart, mgr] {
+        return std::atomic_ref<uint32_t>(pstStart->uiState).load(std::memory_order_acquire) ==
+                   ZOS_TASK_WAIT_DELETE ||
+               Flag(mgr->ucClosing).load() != 0;
     };
-    while (state() != ZOS_TASK_WAIT_DELETE) {
+    while (!ending()) {
         uint32_t running = 0;
         {
             zos::MutexGuard lock(&mgr->zMutex);
@@ -345,21 +428,23 @@ KESTRO_API uint32_t Zos_TimerTaskEntry(ST_ZOS_TASK_START *pstStart) {
         }
         Zos_SemWait(&mgr->zSem, running == 0 ? ZOS_WAIT_FOREVER : SleepMs(mgr));
         std::atomic_ref<uint32_t>(mgr->uiWakeups).fetch_add(1, std::memory_order_relaxed);
-        if (state() == ZOS_TASK_WAIT_DELETE) break;
+        if (ending()) break;
         if (Zos_QTimerProcess(mgr) != ZOK) ZOS_LOG_ERR("TimerTaskProc process.");
     }
     return ZOK;
 }
 
 KESTRO_API uint32_t Zos_TimerModInit(const char * /*pcName*/, uint32_t uiTaskId) {
-    ZosTmrMgr *mgr = OsMgr();
+    zos::TimerMgrUse use(OsMgr());
+    ZosTmrMgr *mgr = use.get();
     if (mgr == nullptr) return ZFAILED;
     mgr->uiTaskId = uiTaskId;
     return ZOK;
 }
 
 KESTRO_API int32_t Zos_TimerModEntry(void *zMsg) {
-    ZosTmrMgr *mgr = OsMgr();
+    zos::TimerMgrUse use(OsMgr());
+    ZosTmrMgr *mgr = use.get();
     if (mgr == nullptr || Zos_MsgGetType(zMsg) != ZOS_TIMER_DRIVE_MSG_TYPE) return 0;
     {
         zos::MutexGuard lock(&mgr->zMutex);
@@ -371,7 +456,8 @@ KESTRO_API int32_t Zos_TimerModEntry(void *zMsg) {
 }
 
 KESTRO_API void Zos_TimerModDriven(uint32_t uiFlag) {
-    ZosTmrMgr *mgr = OsMgr();
+    zos::TimerMgrUse use(OsMgr());
+    ZosTmrMgr *mgr = use.get();
     if (mgr == nullptr) return;
     Zos_ModSilence();
     if (uiFlag != 0) {
@@ -401,14 +487,16 @@ KESTRO_API void Zos_TimerModDriven(uint32_t uiFlag) {
 // Running count
 
 KESTRO_API uint32_t Zos_TimerRealNumInc(void *pMgr) {
-    ZosTmrMgr *mgr = MgrOf(pMgr);
+    zos::TimerMgrUse use(zos::TimerMgrOf(pMgr));
+    ZosTmrMgr *mgr = use.get();
     if (mgr == nullptr) return ZFAILED;
     zos::TimerStarted(mgr, false);
     return ZOK;
 }
 
 KESTRO_API uint32_t Zos_TimerRealNumDec(void *pMgr, uint32_t uiCount) {
-    ZosTmrMgr *mgr = MgrOf(pMgr);
+    zos::TimerMgrUse use(zos::TimerMgrOf(pMgr));
+    ZosTmrMgr *mgr = use.get();
     if (mgr == nullptr) return ZFAILED;
     zos::MutexGuard lock(&mgr->zMutex);
     mgr->uiRealNum -= uiCount < mgr->uiRealNum ? uiCount : mgr->uiRealNum;
@@ -417,7 +505,8 @@ KESTRO_API uint32_t Zos_TimerRealNumDec(void *pMgr, uint32_t uiCount) {
 }
 
 KESTRO_API uint32_t Zos_TimerRealNumChk(void *pMgr) {
-    ZosTmrMgr *mgr = MgrOf(pMgr);
+    zos::TimerMgrUse use(zos::TimerMgrOf(pMgr));
+    ZosTmrMgr *mgr = use.get();
     if (mgr == nullptr) return ZFAILED;
     if (mgr->ucOsDrv == 0) return ZOK;
     zos::MutexGuard lock(&mgr->zMutex);
@@ -426,7 +515,8 @@ KESTRO_API uint32_t Zos_TimerRealNumChk(void *pMgr) {
 }
 
 KESTRO_API uint32_t Zos_TimerRealNumClr(void *pMgr) {
-    ZosTmrMgr *mgr = MgrOf(pMgr);
+    zos::TimerMgrUse use(zos::TimerMgrOf(pMgr));
+    ZosTmrMgr *mgr = use.get();
     if (mgr == nullptr) return ZFAILED;
     zos::MutexGuard lock(&mgr->zMutex);
     mgr->uiRealNum = 0;
@@ -436,47 +526,58 @@ KESTRO_API uint32_t Zos_TimerRealNumClr(void *pMgr) {
 // ---------------------------------------------------------------------
 // Timers of the two managers
 
+// Each call holds a use of its manager while it reaches the queue timer.
 #define ZOS_TIMER_FAMILY(Prefix, MGR)                                                             \
     KESTRO_API uint32_t Prefix##Create(uint32_t uiTaskId, uint32_t uiFlags, uint32_t *puiId) {    \
-        return Create(MGR(), uiTaskId, uiFlags, 0, 0, nullptr, puiId);                            \
+        zos::TimerMgrUse use(MGR());                                                              \
+        return Create(use.get(), uiTaskId, uiFlags, 0, 0, nullptr, puiId);                        \
     }                                                                                             \
     KESTRO_API uint32_t Prefix##CreateX(uint32_t uiTaskId, uint32_t uiFlags, uint32_t uiType,     \
                                         uintptr_t zParm, PFN_ZOS_TIMER_CB pfnCb,                  \
                                         uint32_t *puiId) {                                        \
-        return Create(MGR(), uiTaskId, uiFlags, uiType, zParm, pfnCb, puiId);                     \
+        zos::TimerMgrUse use(MGR());                                                              \
+        return Create(use.get(), uiTaskId, uiFlags, uiType, zParm, pfnCb, puiId);                 \
     }                                                                                             \
     KESTRO_API uint32_t Prefix##Delete(uint32_t uiId) {                                           \
-        ZosTmrMgr *mgr = MGR();                                                                   \
+        zos::TimerMgrUse use(MGR());                                                              \
+        ZosTmrMgr *mgr = use.get();                                                               \
         return mgr != nullptr ? Zos_QTimerTmrDelete(mgr->pQTimer, uiId) : ZFAILED;                \
     }                                                                                             \
     KESTRO_API uint32_t Prefix##Start(uint32_t uiId, uint32_t uiType, uint32_t uiLenMs,           \
                                       uintptr_t zParm, PFN_ZOS_TIMER_CB pfnCb) {                  \
-        return Start(MGR(), uiId, uiType, uiLenMs, zParm, pfnCb);                                 \
+        zos::TimerMgrUse use(MGR());                                                              \
+        return Start(use.get(), uiId, uiType, uiLenMs, zParm, pfnCb);                             \
     }                                                                                             \
     KESTRO_API uint32_t Prefix##StartX(uint32_t uiId, uint32_t uiLenMs) {                         \
-        return StartX(MGR(), uiId, uiLenMs);                                                      \
+        zos::TimerMgrUse use(MGR());                                                              \
+        return StartX(use.get(), uiId, uiLenMs);                                                  \
     }                                                                                             \
     KESTRO_API uint32_t Prefix##Stop(uint32_t uiId) {                                             \
-        return Stop(MGR(), uiId);                                                                 \
+        zos::TimerMgrUse use(MGR());                                                              \
+        return Stop(use.get(), uiId);                                                             \
     }                                                                                             \
     KESTRO_API uint32_t Prefix##IsRun(uint32_t uiId) {                                            \
-        ZosTmrMgr *mgr = MGR();                                                                   \
+        zos::TimerMgrUse use(MGR());                                                              \
+        ZosTmrMgr *mgr = use.get();                                                               \
         return mgr != nullptr && Zos_QTimerTmrGetState(mgr->pQTimer, uiId) == ZOS_TIMER_STATE_RUN \
                    ? 1u                                                                           \
                    : 0u;                                                                          \
     }                                                                                             \
     KESTRO_API uint32_t Prefix##GetState(uint32_t uiId) {                                         \
-        ZosTmrMgr *mgr = MGR();                                                                   \
+        zos::TimerMgrUse use(MGR());                                                              \
+        ZosTmrMgr *mgr = use.get();                                                               \
         return mgr != nullptr ? Zos_QTimerTmrGetState(mgr->pQTimer, uiId) : ZOS_TIMER_STATE_FREE; \
     }                                                                                             \
     KESTRO_API uint32_t Prefix##GetStatus(uint32_t uiId, uint32_t *puiRemainMs,                   \
                                           uint32_t *puiLenMs) {                                   \
-        ZosTmrMgr *mgr = MGR();                                                                   \
+        zos::TimerMgrUse use(MGR());                                                              \
+        ZosTmrMgr *mgr = use.get();                                                               \
         return Zos_QTimerTmrGetStatus(mgr != nullptr ? mgr->pQTimer : nullptr, uiId, puiRemainMs, \
                                       puiLenMs);                                                  \
     }                                                                                             \
     KESTRO_API uint32_t Prefix##GetTaskId(uint32_t uiId) {                                        \
-        return TaskIdOf(MGR(), uiId);                                                             \
+        zos::TimerMgrUse use(MGR());                                                              \
+        return TaskIdOf(use.get(), uiId);                                                         \
     }
 
 ZOS_TIMER_FAMILY(Zos_Timer, SelfMgr)
