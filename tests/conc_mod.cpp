@@ -98,6 +98,46 @@ TEST_F(ZosTest, ConcStopWhilePosting) {
 }
 
 namespace {
+// A shared-queue task whose handler is slow; its exit callback records
+// whether the handler had returned, and a "SELF" message makes the handler
+// stop its own task.
+std::atomic<bool> g_slowIn{false};
+std::atomic<bool> g_slowDone{false};
+std::atomic<int> g_exitSawDone{-1};
+uint32_t g_slowTask = ZOS_INVALID_ID;
+int32_t SlowShared(void *msg) {
+    if (Zos_MsgGetType(msg) == 2) return static_cast<int32_t>(Zos_ModTaskStop(g_slowTask));
+    g_slowIn = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    g_slowDone = true;
+    return 0;
+}
+void SlowExit(const char *, uint32_t) {
+    g_exitSawDone = g_slowDone ? 1 : 0;
+}
+}  // namespace
+
+// Stopping a task of the shared queue while the manager thread runs its
+// handler: the exit callback (which typically frees what the handler
+// uses) runs only after the handler has returned. A handler that stops its
+// own task does not wait for itself.
+TEST_F(ZosTest, ConcStopWaitsForTheSharedHandler) {
+    ASSERT_EQ(Zos_ModTaskStart("SLOW", 3, 0, 0, 1, nullptr, SlowExit, SlowShared, &g_slowTask),
+              ZOK);
+    ASSERT_EQ(Zos_MsgSendX(g_slowTask, g_slowTask, 1, 0, nullptr, 0), ZOK);
+    ASSERT_TRUE(WaitFor([] { return g_slowIn.load(); }));
+    EXPECT_EQ(Zos_ModTaskStop(g_slowTask), ZOK);
+    EXPECT_EQ(g_exitSawDone, 1) << "the exit callback ran while the handler still ran";
+
+    g_exitSawDone = -1;
+    ASSERT_EQ(Zos_ModTaskStart("SLOW", 3, 0, 0, 1, nullptr, SlowExit, SlowShared, &g_slowTask),
+              ZOK);
+    ASSERT_EQ(Zos_MsgSendX(g_slowTask, g_slowTask, 2, 0, nullptr, 0), ZOK);
+    ASSERT_TRUE(WaitFor([] { return g_exitSawDone != -1; }));
+    EXPECT_EQ(Zos_TaskGetState(g_slowTask), 0u);
+}
+
+namespace {
 std::atomic<uint32_t> g_calls{0};
 void OnEvent(const char *, size_t, uint32_t) {
     g_calls++;

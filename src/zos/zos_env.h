@@ -38,6 +38,10 @@ struct ZosModMgr {
     ST_ZOS_DLIST stTaskList;
     void *pDeferHead;  // deferred calls of the shared queue
     void *pDeferTail;
+    // The shared queue's handler running now: its task and the thread
+    // running it (0: none). Under the module lock.
+    uint32_t uiSharedRecv;
+    uintptr_t zSharedThread;
 };
 // A timer manager (the self and the OS manager share the structure).
 struct ZosTmrMgr {

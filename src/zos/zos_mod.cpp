@@ -6,6 +6,7 @@
 
 #include "zos_cfg.h"
 #include "zos_fmt.h"
+#include "zos_lite_lock.h"
 #include "zos_mod_int.h"
 #include "zos_msg.h"
 #include "zos_omap.h"
@@ -228,12 +229,15 @@ int32_t Dispatch(ZosModMgr *mgr, ZMSG msg) {
             CountQueued(t, false);
             entry = reinterpret_cast<PFN_ZOS_MOD_ENTRY>(t->zModule);
             state = MarkRunning(t);
+            mgr->uiSharedRecv = recv;
+            mgr->zSharedThread = zos::ThreadTag();
         }
     }
     const int32_t result = Handle(nullptr, msg, state, entry, recv);
     ModDeferList own{};
     {
         Lock lock(mgr);
+        mgr->zSharedThread = 0;
         if (ModTask *t = zos::TaskFind(mgr, recv)) {
             zos::TaskMoveState(t, ZOS_TASK_RUNNING, ZOS_TASK_READY);
             own = t->stDefer;
@@ -271,6 +275,30 @@ bool StopLoop(ZosModMgr *mgr, uint32_t id, uint32_t ms, bool log) {
     }
 }
 
+// Waits at most `ms` until the shared queue's handler is not running for
+// task `id` on another thread, so that the task's exit callback, which
+// usually frees what the handler uses, runs after the handler; the task
+// is marked stopping first and handles no further message. A task stopped
+// from inside its own handler has nothing to wait for. False when the
+// wait gave up.
+bool WaitSharedHandler(ZosModMgr *mgr, uint32_t id, uint32_t ms) {
+    const uintptr_t me = zos::ThreadTag();
+    for (uint32_t waited = 0;; waited += kPollMs) {
+        {
+            Lock lock(mgr);
+            ModTask *t = zos::TaskFind(mgr, id);
+            if (t == nullptr) return true;
+            if (zos::TaskState(t) > ZOS_TASK_WAIT_DELETE)
+                zos::TaskSetState(t, ZOS_TASK_WAIT_DELETE);
+            if (mgr->zSharedThread == 0 || mgr->zSharedThread == me || mgr->uiSharedRecv != id) {
+                return true;
+            }
+        }
+        if (ms != 0xFFFFFFFFu && waited >= ms) return false;
+        Delay(kPollMs);
+    }
+}
+
 // Module task stop, bounded or not.
 uint32_t ModStop(uint32_t id, uint32_t ms) {
     ZosModMgr *mgr = zos::ModMgr();
@@ -290,6 +318,9 @@ uint32_t ModStop(uint32_t id, uint32_t ms) {
     // its thread takes the lock to mark itself ended, which the delete
     // waits for.
     if (plain) return ms == 0xFFFFFFFFu ? Zos_TaskDelete(id) : Zos_TaskWaitDelete(id, ms / 1000u);
+    // A shared-queue task whose handler does not return in time is stopped
+    // all the same, as before the wait.
+    if (!threaded) WaitSharedHandler(mgr, id, ms);
     if (threaded && !StopLoop(mgr, id, ms, true)) {
         // The loop still runs and polls its queue: the record is left for
         // the task's thread to release when the loop ends.
