@@ -594,57 +594,84 @@ KESTRO_API uint32_t Zos_ModEhAddSuber(void *pEntry, uint32_t uiTaskId, PFN_ZOS_M
     return ZOK;
 }
 
+// What a subscribe or unsubscribe found; its line is written after the
+// module lock is released, so a task subscribing in a loop does not hold
+// every poster up behind its log writes.
+enum class SubOutcome { kDone, kNoEntry, kExists, kNoSuber, kFailed };
+
 KESTRO_API uint32_t Zos_ModEhSub(const char *pcName, uint32_t uiTaskId, PFN_ZOS_MOD_FUNC pfnFunc,
                                  uintptr_t zData) {
     ZosModMgr *mgr = zos::ModMgr();
     if (mgr == nullptr || mgr->zHub == nullptr || pcName == nullptr) return ZFAILED;
-    Lock lock(mgr);
-    void *e = Zos_ModEhFindEntry(pcName);
-    if (e == nullptr && (e = Zos_ModEhCreateEntry(pcName)) == nullptr) {
-        ZOS_LOG_ERR("ModEhSub create entry %s.", pcName);
-        return ZFAILED;
+    SubOutcome outcome = SubOutcome::kDone;
+    {
+        Lock lock(mgr);
+        void *e = Zos_ModEhFindEntry(pcName);
+        if (e == nullptr && (e = Zos_ModEhCreateEntry(pcName)) == nullptr) {
+            outcome = SubOutcome::kNoEntry;
+        } else if (Zos_ModEhFindSuber(e, uiTaskId, pfnFunc, zData) != nullptr) {
+            outcome = SubOutcome::kExists;
+        } else if (Zos_ModEhAddSuber(e, uiTaskId, pfnFunc, zData) != ZOK) {
+            outcome = SubOutcome::kFailed;
+        }
     }
     const size_t data = zData;
-    if (Zos_ModEhFindSuber(e, uiTaskId, pfnFunc, zData) != nullptr) {
-        ZOS_LOG_WARN("ModEhSub entry %s exist suber %x:%zu:%p.", pcName, uiTaskId, data,
-                     FnPtr(pfnFunc));
-        return ZOK;
+    switch (outcome) {
+        case SubOutcome::kNoEntry:
+            ZOS_LOG_ERR("ModEhSub create entry %s.", pcName);
+            return ZFAILED;
+        case SubOutcome::kExists:
+            ZOS_LOG_WARN("ModEhSub entry %s exist suber %x:%zu:%p.", pcName, uiTaskId, data,
+                         FnPtr(pfnFunc));
+            return ZOK;
+        case SubOutcome::kFailed:
+            ZOS_LOG_ERR("ModEhSub entry %s create suber %x:%zu:%p.", pcName, uiTaskId, data,
+                        FnPtr(pfnFunc));
+            return ZFAILED;
+        default:
+            Zos_LogInfo(Zos_LogGetZosId(), "ModEhSub entry %s suber %x:%zu:%p.", pcName, uiTaskId,
+                        data, FnPtr(pfnFunc));
+            return ZOK;
     }
-    if (Zos_ModEhAddSuber(e, uiTaskId, pfnFunc, zData) != ZOK) {
-        ZOS_LOG_ERR("ModEhSub entry %s create suber %x:%zu:%p.", pcName, uiTaskId, data,
-                    FnPtr(pfnFunc));
-        return ZFAILED;
-    }
-    Zos_LogInfo(Zos_LogGetZosId(), "ModEhSub entry %s suber %x:%zu:%p.", pcName, uiTaskId, data,
-                FnPtr(pfnFunc));
-    return ZOK;
 }
 
 KESTRO_API uint32_t Zos_ModEhUnSub(const char *pcName, uint32_t uiTaskId, PFN_ZOS_MOD_FUNC pfnFunc,
                                    uintptr_t zData) {
     ZosModMgr *mgr = zos::ModMgr();
     if (mgr == nullptr || mgr->zHub == nullptr || pcName == nullptr) return ZFAILED;
-    Lock lock(mgr);
-    auto *e = static_cast<HubEntry *>(Zos_ModEhFindEntry(pcName));
+    SubOutcome outcome = SubOutcome::kDone;
+    {
+        Lock lock(mgr);
+        auto *e = static_cast<HubEntry *>(Zos_ModEhFindEntry(pcName));
+        auto *s = e != nullptr
+                      ? static_cast<Suber *>(Zos_ModEhFindSuber(e, uiTaskId, pfnFunc, zData))
+                      : nullptr;
+        if (e == nullptr) {
+            outcome = SubOutcome::kNoEntry;
+        } else if (s == nullptr) {
+            outcome = SubOutcome::kNoSuber;
+        } else {
+            // Later subscribers move up, keeping their order.
+            const uint32_t at = static_cast<uint32_t>(s - e->pstSubers);
+            std::memmove(s, s + 1, (e->uiCount - at - 1) * sizeof(Suber));
+            e->uiCount--;
+            if (e->uiCount == 0) Zos_ModEhDeleteEntry(e);
+        }
+    }
     const size_t data = zData;
-    if (e == nullptr) {
-        ZOS_LOG_ERR("ModEhUnSub no entry %s.", pcName);
-        return ZFAILED;
+    switch (outcome) {
+        case SubOutcome::kNoEntry:
+            ZOS_LOG_ERR("ModEhUnSub no entry %s.", pcName);
+            return ZFAILED;
+        case SubOutcome::kNoSuber:
+            ZOS_LOG_ERR("ModEhUnSub entry %s no suber %x:%zu:%p.", pcName, uiTaskId, data,
+                        FnPtr(pfnFunc));
+            return ZFAILED;
+        default:
+            Zos_LogInfo(Zos_LogGetZosId(), "ModEhUnSub entry %s suber %x:%zu:%p.", pcName, uiTaskId,
+                        data, FnPtr(pfnFunc));
+            return ZOK;
     }
-    auto *s = static_cast<Suber *>(Zos_ModEhFindSuber(e, uiTaskId, pfnFunc, zData));
-    if (s == nullptr) {
-        ZOS_LOG_ERR("ModEhUnSub entry %s no suber %x:%zu:%p.", pcName, uiTaskId, data,
-                    FnPtr(pfnFunc));
-        return ZFAILED;
-    }
-    // Later subscribers move up, keeping their order.
-    const uint32_t at = static_cast<uint32_t>(s - e->pstSubers);
-    std::memmove(s, s + 1, (e->uiCount - at - 1) * sizeof(Suber));
-    e->uiCount--;
-    Zos_LogInfo(Zos_LogGetZosId(), "ModEhUnSub entry %s suber %x:%zu:%p.", pcName, uiTaskId, data,
-                FnPtr(pfnFunc));
-    if (e->uiCount == 0) Zos_ModEhDeleteEntry(e);
-    return ZOK;
 }
 
 KESTRO_API uint32_t Zos_ModSubEvnt(const char *pcName, uint32_t uiTaskId, PFN_ZOS_MOD_FUNC pfnFunc,
