@@ -343,23 +343,34 @@ uint32_t Post(ZMSG msg, bool withPri, uint32_t pri, const char *fullText, const 
     void *queue = nullptr;
     bool ownThread = false;
     uint32_t level = 0;
+    // A refusal is logged after the module lock is released: posters that
+    // retry against a full queue must not hold every other post up behind
+    // their log writes.
+    char full[ZOS_TASK_NAME_MAX + 1] = {};
+    bool found = false;
     {
         Lock lock(mgr);
         ModTask *t = zos::TaskFind(mgr, recv);
-        if (t == nullptr) {
+        if ((found = t != nullptr)) {
+            ownThread = t->zQueue != nullptr;
+            queue = ownThread ? t->zQueue : mgr->zQueue;
+            level = withPri ? (pri > kLevels ? kLevels : pri) : t->ucPriority;
+            CountQueued(t, true);
+            if (Zos_PQueueAdd(queue, level, reinterpret_cast<uintptr_t>(msg)) != ZOK) {
+                std::memcpy(full, t->acName, sizeof(full));
+                CountQueued(t, false);
+                queue = nullptr;
+            }
+        }
+    }
+    if (queue == nullptr) {
+        if (!found) {
             ZOS_LOG_ERR("%s", recvText);
-            return ZFAILED;
-        }
-        ownThread = t->zQueue != nullptr;
-        queue = ownThread ? t->zQueue : mgr->zQueue;
-        level = withPri ? (pri > kLevels ? kLevels : pri) : t->ucPriority;
-        CountQueued(t, true);
-        if (Zos_PQueueAdd(queue, level, reinterpret_cast<uintptr_t>(msg)) != ZOK) {
+        } else {
             const uint32_t send = Zos_MsgGetSendTaskId(msg);
-            ZOS_LOG_ERR(fullText, Zos_TaskGetName(send), send, t->acName, recv);
-            CountQueued(t, false);
-            return ZFAILED;
+            ZOS_LOG_ERR(fullText, Zos_TaskGetName(send), send, full, recv);
         }
+        return ZFAILED;
     }
     // The manager task drains the shared queue in threaded mode, so only
     // host-driven posts ask for a drive.
