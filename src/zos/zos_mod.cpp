@@ -129,7 +129,17 @@ uint32_t PostCtrl(ZosModMgr *mgr, uint32_t id, uint32_t code) {
             __atomic_store_n(&block[1], id, __ATOMIC_RELAXED);
             __atomic_store_n(&block[2], code, __ATOMIC_RELEASE);
             void *q = t->zQueue != nullptr ? t->zQueue : mgr->zQueue;
-            if (Zos_PQueueFind(q, 0, zos::CtrlTag(block)) != 0) return ZOK;
+            if (code != ZOS_MOD_CTRL_STOP) {
+                // Pause and resume: the latest request wins. Both blocks
+                // leave the queue and this one goes to its end; otherwise
+                // a resume still queued ahead of a later pause would swallow
+                // the next resume, leaving the task paused.
+                for (uint32_t c : {ZOS_MOD_CTRL_RESUME, ZOS_MOD_CTRL_PAUSE}) {
+                    Zos_PQueueRmv(q, 0, zos::CtrlTag(t->aauiCtrl[c - ZOS_MOD_CTRL_STOP]));
+                }
+            } else if (Zos_PQueueFind(q, 0, zos::CtrlTag(block)) != 0) {
+                return ZOK;
+            }
             if (Zos_PQueueAdd(q, 0, zos::CtrlTag(block)) == ZOK) return ZOK;
         }
         Delay(kPollMs);

@@ -612,6 +612,9 @@ KESTRO_API uint32_t Zos_ModEhSub(const char *pcName, uint32_t uiTaskId, PFN_ZOS_
         } else if (Zos_ModEhFindSuber(e, uiTaskId, pfnFunc, zData) != nullptr) {
             outcome = SubOutcome::kExists;
         } else if (Zos_ModEhAddSuber(e, uiTaskId, pfnFunc, zData) != ZOK) {
+            // An entry lives only while it has subscribers: one just made
+            // for this subscriber goes again rather than stay empty.
+            if (static_cast<HubEntry *>(e)->uiCount == 0) Zos_ModEhDeleteEntry(e);
             outcome = SubOutcome::kFailed;
         }
     }

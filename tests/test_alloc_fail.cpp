@@ -1,0 +1,234 @@
+// Allocation failures on the runtime's create paths: start-up, module
+// tasks, timers and the event hub. Every platform-heap allocation of a call
+// fails in turn until the call succeeds without an injected failure; each
+// failed call must report it, leave nothing allocated, and leave the layer
+// usable for the next call.
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "mod_test.h"
+
+namespace {
+
+using ktest::g_calls;
+using ktest::g_failAt;
+using ktest::g_live;
+
+// Rounds before giving up: far more than any of these calls allocates.
+constexpr int kMaxRounds = 200;
+
+// Arms the heap to fail its n-th allocation (0: none) from now on.
+void FailAt(int n) {
+    g_calls = 0;
+    g_failAt = n;
+}
+
+// True when the armed failure was reached since FailAt: false means the
+// call made fewer allocations, so the whole path has been covered.
+bool Hit() {
+    return g_failAt != 0 && g_calls >= g_failAt;
+}
+
+// Start-up in heap mode (1) and pool mode (0), with the layer's threads.
+// The heap slots belong to the holder, which each shut-down throws away,
+// so they are installed again on a new holder before each round. A failed
+// allocation may also be survived (a progress line that cannot be printed
+// is dropped, a pool that cannot grow a bucket serves from another); the
+// start-up must then work in full. The window cannot be narrower than the
+// whole call: the threads it starts could draw the armed failure too, and
+// the checks hold either way.
+TEST(AllocFail, StartUpFailsCleanlyAtEveryAllocation) {
+    for (const uint32_t osMalloc : {1u, 0u}) {
+        int failed = 0;
+        bool done = false;
+        for (int n = 1; n <= kMaxRounds && !done; ++n) {
+            ASSERT_NE(Zos_OsenvLocateNew(), nullptr);
+            ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+            ASSERT_EQ(Zos_CfgSetUseOsMalloc(osMalloc), ZOK);
+            ktest::UseTestLogDir();
+            ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(ktest::FailingMalloc);
+            ktest::Slot(2) = reinterpret_cast<ZOS_OSDEP_FUNC>(ktest::CountingFree);
+            g_live = 0;
+            FailAt(n);
+            const uint32_t ret = Zos_SysInit();
+            done = !Hit();
+            g_failAt = 0;
+            if (ret == ZOK) {
+                ZEVNT e = Zos_EvntCreate();  // the started layer works
+                EXPECT_NE(e, nullptr) << n;
+                Zos_EvntDelete(e);
+                EXPECT_NE(Zos_TaskGetTaskId("MOD_MGR"), ZOS_INVALID_ID) << n;
+            } else {
+                ++failed;
+                EXPECT_FALSE(done) << "start-up failed with no failed allocation";
+            }
+            // A failed start-up has shut itself down already; this is a no-op.
+            Zos_SysDestroy();
+            EXPECT_EQ(Zos_OsenvLocate(), nullptr) << osMalloc << "/" << n;
+            EXPECT_EQ(g_live, 0) << osMalloc << "/" << n;
+        }
+        EXPECT_TRUE(done) << osMalloc;
+        EXPECT_GT(failed, 3) << osMalloc;  // several steps allocate
+    }
+    // A plain start-up and shut-down afterwards.
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    Zos_SysDestroy();
+    EXPECT_EQ(Zos_OsenvLocate(), nullptr);
+}
+
+std::atomic<int> g_handled{0};
+int32_t Count(void *) {
+    ++g_handled;
+    return 0;
+}
+
+// A module task on its own thread (bMainThread 0) and one on the shared
+// queue (1): each start fails cleanly until it succeeds, then the task
+// handles a message and stops. The failing heap is armed only for the
+// start itself (the new thread allocates nothing before its first
+// message), so the layer's threads do not draw the failure at other times.
+// One task is started and stopped first: the id map keeps the node block
+// it grows then for later ids, which is a cache and not a leak.
+TEST_F(ZosTest, ModTaskStartFailsCleanlyAtEveryAllocation) {
+    uint32_t warm = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_ModTaskStart("AFWARM", 3, 0, 0, 0, nullptr, nullptr, Count, &warm), ZOK);
+    ASSERT_EQ(Zos_ModTaskStop(warm), ZOK);
+    for (const uint32_t shared : {0u, 1u}) {
+        int failed = 0;
+        bool done = false;
+        for (int n = 1; n <= kMaxRounds && !done; ++n) {
+            uint32_t id = 7;
+            uint32_t ret = ZFAILED;
+            {
+                const ktest::FailingHeap heap;
+                g_live = 0;
+                FailAt(n);
+                ret = Zos_ModTaskStart("AFTASK", 3, 0, 0, shared, nullptr, nullptr, Count, &id);
+                done = !Hit();
+                g_failAt = 0;
+                if (ret != ZOK) EXPECT_EQ(g_live, 0) << shared << "/" << n;
+            }
+            if (ret != ZOK) {
+                ++failed;
+                EXPECT_EQ(id, ZOS_INVALID_ID) << n;
+                EXPECT_EQ(Zos_ModFindTaskX("AFTASK"), nullptr) << n;  // the name is free again
+                continue;
+            }
+            g_handled = 0;
+            ASSERT_EQ(Zos_MsgSendX(id, id, 1, 0, "x", 1), ZOK);
+            EXPECT_TRUE(ktest::WaitFor([] { return g_handled == 1; })) << shared << "/" << n;
+            EXPECT_EQ(Zos_ModTaskStop(id), ZOK);
+            EXPECT_TRUE(ktest::WaitFor([] { return Zos_ModFindTaskX("AFTASK") == nullptr; }));
+        }
+        EXPECT_TRUE(done) << shared;
+        // Only a task with a queue of its own allocates (the queue).
+        EXPECT_EQ(failed > 0, shared == 0) << failed;
+    }
+}
+
+std::atomic<bool> g_hold{false};
+int32_t Held(void *) {
+    while (g_hold) std::this_thread::yield();
+    ++g_handled;
+    return 0;
+}
+
+// The hub case below pauses and resumes its subscriber round after round.
+// The last of several requests queued meanwhile must win: with resume,
+// pause, resume queued behind a busy handler the task runs afterwards.
+TEST_F(ZosTest, LastPauseOrResumeRequestWins) {
+    uint32_t id = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_ModTaskStart("AFPAUSE", 3, 0, 0, 0, nullptr, nullptr, Held, &id), ZOK);
+    g_handled = 0;
+    g_hold = true;
+    ASSERT_EQ(Zos_MsgSendX(id, id, 1, 0, "x", 1), ZOK);
+    for (const uint32_t resume : {1u, 0u, 1u, 0u, 0u, 1u})
+        EXPECT_EQ(Zos_ModTaskPause(id, resume), ZOK);
+    g_hold = false;
+    ASSERT_EQ(Zos_MsgSendX(id, id, 2, 0, "y", 1), ZOK);
+    EXPECT_TRUE(ktest::WaitFor([] { return g_handled == 2; }, 2000)) << g_handled;
+    EXPECT_EQ(Zos_ModTaskStop(id), ZOK);
+}
+
+void OnTimer(uint32_t, uint32_t, uintptr_t) {}
+
+std::atomic<uint32_t> g_got{0};
+void Hub(const char *, uintptr_t data, uint32_t value) {
+    g_got = static_cast<uint32_t>(data) + value;
+}
+
+// Timer creation and start, then a subscription to the hub and a
+// publication to it, each failing at every allocation in turn. Timers come
+// from the table made at start-up, so their loop ends in its first round.
+// The subscriber's task is paused while the failure is armed, so the
+// perform it runs (which allocates too) happens afterwards on the plain
+// heap. A first subscription to another name warms the hub's tree up.
+TEST_F(ZosTest, TimerAndHubFailCleanlyAtEveryAllocation) {
+    uint32_t task = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_ModTaskStart("AFHUB", 3, 0, 0, 0, nullptr, nullptr, Count, &task), ZOK);
+    const auto hub = reinterpret_cast<PFN_ZOS_MOD_FUNC>(Hub);
+    ASSERT_EQ(Zos_ModSubEvnt("af.warm", task, hub, 1), ZOK);
+    ASSERT_EQ(Zos_ModUnSubEvnt("af.warm", task, hub, 1), ZOK);
+    bool timerDone = false, subDone = false, pubDone = false;
+    int subFailed = 0, pubRound = 0, pubFailed = 0;
+    for (int n = 1; n <= kMaxRounds && !pubDone; ++n) {
+        const ktest::FailingHeap heap;
+        g_live = 0;
+        if (!timerDone) {
+            FailAt(n);
+            uint32_t tid = 7;
+            uint32_t ret = Zos_TimerCreate(task, 0, &tid);
+            if (ret != ZOK) EXPECT_EQ(tid, ZOS_INVALID_ID) << n;
+            if (ret == ZOK) ret = Zos_TimerStart(tid, 0, 60000, 0, OnTimer);
+            timerDone = !Hit();
+            g_failAt = 0;
+            EXPECT_EQ(Zos_TimerIsRun(tid), ret == ZOK ? 1u : 0u) << n;
+            EXPECT_EQ(Zos_TimerDelete(tid), tid == ZOS_INVALID_ID ? ZFAILED : ZOK) << n;
+            EXPECT_EQ(g_live, 0) << n;
+        }
+        if (!subDone) {
+            FailAt(n);
+            const uint32_t ret = Zos_ModSubEvnt("af.event", task, hub, 100);
+            subDone = !Hit();
+            g_failAt = 0;
+            if (ret != ZOK) {
+                ++subFailed;
+                EXPECT_EQ(Zos_ModEhFindEntry("af.event"), nullptr) << n;  // no empty entry
+                EXPECT_EQ(g_live, 0) << n;
+            } else if (!subDone) {
+                EXPECT_EQ(Zos_ModUnSubEvnt("af.event", task, hub, 100), ZOK);
+            }
+            continue;
+        }
+        ASSERT_EQ(Zos_ModTaskPause(task, 0), ZOK);
+        g_got = 0;
+        FailAt(++pubRound);
+        const uint32_t ret = Zos_ModPubEvnt("af.event", "%u", 5u);
+        pubDone = !Hit();
+        g_failAt = 0;
+        ASSERT_EQ(Zos_ModTaskPause(task, 1), ZOK);
+        if (ret == ZOK) {
+            EXPECT_TRUE(ktest::WaitFor([] { return g_got == 105; })) << pubRound;
+        } else {
+            ++pubFailed;
+        }
+        // Whatever the subscriber's queue took is gone once handled.
+        EXPECT_TRUE(ktest::WaitFor([] { return g_live == 0; })) << pubRound << ": " << g_live;
+        EXPECT_EQ(g_got, ret == ZOK ? 105u : 0u) << pubRound;
+    }
+    EXPECT_TRUE(timerDone && subDone && pubDone);
+    EXPECT_GT(subFailed, 2);  // the entry, its name and the subscriber array
+    EXPECT_GT(pubFailed, 3);
+    // The hub works afterwards: the subscriber leaves and a new one joins.
+    EXPECT_EQ(Zos_ModUnSubEvnt("af.event", task, hub, 100), ZOK);
+    EXPECT_EQ(Zos_ModPubEvnt("af.event", "%u", 1u), ZFAILED);  // no subscriber left
+    EXPECT_EQ(Zos_ModSubEvnt("af.event", task, hub, 200), ZOK);
+    EXPECT_EQ(Zos_ModPubEvnt("af.event", "%u", 1u), ZOK);
+    EXPECT_TRUE(ktest::WaitFor([] { return g_got == 201; }));
+    EXPECT_EQ(Zos_ModTaskStop(task), ZOK);
+}
+
+}  // namespace
