@@ -253,15 +253,18 @@ TimerMgrUse::TimerMgrUse(ZosTmrMgr *mgr) {
     HeldUses *held = HeldOf(mgr);
     Users(mgr).fetch_add(1);
     if (held == nullptr) {
-        if (Flag(mgr->ucClosing).load() != 0 || Flag(mgr->ucInit).load() == 0) {
-            Users(mgr).fetch_sub(1);
-            return;
-        }
         for (HeldUses &h : t_held) {
             if (h.count == 0) {
                 held = &h;
                 break;
             }
+        }
+        // No slot left only when a thread still inside the managers of a
+        // layer that was shut down and started again reaches the new ones:
+        // refused like a closed manager.
+        if (held == nullptr || Flag(mgr->ucClosing).load() != 0 || Flag(mgr->ucInit).load() == 0) {
+            Users(mgr).fetch_sub(1);
+            return;
         }
         held->mgr = mgr;
     }
