@@ -13,43 +13,11 @@
 
 namespace {
 
+using ktest::FailArm;
+using ktest::FailDisarm;
+using ktest::FailEach;
 using ktest::g_calls;
 using ktest::g_failAt;
-using ktest::g_live;
-
-constexpr int kMaxRounds = 200;
-bool g_hit = false;
-
-// Arms the heap to fail its n-th allocation from now on.
-void Arm(int n) {
-    g_calls = 0;
-    g_failAt = n;
-}
-// Disarms it and notes whether the armed allocation was reached.
-void Disarm() {
-    g_hit = g_hit || (g_failAt != 0 && g_calls >= g_failAt);
-    g_failAt = 0;
-}
-
-// Runs round(n) on the failing heap until a round no longer reaches its
-// armed allocation. A round builds and frees its own objects, so the heap
-// must be back where it started after each one, failed or not. Returns
-// the number of rounds whose call failed.
-template <class Round>
-int FailEach(const char *what, Round round) {
-    int failed = 0;
-    bool done = false;
-    for (int n = 1; n <= kMaxRounds && !done; ++n) {
-        const ktest::FailingHeap heap;
-        g_live = 0;
-        g_hit = false;
-        if (!round(n)) ++failed;
-        done = !g_hit;
-        EXPECT_EQ(g_live, 0) << what << " round " << n;
-    }
-    EXPECT_TRUE(done) << what;
-    return failed;
-}
 
 using AllocFailObjs = ZosTest;
 
@@ -68,9 +36,9 @@ TEST_F(AllocFailObjs, LogCreateAndWrite) {
     EXPECT_EQ(Zos_LogInfo(warm, "warm %d", 1), ZOK);
     EXPECT_EQ(Zos_LogDelete(warm), ZOK);
     const int failed = FailEach("log", [](int n) {
-        Arm(n);
+        FailArm(n);
         ZLOGID log = Zos_LogCreateX("AFLOG", nullptr, 0, ZOS_LOG_LEVEL_ALL, 64 * 1024);
-        Disarm();
+        FailDisarm();
         ZLOGID found = nullptr;
         if (log == nullptr) {
             EXPECT_EQ(Zos_LogGetId("AFLOG", &found), ZFAILED) << n;  // not half-registered
@@ -80,7 +48,7 @@ TEST_F(AllocFailObjs, LogCreateAndWrite) {
         EXPECT_EQ(found, log);
         EXPECT_EQ(Zos_LogSetWatcher(log, Watch, nullptr), ZOK);
         g_seen.clear();
-        Arm(1);
+        FailArm(1);
         EXPECT_EQ(Zos_LogInfo(log, "line %d", n), ZOK);
         EXPECT_EQ(g_calls, 0);  // the write took no heap block
         g_failAt = 0;
@@ -104,7 +72,7 @@ TEST_F(AllocFailObjs, DbufCreateAndGrow) {
         ST_ZOS_POOL_CFG cfg{"af dbuf", rows, nullptr, nullptr, 0, 1, 0, 2};
         ZPOOL pool = Zos_PoolCreate(&cfg);
         EXPECT_NE(pool, nullptr);
-        Arm(n);  // one window over the creation and all three additions
+        FailArm(n);  // one window over the creation and all three additions
         ZDBUF b = Zos_DbufCreate(pool, ZOS_DBUF_TYPE_MSG, 128);
         bool ok = b != nullptr;
         for (int step = 0; ok && step < 3; ++step) {
@@ -116,7 +84,7 @@ TEST_F(AllocFailObjs, DbufCreateAndGrow) {
             ok = ret == ZOK;
             EXPECT_EQ(Zos_DbufLen(b), before + (ok ? (step == 0 ? 100u : 300u) : 0u)) << n;
         }
-        Disarm();
+        FailDisarm();
         if (ok) {
             std::string all(Zos_DbufLen(b), '\0');
             EXPECT_EQ(Zos_DbufCopyD(b, 0, 700, all.data()), ZOK);
@@ -134,7 +102,7 @@ TEST_F(AllocFailObjs, DbufCreateAndGrow) {
 TEST_F(AllocFailObjs, SbufUbufCreateAndCopy) {
     const std::string text(200, 'x');
     const int failed = FailEach("ubuf", [&](int n) {
-        Arm(n);
+        FailArm(n);
         ZSBUF s = Zos_SbufCreate(64);
         ZUBUF u = s != nullptr ? Zos_UbufCreate(s) : nullptr;
         char *small = nullptr, *large = nullptr;
@@ -143,7 +111,7 @@ TEST_F(AllocFailObjs, SbufUbufCreateAndCopy) {
         if (u != nullptr) r1 = Zos_UbufCpyStr(u, "short", &small);
         if (r1 == ZOK) r2 = Zos_UbufCpyStr(u, text.c_str(), &large);
         if (r2 == ZOK) r3 = Zos_UbufCpySStr(u, text.c_str(), &counted);
-        Disarm();
+        FailDisarm();
         if (u != nullptr) {
             EXPECT_EQ(r1 == ZOK, small != nullptr) << n;  // a failed copy clears its output
             EXPECT_EQ(r2 == ZOK, large != nullptr) << n;
@@ -170,9 +138,9 @@ uint32_t SameItem(uintptr_t item, uintptr_t key, uintptr_t, uintptr_t) {
 TEST_F(AllocFailObjs, ContainersCreateAndAdd) {
     int failed = FailEach("hash", [](int n) {
         ST_ZOS_HASH *h = nullptr;
-        Arm(n);
+        FailArm(n);
         const uint32_t ret = Zos_HashCreateA(nullptr, 1024, Zos_HashKeyFromUint32, SameItem, &h);
-        Disarm();
+        FailDisarm();
         if (ret != ZOK) {
             EXPECT_EQ(h, nullptr) << n;
             return false;
@@ -187,11 +155,11 @@ TEST_F(AllocFailObjs, ContainersCreateAndAdd) {
     EXPECT_GE(failed, 1);
 
     failed = FailEach("rbt", [](int n) {
-        Arm(n);
+        FailArm(n);
         ZRBT t = Zos_RbtCreate(nullptr);
         uint32_t added = 0;
         while (t != nullptr && added < 200 && Zos_RbtAdd(t, added * 7, added) == ZOK) ++added;
-        Disarm();
+        FailDisarm();
         if (t != nullptr) {  // a failed add leaves the tree whole
             EXPECT_EQ(Zos_RbtSize(t), added) << n;
             EXPECT_EQ(Zos_RbtChk(t), ZOK) << n;
@@ -205,11 +173,11 @@ TEST_F(AllocFailObjs, ContainersCreateAndAdd) {
 
     int obj[100] = {};
     failed = FailEach("omap", [&](int n) {
-        Arm(n);
+        FailArm(n);
         ZOMAP m = Zos_OmapCreate(10, 1000);
         uint32_t added = 0, id = 0;
         while (m != nullptr && added < 100 && Zos_OmapAdd(m, &obj[added], &id) == ZOK) ++added;
-        Disarm();
+        FailDisarm();
         if (m != nullptr) {  // a failed add takes no id
             EXPECT_EQ(Zos_OmapCount(m), added) << n;
             EXPECT_EQ(Zos_OmapFind(m, 10 + added), nullptr) << n;
