@@ -109,7 +109,9 @@ TEST_F(ZosTest, ModTaskStartFailsCleanlyAtEveryAllocation) {
                 ret = Zos_ModTaskStart("AFTASK", 3, 0, 0, shared, nullptr, nullptr, Count, &id);
                 done = !Hit();
                 g_failAt = 0;
-                if (ret != ZOK) EXPECT_EQ(g_live, 0) << shared << "/" << n;
+                if (ret != ZOK) {
+                    EXPECT_EQ(g_live, 0) << shared << "/" << n;
+                }
             }
             if (ret != ZOK) {
                 ++failed;
@@ -181,7 +183,9 @@ TEST_F(ZosTest, TimerAndHubFailCleanlyAtEveryAllocation) {
             FailAt(n);
             uint32_t tid = 7;
             uint32_t ret = Zos_TimerCreate(task, 0, &tid);
-            if (ret != ZOK) EXPECT_EQ(tid, ZOS_INVALID_ID) << n;
+            if (ret != ZOK) {
+                EXPECT_EQ(tid, ZOS_INVALID_ID) << n;
+            }
             if (ret == ZOK) ret = Zos_TimerStart(tid, 0, 60000, 0, OnTimer);
             timerDone = !Hit();
             g_failAt = 0;
@@ -221,7 +225,7 @@ TEST_F(ZosTest, TimerAndHubFailCleanlyAtEveryAllocation) {
     }
     EXPECT_TRUE(timerDone && subDone && pubDone);
     EXPECT_GT(subFailed, 2);  // the entry, its name and the subscriber array
-    EXPECT_GT(pubFailed, 3);
+    EXPECT_GE(pubFailed, 3);  // three on the 32-bit target, more on 64-bit hosts
     // The hub works afterwards: the subscriber leaves and a new one joins.
     EXPECT_EQ(Zos_ModUnSubEvnt("af.event", task, hub, 100), ZOK);
     EXPECT_EQ(Zos_ModPubEvnt("af.event", "%u", 1u), ZFAILED);  // no subscriber left

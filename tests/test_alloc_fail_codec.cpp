@@ -93,7 +93,8 @@ TEST_F(ZosTest, AllocFailHttpStartOpenAndBody) {
         Zos_HttpDestroy();
         return body != nullptr;
     });
-    EXPECT_GE(failed, 4);  // two on starting, the rest on opens
+    // Two on starting, the rest on opens (fewer arena pages on 32-bit).
+    EXPECT_GE(failed, 3);
     EXPECT_EQ(Zos_HttpInit(), ZOK);
 }
 
@@ -202,7 +203,9 @@ TEST_F(ZosTest, AllocFailAbnfRulesDecodeEncode) {
         const uint32_t rc =
             out != nullptr ? Abnf_AnyEncode(ABNF_PROTO_SIP, EncodeLines, out, &lines) : ZFAILED;
         FailDisarm();
-        if (rc == ZOK) EXPECT_EQ(Flat(out), text) << n;
+        if (rc == ZOK) {
+            EXPECT_EQ(Flat(out), text) << n;
+        }
         if (out != nullptr) Zos_DbufDelete(out);
         Zos_PoolDelete(pool);
         return rc == ZOK;

@@ -90,7 +90,9 @@ TEST_F(AllocFailObjs, DbufCreateAndGrow) {
             EXPECT_EQ(Zos_DbufCopyD(b, 0, 700, all.data()), ZOK);
             EXPECT_EQ(all, big + tail + big);
         }
-        if (b != nullptr) EXPECT_EQ(Zos_DbufDelete(b), ZOK);
+        if (b != nullptr) {
+            EXPECT_EQ(Zos_DbufDelete(b), ZOK);
+        }
         Zos_PoolDelete(pool);
         return ok;
     });
@@ -122,7 +124,9 @@ TEST_F(AllocFailObjs, SbufUbufCreateAndCopy) {
             EXPECT_EQ(std::string(counted.pcStr, counted.uiLen), text);
             EXPECT_EQ(Zos_SbufHoldD(s, large), 1u);
         }
-        if (u != nullptr) EXPECT_EQ(Zos_UbufDelete(u), ZOK);
+        if (u != nullptr) {
+            EXPECT_EQ(Zos_UbufDelete(u), ZOK);
+        }
         Zos_SbufDelete(s);
         return r3 == ZOK;
     });
@@ -164,7 +168,9 @@ TEST_F(AllocFailObjs, ContainersCreateAndAdd) {
             EXPECT_EQ(Zos_RbtSize(t), added) << n;
             EXPECT_EQ(Zos_RbtChk(t), ZOK) << n;
             EXPECT_EQ(Zos_RbtFind(t, added * 7), nullptr) << n;
-            if (added > 0) EXPECT_EQ(Zos_RbtGetValue(Zos_RbtFind(t, (added - 1) * 7)), added - 1);
+            if (added > 0) {
+                EXPECT_EQ(Zos_RbtGetValue(Zos_RbtFind(t, (added - 1) * 7)), added - 1);
+            }
         }
         Zos_RbtDelete(t);
         return added == 200;
@@ -181,7 +187,9 @@ TEST_F(AllocFailObjs, ContainersCreateAndAdd) {
         if (m != nullptr) {  // a failed add takes no id
             EXPECT_EQ(Zos_OmapCount(m), added) << n;
             EXPECT_EQ(Zos_OmapFind(m, 10 + added), nullptr) << n;
-            if (added > 0) EXPECT_EQ(Zos_OmapFind(m, 10 + added - 1), &obj[added - 1]) << n;
+            if (added > 0) {
+                EXPECT_EQ(Zos_OmapFind(m, 10 + added - 1), &obj[added - 1]) << n;
+            }
             EXPECT_EQ(Zos_OmapAdd(m, &obj[0], &id), ZOK);  // the next id works
             EXPECT_EQ(id, 10 + added);
         }
