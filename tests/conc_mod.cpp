@@ -173,6 +173,43 @@ TEST_F(ZosTest, ConcSubscribeWhilePublishing) {
 
 using ConcHost = ktest::HostModTest;
 
+namespace {
+// The host drives the shared queue by hand; the outer handler drives it
+// once more from inside (running the inner task's message), then is slow.
+uint32_t g_outerTask = ZOS_INVALID_ID;
+int32_t NestedOuter(void *) {
+    Zos_ModDriveMsg();
+    g_slowIn = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    g_slowDone = true;
+    return 0;
+}
+int32_t NestedInner(void *) {
+    return 0;
+}
+}  // namespace
+
+// A handler that drives the queue itself is still waited for by a stop
+// once the handler it ran inside has returned.
+TEST_F(ConcHost, ConcStopWaitsForAHandlerThatDroveTheQueue) {
+    Zpand_ModSetPostDrv([]() -> uint32_t { return ZOK; });
+    g_slowIn = false;
+    g_slowDone = false;
+    g_exitSawDone = -1;
+    uint32_t inner = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_ModTaskStart("OUTER", 3, 0, 0, 1, nullptr, SlowExit, NestedOuter, &g_outerTask),
+              ZOK);
+    ASSERT_EQ(Zos_ModTaskStart("INNER", 3, 0, 0, 1, nullptr, nullptr, NestedInner, &inner), ZOK);
+    ASSERT_EQ(Zos_MsgSendX(g_outerTask, g_outerTask, 1, 0, nullptr, 0), ZOK);
+    ASSERT_EQ(Zos_MsgSendX(inner, inner, 1, 0, nullptr, 0), ZOK);
+    std::thread host([] { Zos_ModDriveMsg(); });
+    ASSERT_TRUE(WaitFor([] { return g_slowIn.load(); }));
+    EXPECT_EQ(Zos_ModTaskStop(g_outerTask), ZOK);
+    EXPECT_EQ(g_exitSawDone, 1) << "the exit callback ran while the handler still ran";
+    host.join();
+    EXPECT_EQ(Zos_ModTaskStop(inner), ZOK);
+}
+
 TEST_F(ConcHost, ConcPostersToHostDrivenTasksThroughTheLooper) {
     Reset();
     ktest::HostLoop loop;

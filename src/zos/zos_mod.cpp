@@ -233,21 +233,36 @@ int32_t Dispatch(ZosModMgr *mgr, ZMSG msg) {
     const uint32_t recv = Zos_MsgGetRecvTaskId(msg);
     PFN_ZOS_MOD_ENTRY entry = nullptr;
     uint32_t state = ZOS_TASK_FREE;
+    // The running handler is noted for stops (WaitSharedHandler). A handler
+    // that drives the queue itself runs others inside it on its thread, and
+    // is noted again after them. When hosts drive the queue from two
+    // threads at once, the later handler takes the note over and the
+    // earlier leaves it alone: a note is never left behind stale.
+    const uintptr_t me = zos::ThreadTag();
+    uint32_t outerRecv = 0;
+    uintptr_t outerThread = 0;
     {
         Lock lock(mgr);
+        if (mgr->zSharedThread == me) {
+            outerRecv = mgr->uiSharedRecv;
+            outerThread = me;
+        }
         if (ModTask *t = zos::TaskFind(mgr, recv)) {
             CountQueued(t, false);
             entry = reinterpret_cast<PFN_ZOS_MOD_ENTRY>(t->zModule);
             state = MarkRunning(t);
             mgr->uiSharedRecv = recv;
-            mgr->zSharedThread = zos::ThreadTag();
+            mgr->zSharedThread = me;
         }
     }
     const int32_t result = Handle(nullptr, msg, state, entry, recv);
     ModDeferList own{};
     {
         Lock lock(mgr);
-        mgr->zSharedThread = 0;
+        if (mgr->zSharedThread == me && mgr->uiSharedRecv == recv) {
+            mgr->uiSharedRecv = outerRecv;
+            mgr->zSharedThread = outerThread;
+        }
         if (ModTask *t = zos::TaskFind(mgr, recv)) {
             zos::TaskMoveState(t, ZOS_TASK_RUNNING, ZOS_TASK_READY);
             own = t->stDefer;
