@@ -207,7 +207,8 @@ TEST(TimerConcShutDown, CallsRacingShutDownAreRefused) {
                 refused++;
             });
         }
-        while (starts < 2000) std::this_thread::yield();
+        while (starts < 2000 && refused == 0) std::this_thread::yield();
+        EXPECT_EQ(refused.load(), 0u) << "a start failed before the shut-down";
         Zos_SysDestroy();
         for (auto &th : users) th.join();
         EXPECT_EQ(refused.load(), kUsers);
