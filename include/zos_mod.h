@@ -95,8 +95,15 @@ KESTRO_API uint32_t Zos_ModTaskStart(const char *pcName, uint32_t uiPriority, ui
                                      uint32_t uiStackSize, uint32_t bMainThread,
                                      PFN_ZOS_MOD_INIT pfnInit, PFN_ZOS_TASK_EXIT pfnExit,
                                      PFN_ZOS_MOD_ENTRY pfnEntry, uint32_t *puiTaskId);
+/* Stops a task and releases its record; its exit callback runs once the
+ * task's handler has returned (a handler stopping its own task does not
+ * wait for itself). A task waiting in Zos_ModPerformX on the caller's
+ * task never returns to be stopped: do not stop it from that task. */
 KESTRO_API uint32_t Zos_ModTaskStop(uint32_t uiTaskId);
 KESTRO_API uint32_t Zos_ModTaskCease(uint32_t uiTaskId);
+/* bResume 0 pauses a task with a thread of its own, non-zero resumes it
+ * (other tasks: 0 at once); requests made while the task is busy collapse
+ * to the latest one. */
 KESTRO_API uint32_t Zos_ModTaskPause(uint32_t uiTaskId, uint32_t bResume);
 KESTRO_API uint32_t Zos_ModTaskWaitStop(uint32_t uiTaskId, uint32_t uiSeconds);
 /* 1 while the task's state is ready, pending or running. */

@@ -35,7 +35,9 @@ typedef struct tagZOS_OSENV {
 
 /* Start-up: 0 on success, 1 on failure (everything started is undone). */
 KESTRO_API uint32_t Zos_SysInit(void);
-/* Shut-down; does nothing unless the layer was started. */
+/* Shut-down; does nothing unless the layer was started. It waits for
+ * timer calls and timer callbacks still running on other threads; timer
+ * calls made after it has begun are refused. */
 KESTRO_API void Zos_SysDestroy(void);
 /* Prints one start-up progress line with the configured time prefix. */
 KESTRO_API void Zos_SysInitPrint(const char *pcText);

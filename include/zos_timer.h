@@ -83,6 +83,8 @@ KESTRO_API void Zos_TimerModDriven(uint32_t uiFlag);
 KESTRO_API uint32_t Zos_TimerCreate(uint32_t uiTaskId, uint32_t uiFlags, uint32_t *puiId);
 KESTRO_API uint32_t Zos_TimerCreateX(uint32_t uiTaskId, uint32_t uiFlags, uint32_t uiType,
                                      uintptr_t zParm, PFN_ZOS_TIMER_CB pfnCb, uint32_t *puiId);
+/* Delete and Stop do not wait for a callback of the timer that is already
+ * running on the timer thread: it finishes after they return. */
 KESTRO_API uint32_t Zos_TimerDelete(uint32_t uiId);
 KESTRO_API uint32_t Zos_TimerStart(uint32_t uiId, uint32_t uiType, uint32_t uiLenMs,
                                    uintptr_t zParm, PFN_ZOS_TIMER_CB pfnCb);
