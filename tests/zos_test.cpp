@@ -97,29 +97,6 @@ FailingHeap::~FailingHeap() {
     Slot(2) = free_;
 }
 
-namespace {
-bool g_reached = false;  // the armed allocation was reached this round
-}  // namespace
-
-void FailArm(int n) {
-    g_calls = 0;
-    g_failAt = n;
-}
-
-void FailDisarm() {
-    g_reached = g_reached || (g_failAt != 0 && g_calls >= g_failAt);
-    g_failAt = 0;
-}
-
-void FailRoundBegin() {
-    g_live = 0;
-    g_reached = false;
-}
-
-bool FailReached() {
-    return g_reached;
-}
-
 std::string TempDir() {
     const char *base = std::getenv("KESTRO_TEST_TMP");
     std::string dir = base != nullptr ? base : "/tmp/kestro-test";

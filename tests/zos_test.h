@@ -78,33 +78,6 @@ class FailingHeap {
     ZOS_OSDEP_FUNC free_;
 };
 
-// Allocation-failure rounds. FailArm(n) makes the heap fail its n-th
-// allocation from now on; FailDisarm() stops that and notes whether the
-// armed allocation was reached in this round.
-void FailArm(int n);
-void FailDisarm();
-void FailRoundBegin();
-bool FailReached();
-
-// Runs round(n) on the failing heap for n = 1, 2, ... until a round no
-// longer reaches its armed allocation. A round builds and frees its own
-// objects, so the heap must be back where it started after each one,
-// failed or not. Returns the number of rounds whose round(n) was false.
-template <class Round>
-int FailEach(const char *what, Round round) {
-    int failed = 0;
-    bool done = false;
-    for (int n = 1; n <= 300 && !done; ++n) {
-        const FailingHeap heap;
-        FailRoundBegin();
-        if (!round(n)) ++failed;
-        done = !FailReached();
-        EXPECT_EQ(g_live, 0) << what << " round " << n;
-    }
-    EXPECT_TRUE(done) << what;
-    return failed;
-}
-
 // Directory for files a test writes (under the build tree, or /tmp).
 std::string TempDir();
 // A fresh, empty directory under TempDir for one test.

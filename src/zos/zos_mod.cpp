@@ -275,6 +275,28 @@ int32_t Dispatch(ZosModMgr *mgr, ZMSG msg) {
     return result;
 }
 
+// Marks a record found under the lock as stopping: it handles no further
+// message.
+void MarkStopping(ModTask *t) {
+    if (zos::TaskState(t) > ZOS_TASK_WAIT_DELETE) zos::TaskSetState(t, ZOS_TASK_WAIT_DELETE);
+}
+
+// Looks at the record of `id` under the lock every 30 ms, for at most `ms`
+// (0xFFFFFFFF: no limit), until done(record) holds or the record is gone;
+// false when the wait gave up.
+template <class Done>
+bool PollTask(ZosModMgr *mgr, uint32_t id, uint32_t ms, Done done) {
+    for (uint32_t waited = 0;; waited += kPollMs) {
+        {
+            Lock lock(mgr);
+            ModTask *t = zos::TaskFind(mgr, id);
+            if (t == nullptr || done(t)) return true;
+        }
+        if (ms != 0xFFFFFFFFu && waited >= ms) return false;
+        Delay(kPollMs);
+    }
+}
+
 // Stops the loop of a task with its own thread and waits at most `ms` for
 // it to end: true when it has ended (or the record is gone).
 bool StopLoop(ZosModMgr *mgr, uint32_t id, uint32_t ms, bool log) {
@@ -283,45 +305,26 @@ bool StopLoop(ZosModMgr *mgr, uint32_t id, uint32_t ms, bool log) {
         Lock lock(mgr);
         ModTask *t = zos::TaskFind(mgr, id);
         if (t == nullptr) return true;
-        if (zos::TaskState(t) > ZOS_TASK_WAIT_DELETE) zos::TaskSetState(t, ZOS_TASK_WAIT_DELETE);
+        MarkStopping(t);
         if (log) {
             Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> module state is %d.", t->acName, id,
                         static_cast<int>(zos::TaskState(t)));
         }
     }
-    for (uint32_t waited = 0;; waited += kPollMs) {
-        {
-            Lock lock(mgr);
-            ModTask *t = zos::TaskFind(mgr, id);
-            if (t == nullptr || zos::TaskState(t) == ZOS_TASK_DELETED) return true;
-        }
-        if (ms != 0xFFFFFFFFu && waited >= ms) return false;
-        Delay(kPollMs);
-    }
+    return PollTask(mgr, id, ms, [](ModTask *t) { return zos::TaskState(t) == ZOS_TASK_DELETED; });
 }
 
 // Waits at most `ms` until the shared queue's handler is not running for
 // task `id` on another thread, so that the task's exit callback, which
 // usually frees what the handler uses, runs after the handler; the task
-// is marked stopping first and handles no further message. A task stopped
-// from inside its own handler has nothing to wait for. False when the
-// wait gave up.
-bool WaitSharedHandler(ZosModMgr *mgr, uint32_t id, uint32_t ms) {
+// is marked stopping first. A task stopped from inside its own handler has
+// nothing to wait for.
+void WaitSharedHandler(ZosModMgr *mgr, uint32_t id, uint32_t ms) {
     const uintptr_t me = zos::ThreadTag();
-    for (uint32_t waited = 0;; waited += kPollMs) {
-        {
-            Lock lock(mgr);
-            ModTask *t = zos::TaskFind(mgr, id);
-            if (t == nullptr) return true;
-            if (zos::TaskState(t) > ZOS_TASK_WAIT_DELETE)
-                zos::TaskSetState(t, ZOS_TASK_WAIT_DELETE);
-            if (mgr->zSharedThread == 0 || mgr->zSharedThread == me || mgr->uiSharedRecv != id) {
-                return true;
-            }
-        }
-        if (ms != 0xFFFFFFFFu && waited >= ms) return false;
-        Delay(kPollMs);
-    }
+    PollTask(mgr, id, ms, [mgr, id, me](ModTask *t) {
+        MarkStopping(t);
+        return mgr->zSharedThread == 0 || mgr->zSharedThread == me || mgr->uiSharedRecv != id;
+    });
 }
 
 // Module task stop, bounded or not.
@@ -833,9 +836,7 @@ KESTRO_API uint32_t Zos_ModTaskCease(uint32_t uiTaskId) {
     // queue the loop polls).
     PostCtrl(mgr, uiTaskId, ZOS_MOD_CTRL_STOP);
     Lock lock(mgr);
-    if (ModTask *t = zos::TaskFind(mgr, uiTaskId)) {
-        if (zos::TaskState(t) > ZOS_TASK_WAIT_DELETE) zos::TaskSetState(t, ZOS_TASK_WAIT_DELETE);
-    }
+    if (ModTask *t = zos::TaskFind(mgr, uiTaskId)) MarkStopping(t);
     return ZOK;
 }
 
