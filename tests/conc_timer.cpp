@@ -106,13 +106,24 @@ void OnOsFire(uint32_t, uint32_t, uintptr_t) {
     if (pthread_equal(pthread_self(), g_loop) == 0) g_offLoop = true;
 }
 
+void UninstallTimerHooks() {
+    Zpand_TimerSetInit(nullptr);
+    Zpand_TimerSetDestroy(nullptr);
+    Zpand_TimerSetStart(nullptr);
+    Zpand_TimerSetStop(nullptr);
+}
+
+void StartLayer() {
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+}
+
 TEST(TimerConcOs, StartStopRaceTheHostTimer) {
     ASSERT_NE(ALooper_prepare(0), nullptr);
     g_loop = pthread_self();
-    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
-    ktest::UseTestLogDir();
     Zpand_HostTimerInstall();
-    ASSERT_EQ(Zos_SysInit(), ZOK);
+    StartLayer();
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
     for (uint32_t t = 0; t < 2; ++t) {
@@ -139,47 +150,60 @@ TEST(TimerConcOs, StartStopRaceTheHostTimer) {
     EXPECT_GT(g_osFired.load(), 0u);
     EXPECT_FALSE(g_offLoop.load()) << "OS timer callbacks run on the loop thread";
     Zos_SysDestroy();
-    Zpand_TimerSetInit(nullptr);
-    Zpand_TimerSetDestroy(nullptr);
-    Zpand_TimerSetStart(nullptr);
-    Zpand_TimerSetStop(nullptr);
+    UninstallTimerHooks();
+}
+
+// A timer callback that takes `ms` to run; its parameter is its record.
+struct Slow {
+    uint32_t ms;
+    std::atomic<bool> in{false};
+    std::atomic<bool> done{false};
+};
+void SlowCallback(uint32_t, uint32_t, uintptr_t parm) {
+    auto *slow = reinterpret_cast<Slow *>(parm);
+    slow->in = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(slow->ms));
+    slow->done = true;
 }
 
 // Shut-down with an OS timer expiry running on this thread's looper: the
 // layer is shut down from another thread while the expiry's callback
 // runs, and must wait for it before it frees the timers.
-std::atomic<bool> g_slowIn{false};
-std::atomic<bool> g_slowDone{false};
-void SlowExpiry(uint32_t, uint32_t, uintptr_t) {
-    g_slowIn = true;
-    std::this_thread::sleep_for(200ms);
-    g_slowDone = true;
-}
-
 TEST(TimerConcOs, ShutDownWaitsForARunningExpiry) {
     ASSERT_NE(ALooper_prepare(0), nullptr);
-    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
-    ktest::UseTestLogDir();
     Zpand_HostTimerInstall();
-    ASSERT_EQ(Zos_SysInit(), ZOK);
+    StartLayer();
+    Slow slow{200};
     uint32_t id = ZOS_INVALID_ID;
     ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &id), ZOK);
-    ASSERT_EQ(Zos_TimerOsStart(id, 0, 20, 0, SlowExpiry), ZOK);
+    ASSERT_EQ(Zos_TimerOsStart(id, 0, 20, reinterpret_cast<uintptr_t>(&slow), SlowCallback), ZOK);
     std::atomic<bool> destroyed{false};
     bool doneAtReturn = false;
     std::thread destroyer([&] {
-        while (!g_slowIn) std::this_thread::sleep_for(1ms);
+        while (!slow.in) std::this_thread::sleep_for(1ms);
         Zos_SysDestroy();
-        doneAtReturn = g_slowDone.load();
+        doneAtReturn = slow.done.load();
         destroyed = true;
     });
     while (!destroyed) ALooper_pollOnce(10, nullptr, nullptr, nullptr);
     destroyer.join();
     EXPECT_TRUE(doneAtReturn) << "shut-down returned while a timer callback still ran";
-    Zpand_TimerSetInit(nullptr);
-    Zpand_TimerSetDestroy(nullptr);
-    Zpand_TimerSetStart(nullptr);
-    Zpand_TimerSetStop(nullptr);
+    UninstallTimerHooks();
+}
+
+// Shut-down while the timer task is inside a callback longer than the task
+// delete's bounded wait: the delete gives up and releases the task, but the
+// queue timer stays until the callback has returned and the task's loop
+// has ended.
+TEST(TimerConcShutDown, WaitsForACallbackThatOutlastsTheTaskDelete) {
+    StartLayer();
+    Slow slow{3500};
+    uint32_t id = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
+    ASSERT_EQ(Zos_TimerStart(id, 0, 10, reinterpret_cast<uintptr_t>(&slow), SlowCallback), ZOK);
+    while (!slow.in) std::this_thread::sleep_for(1ms);
+    Zos_SysDestroy();
+    EXPECT_TRUE(slow.done.load()) << "shut-down returned while a timer callback still ran";
 }
 
 // Shut-down against timer users: threads restart their timers without
@@ -187,11 +211,9 @@ TEST(TimerConcOs, ShutDownWaitsForARunningExpiry) {
 // are refused; none may reach the freed queue timer (AddressSanitizer and
 // ThreadSanitizer watch this test).
 TEST(TimerConcShutDown, CallsRacingShutDownAreRefused) {
-    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
-    ktest::UseTestLogDir();
     constexpr uint32_t kUsers = 3;
     for (int round = 0; round < 3; ++round) {
-        ASSERT_EQ(Zos_SysInit(), ZOK);
+        StartLayer();
         std::atomic<uint32_t> starts{0};
         std::atomic<uint32_t> refused{0};
         std::vector<std::thread> users;
@@ -213,30 +235,6 @@ TEST(TimerConcShutDown, CallsRacingShutDownAreRefused) {
         for (auto &th : users) th.join();
         EXPECT_EQ(refused.load(), kUsers);
     }
-}
-
-// Shut-down while the timer task is inside a callback longer than the task
-// delete's bounded wait: the delete gives up and releases the task, but the
-// queue timer stays until the callback has returned and the task's loop
-// has ended.
-std::atomic<bool> g_longIn{false};
-std::atomic<bool> g_longDone{false};
-void LongCallback(uint32_t, uint32_t, uintptr_t) {
-    g_longIn = true;
-    std::this_thread::sleep_for(3500ms);
-    g_longDone = true;
-}
-
-TEST(TimerConcShutDown, WaitsForACallbackThatOutlastsTheTaskDelete) {
-    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
-    ktest::UseTestLogDir();
-    ASSERT_EQ(Zos_SysInit(), ZOK);
-    uint32_t id = ZOS_INVALID_ID;
-    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
-    ASSERT_EQ(Zos_TimerStart(id, 0, 10, 0, LongCallback), ZOK);
-    while (!g_longIn) std::this_thread::sleep_for(1ms);
-    Zos_SysDestroy();
-    EXPECT_TRUE(g_longDone.load()) << "shut-down returned while a timer callback still ran";
 }
 
 }  // namespace
