@@ -1,8 +1,8 @@
-// Allocation failures on the runtime's create paths: start-up, module
-// tasks, timers and the event hub. Every platform-heap allocation of a call
-// fails in turn until the call succeeds without an injected failure; each
-// failed call must report it, leave nothing allocated, and leave the layer
-// usable for the next call.
+// Allocation failures on the runtime's create paths: start-up, timers and
+// the event hub. Every platform-heap allocation of a call fails in turn
+// until the call succeeds without an injected failure; each failed call
+// must report it, leave nothing allocated, and leave the layer usable for
+// the next call.
 #include <atomic>
 #include <string>
 #include <thread>
@@ -83,52 +83,6 @@ std::atomic<int> g_handled{0};
 int32_t Count(void *) {
     ++g_handled;
     return 0;
-}
-
-// A module task on its own thread (bMainThread 0) and one on the shared
-// queue (1): each start fails cleanly until it succeeds, then the task
-// handles a message and stops. The failing heap is armed only for the
-// start itself (the new thread allocates nothing before its first
-// message), so the layer's threads do not draw the failure at other times.
-// One task is started and stopped first: the id map keeps the node block
-// it grows then for later ids, which is a cache and not a leak.
-TEST_F(ZosTest, ModTaskStartFailsCleanlyAtEveryAllocation) {
-    uint32_t warm = ZOS_INVALID_ID;
-    ASSERT_EQ(Zos_ModTaskStart("AFWARM", 3, 0, 0, 0, nullptr, nullptr, Count, &warm), ZOK);
-    ASSERT_EQ(Zos_ModTaskStop(warm), ZOK);
-    for (const uint32_t shared : {0u, 1u}) {
-        int failed = 0;
-        bool done = false;
-        for (int n = 1; n <= kMaxRounds && !done; ++n) {
-            uint32_t id = 7;
-            uint32_t ret = ZFAILED;
-            {
-                const ktest::FailingHeap heap;
-                g_live = 0;
-                FailAt(n);
-                ret = Zos_ModTaskStart("AFTASK", 3, 0, 0, shared, nullptr, nullptr, Count, &id);
-                done = !Hit();
-                g_failAt = 0;
-                if (ret != ZOK) {
-                    EXPECT_EQ(g_live, 0) << shared << "/" << n;
-                }
-            }
-            if (ret != ZOK) {
-                ++failed;
-                EXPECT_EQ(id, ZOS_INVALID_ID) << n;
-                EXPECT_EQ(Zos_ModFindTaskX("AFTASK"), nullptr) << n;  // the name is free again
-                continue;
-            }
-            g_handled = 0;
-            ASSERT_EQ(Zos_MsgSendX(id, id, 1, 0, "x", 1), ZOK);
-            EXPECT_TRUE(ktest::WaitFor([] { return g_handled == 1; })) << shared << "/" << n;
-            EXPECT_EQ(Zos_ModTaskStop(id), ZOK);
-            EXPECT_TRUE(ktest::WaitFor([] { return Zos_ModFindTaskX("AFTASK") == nullptr; }));
-        }
-        EXPECT_TRUE(done) << shared;
-        // Only a task with a queue of its own allocates (the queue).
-        EXPECT_EQ(failed > 0, shared == 0) << failed;
-    }
 }
 
 std::atomic<bool> g_hold{false};
