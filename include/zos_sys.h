@@ -37,7 +37,12 @@ typedef struct tagZOS_OSENV {
 KESTRO_API uint32_t Zos_SysInit(void);
 /* Shut-down; does nothing unless the layer was started. It waits for
  * timer calls and timer callbacks still running on other threads; timer
- * calls made after it has begun are refused. */
+ * calls made after it has begun are refused. Its waits for task threads
+ * are bounded: a handler, exit callback or task entry still running when
+ * they end is left to finish. Its thread then ends without touching the
+ * layer again (its task's exit callback is not called, and the message it
+ * was handling is not deleted); the callback itself must not use the layer
+ * by then. */
 KESTRO_API void Zos_SysDestroy(void);
 /* Prints one start-up progress line with the configured time prefix. */
 KESTRO_API void Zos_SysInitPrint(const char *pcText);

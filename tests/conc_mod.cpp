@@ -1,6 +1,7 @@
 // The module manager under concurrent use: many posters to a threaded task
 // and to host-driven tasks drained by the looper, a stop while posting,
-// and subscriptions changing while events are published.
+// subscriptions changing while events are published, and handlers that
+// outlive shut-down.
 #include <mutex>
 #include <vector>
 
@@ -273,4 +274,73 @@ TEST_F(ConcHost, ConcPostsWhileTheUiThreadStalls) {
         << g_count.load();
     CheckOrder(kProducers * kPerProducer * 2);
     loop.Stop();
+}
+
+namespace {
+// Handlers that outlive shut-down's bounded waits for their tasks, on a
+// task's own thread and on the manager's shared queue; they return when
+// the test lets them go. Exit callbacks are counted.
+std::atomic<uint32_t> g_lateIn{0};
+std::atomic<uint32_t> g_lateOut{0};
+std::atomic<bool> g_letGo{false};
+int32_t OutlivesShutdown(void *) {
+    g_lateIn++;
+    while (!g_letGo) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    g_lateOut++;
+    return 0;
+}
+std::atomic<uint32_t> g_ownExits{0};
+void OwnExit(const char *, uint32_t) {
+    g_ownExits++;
+}
+std::atomic<uint32_t> g_fresh{0};
+int32_t Fresh(void *) {
+    g_fresh++;
+    return 0;
+}
+std::atomic<uint32_t> g_freshExits{0};
+void FreshExit(const char *, uint32_t) {
+    g_freshExits++;
+}
+
+// Pool mode: the layer's memory, the messages included, goes with it.
+class LateTest : public ZosTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(Zos_CfgSetUseOsMalloc(0), ZOK);
+        ZosTest::SetUp();
+    }
+};
+}  // namespace
+
+// Shut-down gives up on the two handlers after its bounded waits and frees
+// the layer. When they return, their threads must leave without touching
+// it, or the layer started again meanwhile, whose tasks have their ids.
+TEST_F(LateTest, ConcHandlersOutliveShutdown) {
+    uint32_t own = 0, shared = 0;
+    ASSERT_EQ(Zos_ModTaskStart("LATE1", 3, 16, 0, 0, nullptr, OwnExit, OutlivesShutdown, &own),
+              ZOK);
+    ASSERT_EQ(Zos_ModTaskStart("LATE2", 3, 0, 0, 1, nullptr, nullptr, OutlivesShutdown, &shared),
+              ZOK);
+    ASSERT_EQ(Zos_MsgSendX(own, own, 1, 0, nullptr, 0), ZOK);
+    ASSERT_EQ(Zos_MsgSendX(shared, shared, 1, 0, nullptr, 0), ZOK);
+    ASSERT_TRUE(WaitFor([] { return g_lateIn == 2; }));
+    Zos_SysDestroy();
+    EXPECT_EQ(g_lateOut, 0u);
+
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    uint32_t fresh[2] = {};
+    ASSERT_EQ(Zos_ModTaskStart("FRESH1", 3, 16, 0, 0, nullptr, FreshExit, Fresh, &fresh[0]), ZOK);
+    ASSERT_EQ(Zos_ModTaskStart("FRESH2", 3, 0, 0, 1, nullptr, FreshExit, Fresh, &fresh[1]), ZOK);
+    EXPECT_EQ(fresh[0], own);
+    EXPECT_EQ(fresh[1], shared);
+    g_letGo = true;
+    ASSERT_TRUE(WaitFor([] { return g_lateOut == 2; }));
+    // The late threads' last steps.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(g_ownExits, 0u) << "a task given up on keeps no exit callback";
+    EXPECT_EQ(g_freshExits, 0u);
+    ASSERT_EQ(Zos_MsgSendX(fresh[0], fresh[0], 1, 0, nullptr, 0), ZOK);
+    ASSERT_EQ(Zos_MsgSendX(fresh[1], fresh[1], 1, 0, nullptr, 0), ZOK);
+    EXPECT_TRUE(WaitFor([] { return g_fresh == 2; }));
 }

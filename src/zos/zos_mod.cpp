@@ -41,6 +41,29 @@ void Delay(uint32_t ms) {
 
 using Lock = zos::ModLock;
 
+// The calling task thread's gate, whether it runs the layer's own code,
+// and whether it found the gate closed. Other threads have no gate.
+struct GateThread {
+    zos::ModGate *gate;
+    bool inside;
+    bool abandoned;
+};
+thread_local GateThread t_gate{};
+
+void GateSet(bool inside) {
+    GateThread &g = t_gate;
+    if (g.gate == nullptr || g.abandoned || g.inside == inside) return;
+    std::atomic<uint32_t> &word = g.gate->uiInside;
+    if (!inside) {
+        word.fetch_sub(1, std::memory_order_acq_rel);
+    } else if ((word.fetch_add(1, std::memory_order_acq_rel) & zos::ModGate::kClosed) != 0) {
+        word.fetch_sub(1, std::memory_order_acq_rel);
+        g.abandoned = true;
+        return;
+    }
+    g.inside = inside;
+}
+
 // Appends a deferred call to a list.
 void DeferPush(ModDeferList *list, ModDefer *d) {
     d->pstNext = nullptr;
@@ -100,16 +123,16 @@ void Release(ZosModMgr *mgr, ModTask *t) {
         Zos_PQueueDelete(t->zQueue);
     }
     Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> free ok.", name, id);
-    // Index and the table's thread count stay: they belong to the slot.
+    // Index and gate stay: they belong to the slot.
     const uint32_t index = t->uiIndex;
-    std::atomic<uint32_t> *threads = t->pThreads;
+    zos::ModGate *gate = t->pGate;
     zos::TaskSetState(t, ZOS_TASK_FREE);
     __atomic_store_n(&t->stStart.uiTaskId, ZOS_INVALID_ID, __ATOMIC_RELAXED);
     std::memset(static_cast<void *>(t), 0, offsetof(ModTask, stStart));
     std::memset(reinterpret_cast<char *>(t) + offsetof(ModTask, zArg), 0,
                 sizeof(ModTask) - offsetof(ModTask, zArg));
     t->uiIndex = index;
-    t->pThreads = threads;
+    t->pGate = gate;
 }
 
 // Puts a control block into a queue at level 0, retrying while it is full;
@@ -183,18 +206,29 @@ int32_t Handle(ModTask *t, ZMSG msg, uint32_t state, PFN_ZOS_MOD_ENTRY entry, ui
     }
     const uint32_t type = Zos_MsgGetType(msg);
     if (type == ZOS_MSG_TYPE_PERFORM || type == ZOS_MSG_TYPE_PERFORMX) {
-        if (t != nullptr && t->ucTaskLock != 0) {
+        ZEVNT evnt = Zos_MsgGetEvntId(msg);
+        const bool own = t != nullptr && t->ucTaskLock != 0;
+        if (own) {
             Zos_MutexLock(&t->zMutex);
-            Zos_ModEvntProc(Zos_MsgGetEvntId(msg));
-            Zos_MutexUnlock(&t->zMutex);
         } else {
             Zos_ModTaskLock(recv);
-            Zos_ModEvntProc(Zos_MsgGetEvntId(msg));
+        }
+        {
+            zos::GateScope user(false);
+            Zos_ModEvntProc(evnt);
+        }
+        // An abandoned thread leaves the lock as it is: it may be gone.
+        if (zos::GateAbandoned()) return 0;
+        if (own) {
+            Zos_MutexUnlock(&t->zMutex);
+        } else {
             Zos_ModTaskUnlock(recv);
         }
         return 0;
     }
-    return entry != nullptr ? entry(msg) : 0;
+    if (entry == nullptr) return 0;
+    zos::GateScope user(false);
+    return entry(msg);
 }
 
 // Marks a record running; its state afterwards.
@@ -214,6 +248,7 @@ int32_t DispatchOwn(ZosModMgr *mgr, ModTask *self, ZMSG msg) {
     const uint32_t state = MarkRunning(self);
     const int32_t result =
         Handle(self, msg, state, reinterpret_cast<PFN_ZOS_MOD_ENTRY>(self->zModule), recv);
+    if (zos::GateAbandoned()) return result;
     zos::TaskMoveState(self, ZOS_TASK_RUNNING, ZOS_TASK_READY);
     ModDeferList own{};
     if (__atomic_load_n(&self->uiDeferPending, __ATOMIC_ACQUIRE) != 0) {
@@ -256,6 +291,7 @@ int32_t Dispatch(ZosModMgr *mgr, ZMSG msg) {
         }
     }
     const int32_t result = Handle(nullptr, msg, state, entry, recv);
+    if (zos::GateAbandoned()) return result;
     ModDeferList own{};
     {
         Lock lock(mgr);
@@ -325,6 +361,29 @@ void WaitSharedHandler(ZosModMgr *mgr, uint32_t id, uint32_t ms) {
         MarkStopping(t);
         return mgr->zSharedThread == 0 || mgr->zSharedThread == me || mgr->uiSharedRecv != id;
     });
+}
+
+// Checks `done` every 10 ms for at most `ms`; its last value.
+template <class Done>
+bool WaitUpTo(uint32_t ms, Done done) {
+    for (uint32_t waited = 0; !done(); waited += 10) {
+        if (waited >= ms) return done();
+        Delay(10);
+    }
+    return true;
+}
+
+// Releases the records that shut-down's stops left to threads it has since
+// turned away, without their exit callbacks.
+void ReleaseLeft(ZosModMgr *mgr) {
+    Lock lock(mgr);
+    ModTable *table = Table(mgr);
+    for (uint32_t i = 0; i < mgr->uiCapacity; ++i) {
+        ModTask *t = &table->astTasks[i];
+        if (zos::TaskState(t) == ZOS_TASK_FREE) continue;
+        t->pfnExit = nullptr;
+        Release(mgr, t);
+    }
 }
 
 // Module task stop, bounded or not.
@@ -455,7 +514,12 @@ void DeferRun(ModDeferList *list, ZMUTEX *lock) {
     if (lock != nullptr) Zos_MutexUnlock(lock);
     while (d != nullptr) {
         ModDefer *next = d->pstNext;
-        if (d->pfnFunc != nullptr) d->pfnFunc(d->zArg, d + 1, d->uiLen);
+        if (d->pfnFunc != nullptr) {
+            GateScope user(false);
+            d->pfnFunc(d->zArg, d + 1, d->uiLen);
+        }
+        // The calls left are dropped with the layer's memory.
+        if (GateAbandoned()) return;
         Zos_Free(d);
         d = next;
     }
@@ -468,6 +532,44 @@ void DeferFree(ModDeferList *list) {
         d = next;
     }
     *list = ModDeferList{};
+}
+
+ModGate *GateNew() {
+    auto *gate = static_cast<ModGate *>(Zos_OsdepAlloc(sizeof(ModGate)));
+    if (gate == nullptr) return nullptr;
+    new (&gate->uiRefs) std::atomic<uint32_t>(1);
+    new (&gate->uiInside) std::atomic<uint32_t>(0);
+    return gate;
+}
+
+void GateRelease(ModGate *gate) {
+    if (gate != nullptr && gate->uiRefs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        Zos_OsdepFree(gate);
+    }
+}
+
+void GateAttach(ModGate *gate) {
+    t_gate = GateThread{gate, true, false};
+}
+
+void GateDetach() {
+    GateThread &g = t_gate;
+    if (g.gate == nullptr) return;
+    if (g.inside) g.gate->uiInside.fetch_sub(1, std::memory_order_acq_rel);
+    GateRelease(g.gate);
+    g = GateThread{};
+}
+
+bool GateAbandoned() {
+    return t_gate.abandoned;
+}
+
+GateScope::GateScope(bool inside) : prev_(t_gate.inside) {
+    GateSet(inside);
+}
+
+GateScope::~GateScope() {
+    GateSet(prev_);
 }
 
 }  // namespace zos
@@ -487,23 +589,26 @@ KESTRO_API uint32_t Zos_ModInit(void) {
     const uint64_t bytes =
         sizeof(ModTable) + static_cast<uint64_t>(mgr->uiCapacity - 1) * sizeof(ModTask);
     void *mem = bytes < 0x7FFFFFFFu ? Zos_MallocClrd(static_cast<int32_t>(bytes)) : nullptr;
-    if (mem == nullptr) {
+    zos::ModGate *gate = mem != nullptr ? zos::GateNew() : nullptr;
+    if (gate == nullptr) {
         ZOS_LOG_ERR("ModInit alloc memory.");
+        Zos_Free(mem);
         Zos_MutexDelete(&mgr->zMutex);
         return ZFAILED;
     }
     auto *table = static_cast<ModTable *>(mem);
-    new (&table->uiThreads) std::atomic<uint32_t>(0);
+    table->pGate = gate;
     for (uint32_t i = 0; i < mgr->uiCapacity; ++i) {
         ModTask &t = table->astTasks[i];
         t.uiIndex = i;
-        t.pThreads = &table->uiThreads;
+        t.pGate = gate;
         t.stStart.uiTaskId = ZOS_INVALID_ID;
     }
     mgr->pTasks = table;
     mgr->zMap = Zos_OmapCreate(kFirstTaskId, 0xFFFFFFFEu - kFirstTaskId + 1);
     if (mgr->zMap == nullptr) {
         ZOS_LOG_ERR("ModInit create map.");
+        zos::GateRelease(gate);
         Zos_Free(mem);
         Zos_MutexDelete(&mgr->zMutex);
         *mgr = ZosModMgr{};
@@ -525,20 +630,24 @@ KESTRO_API void Zos_ModDestroy(void) {
     if (mgr == nullptr) return;
     Zos_ModMgrStop();
     Zos_ModEhDestroy();
-    // Threads of tasks still finishing their last steps reach the table;
-    // it is freed only once none is left (a task that never returns
-    // keeps it, rather than have its thread touch freed memory).
+    // Threads of tasks still finishing their last steps hold the gate.
     ModTable *table = Table(mgr);
-    bool idle = true;
-    if (table != nullptr) {
-        for (uint32_t waited = 0; table->uiThreads.load(std::memory_order_acquire) != 0;
-             waited += 10) {
-            if (waited >= 2000) {
-                idle = false;
-                break;
-            }
-            Delay(10);
-        }
+    zos::ModGate *gate = table != nullptr ? table->pGate : nullptr;
+    bool idle = gate == nullptr || WaitUpTo(2000, [gate] {
+                    return gate->uiRefs.load(std::memory_order_acquire) == 1;
+                });
+    if (!idle) {
+        // Threads still run a callback of the application that the stops
+        // gave up waiting for. Closed, the gate turns each away when its
+        // callback returns; only threads in the layer's own steps, which
+        // end soon, are waited for. Their tasks are then released without
+        // their exit callbacks. Should one of those steps not end, the
+        // table, map, list and lock are kept for it.
+        gate->uiInside.fetch_or(zos::ModGate::kClosed, std::memory_order_acq_rel);
+        idle = WaitUpTo(2000, [gate] {
+            return (gate->uiInside.load(std::memory_order_acquire) & ~zos::ModGate::kClosed) == 0;
+        });
+        if (idle) ReleaseLeft(mgr);
     }
     mgr->ucInit = 0;
     if (idle) {
@@ -547,6 +656,7 @@ KESTRO_API void Zos_ModDestroy(void) {
         Zos_DlistDelete(&mgr->stTaskList);
         Zos_MutexDelete(&mgr->zMutex);
     }
+    zos::GateRelease(gate);
     *mgr = ZosModMgr{};
 }
 
@@ -598,8 +708,11 @@ KESTRO_API void Zos_ModMgrStop(void) {
             continue;
         }
         // A module task is released; one whose loop runs on its own thread
-        // is stopped first, since releasing deletes the queue it polls.
+        // is stopped first, since releasing deletes the queue it polls. One
+        // of the shared queue waits for its running handler, as a stop
+        // does, so that its exit callback runs after it.
         if (threaded && !StopLoop(mgr, id, kStopWaitMs, false)) continue;
+        if (!threaded) WaitSharedHandler(mgr, id, kStopWaitMs);
         Zos_ModPutTask(id);
     }
     Zos_LogInfo(Zos_LogGetZosId(), "module all tasks were destroied.");
@@ -617,12 +730,18 @@ KESTRO_API void Zos_ModMgrStop(void) {
 }
 
 KESTRO_API uint32_t Zos_ModMgrEntry(ST_ZOS_TASK_START *pstStart) {
+    // The loop is the layer's own code; the handlers it calls are not.
+    zos::GateScope lib(true);
+    if (zos::GateAbandoned()) return ZFAILED;
     ZosModMgr *mgr = zos::ModMgr();
     if (mgr == nullptr || pstStart == nullptr) return ZFAILED;
     __atomic_store_n(&mgr->ucMgrRun, 1, __ATOMIC_RELEASE);
     void *q = mgr->zQueue;
     const uint32_t self = pstStart->uiTaskId;
-    while (__atomic_load_n(&pstStart->uiState, __ATOMIC_ACQUIRE) != ZOS_TASK_WAIT_DELETE) {
+    // Ends on a stop request, and also once the record is released: a
+    // delete that gave up waiting releases it, and then the shared queue
+    // goes too.
+    while (__atomic_load_n(&pstStart->uiState, __ATOMIC_ACQUIRE) > ZOS_TASK_WAIT_DELETE) {
         uint32_t level = kLevels;
         uintptr_t item = 0;
         if (Zos_PQueuePoll(q, 1, &level, &item) != ZOK) continue;
@@ -634,7 +753,9 @@ KESTRO_API uint32_t Zos_ModMgrEntry(ST_ZOS_TASK_START *pstStart) {
             continue;
         }
         Dispatch(mgr, reinterpret_cast<ZMSG>(item));
+        if (zos::GateAbandoned()) return ZOK;
         Zos_ModDriveEvnt();
+        if (zos::GateAbandoned()) return ZOK;
     }
     __atomic_store_n(&mgr->ucMgrRun, 0, __ATOMIC_RELEASE);
     return ZOK;
@@ -858,6 +979,9 @@ KESTRO_API uint32_t Zos_ModTaskIsRun(uint32_t uiTaskId) {
 }
 
 KESTRO_API uint32_t Zos_ModTaskEntry(ST_ZOS_TASK_START *pstStart) {
+    // The loop is the layer's own code; the handlers it calls are not.
+    zos::GateScope lib(true);
+    if (zos::GateAbandoned()) return ZFAILED;
     ZosModMgr *mgr = zos::ModMgr();
     if (mgr == nullptr || pstStart == nullptr) return ZFAILED;
     const uint32_t id = pstStart->uiTaskId;
@@ -894,6 +1018,7 @@ KESTRO_API uint32_t Zos_ModTaskEntry(ST_ZOS_TASK_START *pstStart) {
             continue;
         }
         if (DispatchOwn(mgr, self, reinterpret_cast<ZMSG>(item)) < 0) pollLevel = kLevels;
+        if (zos::GateAbandoned()) return ZOK;
     }
     PFN_ZOS_TASK_EXIT onExit = nullptr;
     {
@@ -905,7 +1030,11 @@ KESTRO_API uint32_t Zos_ModTaskEntry(ST_ZOS_TASK_START *pstStart) {
             }
         }
     }
-    if (onExit != nullptr) onExit(name, id);
+    if (onExit != nullptr) {
+        zos::GateScope user(false);
+        onExit(name, id);
+    }
+    if (zos::GateAbandoned()) return ZOK;
     {
         Lock lock(mgr);
         if (ModTask *t = zos::TaskFind(mgr, id)) zos::TaskSetState(t, ZOS_TASK_DELETED);

@@ -41,14 +41,14 @@ class ModGuard {
 };
 
 // The platform's thread function: the start block comes as the word.
-// Lowering the table's thread count is the thread's last touch of it.
+// Letting go of the gate is the thread's last touch of the layer.
 void TaskThread(uintptr_t arg) {
     auto *start = reinterpret_cast<ST_ZOS_TASK_START *>(arg);
     ModTask *rec =
         reinterpret_cast<ModTask *>(reinterpret_cast<char *>(start) - offsetof(ModTask, stStart));
-    std::atomic<uint32_t> *threads = rec->pThreads;
+    zos::GateAttach(rec->pGate);
     Zos_TaskEntry(start);
-    threads->fetch_sub(1, std::memory_order_acq_rel);
+    zos::GateDetach();
 }
 
 void Delay(uint32_t ms) {
@@ -122,11 +122,15 @@ uint32_t TaskSpawnThread(ModTask *rec, uint32_t stackSize) {
     auto spawn = Osdep<kSlotTaskSpawn>();
     if (spawn == nullptr) return ZFAILED;
     ModGuard g;
-    rec->pThreads->fetch_add(1, std::memory_order_acq_rel);
+    // The thread holds the gate and starts in the layer's own code.
+    ModGate *gate = rec->pGate;
+    gate->uiRefs.fetch_add(1, std::memory_order_acq_rel);
+    gate->uiInside.fetch_add(1, std::memory_order_acq_rel);
     uintptr_t identity = 0, handle = 0;
     if (spawn(rec->acName, rec->ucPriority, stackSize, TaskThread,
               reinterpret_cast<uintptr_t>(&rec->stStart), &identity, &handle) != ZOK) {
-        rec->pThreads->fetch_sub(1, std::memory_order_acq_rel);
+        gate->uiInside.fetch_sub(1, std::memory_order_acq_rel);
+        gate->uiRefs.fetch_sub(1, std::memory_order_acq_rel);
         return ZFAILED;
     }
     rec->zThreadId = identity;
@@ -192,6 +196,9 @@ KESTRO_API uint32_t Zos_TaskEntry(ST_ZOS_TASK_START *pstStart) {
     }
     uintptr_t word = 0;
     if (auto enter = zos::Osdep<zos::kSlotTaskEnter>()) enter(handle, &word);
+    // Noted now: a thread turned away at the end no longer reads the
+    // platform table, which may be gone.
+    const auto leave = zos::Osdep<zos::kSlotTaskExit>();
     {
         ModGuard g;
         if (ModTask *rec = g.Find(id)) {
@@ -200,7 +207,15 @@ KESTRO_API uint32_t Zos_TaskEntry(ST_ZOS_TASK_START *pstStart) {
             }
         }
     }
-    const uint32_t result = entry != nullptr ? entry(pstStart) : ZFAILED;
+    uint32_t result = ZFAILED;
+    if (entry != nullptr) {
+        zos::GateScope user(false);
+        result = entry(pstStart);
+    }
+    if (zos::GateAbandoned()) {
+        if (leave != nullptr) leave(handle, word);
+        return result;
+    }
 
     // The record is looked up again by the id noted at the start: a task
     // that was forced meanwhile has been released and is not touched.
@@ -215,15 +230,18 @@ KESTRO_API uint32_t Zos_TaskEntry(ST_ZOS_TASK_START *pstStart) {
         }
     }
     Zos_LogInfo(Zos_LogGetZosId(), "task<%s:%u> mission complete.", name, id);
-    if (onExit != nullptr) onExit(name, id);
-    {
+    if (onExit != nullptr) {
+        zos::GateScope user(false);
+        onExit(name, id);
+    }
+    if (!zos::GateAbandoned()) {
         ModGuard g;
         if (ModTask *rec = g.Find(id)) {
             zos::TaskSetState(rec, ZOS_TASK_DELETED);
             Zos_ModPutTask(id);
         }
     }
-    if (auto leave = zos::Osdep<zos::kSlotTaskExit>()) leave(handle, word);
+    if (leave != nullptr) leave(handle, word);
     return result;
 }
 
