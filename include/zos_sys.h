@@ -38,11 +38,12 @@ KESTRO_API uint32_t Zos_SysInit(void);
 /* Shut-down; does nothing unless the layer was started. It waits for
  * timer calls and timer callbacks still running on other threads; timer
  * calls made after it has begun are refused. Its waits for task threads
- * are bounded: a handler, exit callback or task entry still running when
- * they end is left to finish. Its thread then ends without touching the
- * layer again (its task's exit callback is not called, and the message it
- * was handling is not deleted); the callback itself must not use the layer
- * by then. */
+ * are bounded: a handler, exit callback, timer callback or task entry
+ * still running when they end is left to finish, and so is the one it is
+ * called from, which it does not wait for. When such a callback returns,
+ * its thread ends without touching the layer again: its task's exit
+ * callback is not called and the message it was handling is not deleted.
+ * The callback itself must not use the layer by then. */
 KESTRO_API void Zos_SysDestroy(void);
 /* Prints one start-up progress line with the configured time prefix. */
 KESTRO_API void Zos_SysInitPrint(const char *pcText);

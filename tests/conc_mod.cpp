@@ -344,3 +344,25 @@ TEST_F(LateTest, ConcHandlersOutliveShutdown) {
     ASSERT_EQ(Zos_MsgSendX(fresh[1], fresh[1], 1, 0, nullptr, 0), ZOK);
     EXPECT_TRUE(WaitFor([] { return g_fresh == 2; }));
 }
+
+namespace {
+std::atomic<bool> g_downReturned{false};
+int32_t ShutsDown(void *) {
+    Zos_SysDestroy();
+    g_downReturned = true;
+    return 0;
+}
+}  // namespace
+
+// A handler on its task's own thread shuts the layer down. Shut-down cannot
+// wait for the thread it runs on; when the handler returns, the thread must
+// end without touching what shut-down freed.
+TEST_F(LateTest, ConcHandlerShutsTheLayerDown) {
+    uint32_t task = 0;
+    ASSERT_EQ(Zos_ModTaskStart("DOWN", 3, 16, 0, 0, nullptr, OwnExit, ShutsDown, &task), ZOK);
+    ASSERT_EQ(Zos_MsgSendX(task, task, 1, 0, nullptr, 0), ZOK);
+    ASSERT_TRUE(WaitFor([] { return g_downReturned.load(); }, 20000));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(Zos_OsenvLocate(), nullptr);
+    EXPECT_EQ(g_ownExits, 0u);
+}

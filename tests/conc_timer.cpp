@@ -206,6 +206,25 @@ TEST(TimerConcShutDown, WaitsForACallbackThatOutlastsTheTaskDelete) {
     EXPECT_TRUE(slow.done.load()) << "shut-down returned while a timer callback still ran";
 }
 
+// A timer callback on the timer task shuts the layer down. Shut-down cannot
+// wait for the thread it runs on; when the callback returns, the task must
+// end without touching the timers shut-down freed.
+std::atomic<bool> g_downReturned{false};
+void ShutsDown(uint32_t, uint32_t, uintptr_t) {
+    Zos_SysDestroy();
+    g_downReturned = true;
+}
+TEST(TimerConcShutDown, FromATimerCallback) {
+    StartLayer();
+    uint32_t id = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
+    ASSERT_EQ(Zos_TimerStart(id, 0, 10, 0, ShutsDown), ZOK);
+    for (int i = 0; i < 20000 && !g_downReturned; ++i) std::this_thread::sleep_for(1ms);
+    ASSERT_TRUE(g_downReturned.load());
+    std::this_thread::sleep_for(200ms);
+    EXPECT_EQ(Zos_OsenvLocate(), nullptr);
+}
+
 // Shut-down against timer users: threads restart their timers without
 // pause while the layer shuts down. Once the timers are gone their calls
 // are refused; none may reach the freed queue timer (AddressSanitizer and

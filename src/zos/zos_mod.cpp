@@ -45,6 +45,7 @@ using Lock = zos::ModLock;
 // and whether it found the gate closed. Other threads have no gate.
 struct GateThread {
     zos::ModGate *gate;
+    uint32_t task;
     bool inside;
     bool abandoned;
 };
@@ -213,10 +214,7 @@ int32_t Handle(ModTask *t, ZMSG msg, uint32_t state, PFN_ZOS_MOD_ENTRY entry, ui
         } else {
             Zos_ModTaskLock(recv);
         }
-        {
-            zos::GateScope user(false);
-            Zos_ModEvntProc(evnt);
-        }
+        Zos_ModEvntProc(evnt);
         // An abandoned thread leaves the lock as it is: it may be gone.
         if (zos::GateAbandoned()) return 0;
         if (own) {
@@ -347,6 +345,8 @@ bool StopLoop(ZosModMgr *mgr, uint32_t id, uint32_t ms, bool log) {
                         static_cast<int>(zos::TaskState(t)));
         }
     }
+    // Called from the loop's own thread (a handler): it cannot end first.
+    if (zos::GateTask() == id) return false;
     return PollTask(mgr, id, ms, [](ModTask *t) { return zos::TaskState(t) == ZOS_TASK_DELETED; });
 }
 
@@ -548,8 +548,8 @@ void GateRelease(ModGate *gate) {
     }
 }
 
-void GateAttach(ModGate *gate) {
-    t_gate = GateThread{gate, true, false};
+void GateAttach(ModGate *gate, uint32_t task) {
+    t_gate = GateThread{gate, task, true, false};
 }
 
 void GateDetach() {
@@ -562,6 +562,16 @@ void GateDetach() {
 
 bool GateAbandoned() {
     return t_gate.abandoned;
+}
+
+uint32_t GateTask() {
+    const GateThread &g = t_gate;
+    return g.gate != nullptr && !g.abandoned ? g.task : ZOS_INVALID_ID;
+}
+
+uint32_t GateHeldHere(const ModGate *gate) {
+    const GateThread &g = t_gate;
+    return gate != nullptr && g.gate == gate && !g.abandoned ? 1u : 0u;
 }
 
 GateScope::GateScope(bool inside) : prev_(t_gate.inside) {
@@ -630,19 +640,23 @@ KESTRO_API void Zos_ModDestroy(void) {
     if (mgr == nullptr) return;
     Zos_ModMgrStop();
     Zos_ModEhDestroy();
-    // Threads of tasks still finishing their last steps hold the gate.
+    // Threads of tasks still finishing their last steps hold the gate, and
+    // so does the calling thread when it is one of them (shut-down called
+    // from a handler or a timer callback).
     ModTable *table = Table(mgr);
     zos::ModGate *gate = table != nullptr ? table->pGate : nullptr;
-    bool idle = gate == nullptr || WaitUpTo(2000, [gate] {
-                    return gate->uiRefs.load(std::memory_order_acquire) == 1;
+    const uint32_t here = zos::GateHeldHere(gate);
+    bool idle = gate == nullptr || WaitUpTo(2000, [gate, here] {
+                    return gate->uiRefs.load(std::memory_order_acquire) == 1 + here;
                 });
-    if (!idle) {
+    if (!idle || here != 0) {
         // Threads still run a callback of the application that the stops
-        // gave up waiting for. Closed, the gate turns each away when its
-        // callback returns; only threads in the layer's own steps, which
-        // end soon, are waited for. Their tasks are then released without
-        // their exit callbacks. Should one of those steps not end, the
-        // table, map, list and lock are kept for it.
+        // gave up waiting for (or could not wait for: the caller's). Closed,
+        // the gate turns each away when its callback returns; only threads
+        // in the layer's own steps, which end soon, are waited for. Their
+        // tasks are then released without their exit callbacks. Should one
+        // of those steps not end, the table, map, list and lock are kept
+        // for it.
         gate->uiInside.fetch_or(zos::ModGate::kClosed, std::memory_order_acq_rel);
         idle = WaitUpTo(2000, [gate] {
             return (gate->uiInside.load(std::memory_order_acquire) & ~zos::ModGate::kClosed) == 0;

@@ -368,7 +368,11 @@ KESTRO_API uint32_t Zos_ModEvntProc(void *zEvnt) {
     } else {
         uint32_t count = 0;
         uintptr_t *words = Zos_ModStrToArray(zEvnt, Zos_ModEvntGetParm(zEvnt), &count);
-        if (words != nullptr) rc = Zos_ModEvntInvoke(fn, words, count);
+        if (words != nullptr) {
+            zos::GateScope user(false);
+            rc = Zos_ModEvntInvoke(fn, words, count);
+        }
+        if (zos::GateAbandoned()) return rc;
         Zos_Free(words);
     }
     // The poster of a synchronous perform waits for this post whatever

@@ -46,7 +46,7 @@ void TaskThread(uintptr_t arg) {
     auto *start = reinterpret_cast<ST_ZOS_TASK_START *>(arg);
     ModTask *rec =
         reinterpret_cast<ModTask *>(reinterpret_cast<char *>(start) - offsetof(ModTask, stStart));
-    zos::GateAttach(rec->pGate);
+    zos::GateAttach(rec->pGate, start->uiTaskId);
     Zos_TaskEntry(start);
     zos::GateDetach();
 }
@@ -79,7 +79,8 @@ uint32_t DeleteTask(uint32_t id, uint32_t polls, bool forceAtOnce, const char *t
         hadThread = rec->ucHasThread != 0;
     }
     bool ended = false;
-    if (!forceAtOnce) {
+    // A task deleting itself cannot end first.
+    if (!forceAtOnce && zos::GateTask() != id) {
         for (uint32_t i = 0; i < polls; ++i) {
             if ((ended = GoneOrEnded(id))) break;
             Delay(kPollMs);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "zos_env.h"
+#include "zos_gate.h"
 #include "zos_live.h"
 #include "zos_osdep.h"
 #include "zos_time.h"
@@ -302,7 +303,11 @@ struct Firing {
 
 void Fire(QTimer *q, const Firing &f) {
     if (f.cb != nullptr) {
-        f.cb(f.id, f.type, f.parm);
+        {
+            zos::GateScope user(false);
+            f.cb(f.id, f.type, f.parm);
+        }
+        if (zos::GateAbandoned()) return;
     } else {
         const uint32_t from = q->pstMgr != nullptr ? q->pstMgr->uiTaskId : ZOS_INVALID_ID;
         if (zos::TimerSendTimeout(from, f.task, f.id, f.type, f.parm) != ZOK) {
@@ -347,6 +352,11 @@ uint32_t ProcessQueue(QTimer *q) {
         const Firing f{t->uiId, t->uiType, t->zParm, t->pfnCb, t->uiTaskId, t->uiGen, purge};
         Zos_MutexUnlock(&q->zMutex);
         Fire(q, f);
+        if (zos::GateAbandoned()) {
+            // Turned away after the callback: the queue may be gone.
+            lock.Forget();
+            return finished;
+        }
         Zos_MutexLock(&q->zMutex);
     }
     return finished;
@@ -473,6 +483,10 @@ KESTRO_API uint32_t Zos_QTimerProcess(void *pMgr) {
     }
     if (q == nullptr) return ZFAILED;
     const uint32_t finished = ProcessQueue(q);
+    if (zos::GateAbandoned()) {
+        use.Dismiss();
+        return ZOK;
+    }
     if (q->pstMgr != nullptr) {
         if (finished != 0) Zos_TimerRealNumDec(q->pstMgr, finished);
         Zos_TimerRealNumChk(q->pstMgr);

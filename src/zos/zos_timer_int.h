@@ -24,6 +24,9 @@ class TimerMgrUse {
     TimerMgrUse(const TimerMgrUse &) = delete;
     TimerMgrUse &operator=(const TimerMgrUse &) = delete;
     ZosTmrMgr *get() const { return mgr_; }
+    // Ends the use without touching the manager, which is gone when a
+    // callback's thread has been turned away by a shut-down.
+    void Dismiss();
 
   private:
     ZosTmrMgr *mgr_ = nullptr;

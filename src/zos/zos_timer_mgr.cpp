@@ -9,6 +9,7 @@
 
 #include "zos_cfg.h"
 #include "zos_env.h"
+#include "zos_gate.h"
 #include "zos_evnt.h"
 #include "zos_mod.h"
 #include "zos_msg.h"
@@ -278,6 +279,12 @@ TimerMgrUse::~TimerMgrUse() {
     Users(mgr_).fetch_sub(1);
 }
 
+void TimerMgrUse::Dismiss() {
+    if (mgr_ == nullptr) return;
+    HeldOf(mgr_)->count--;
+    mgr_ = nullptr;
+}
+
 void TimerStarted(ZosTmrMgr *mgr, bool head) {
     MutexGuard lock(&mgr->zMutex);
     const uint32_t n = ++mgr->uiRealNum;
@@ -414,6 +421,9 @@ KESTRO_API void Zos_TimerTaskStop(void *pMgr) {
 }
 
 KESTRO_API uint32_t Zos_TimerTaskEntry(ST_ZOS_TASK_START *pstStart) {
+    // The loop is the layer's own code; the timer callbacks are not.
+    zos::GateScope lib(true);
+    if (zos::GateAbandoned()) return ZFAILED;
     // The task's loop uses the manager's semaphore and queue until it ends.
     zos::TimerMgrUse use(SelfMgr());
     ZosTmrMgr *mgr = use.get();
@@ -432,7 +442,12 @@ KESTRO_API uint32_t Zos_TimerTaskEntry(ST_ZOS_TASK_START *pstStart) {
         Zos_SemWait(&mgr->zSem, running == 0 ? ZOS_WAIT_FOREVER : SleepMs(mgr));
         std::atomic_ref<uint32_t>(mgr->uiWakeups).fetch_add(1, std::memory_order_relaxed);
         if (ending()) break;
-        if (Zos_QTimerProcess(mgr) != ZOK) ZOS_LOG_ERR("TimerTaskProc process.");
+        const uint32_t processed = Zos_QTimerProcess(mgr);
+        if (zos::GateAbandoned()) {
+            use.Dismiss();
+            return ZOK;
+        }
+        if (processed != ZOK) ZOS_LOG_ERR("TimerTaskProc process.");
     }
     return ZOK;
 }

@@ -23,6 +23,8 @@ class MutexGuard {
     }
     MutexGuard(const MutexGuard &) = delete;
     MutexGuard &operator=(const MutexGuard &) = delete;
+    // Leaves the mutex as it is at the end of the scope.
+    void Forget() { mutex_ = nullptr; }
 
   private:
     ZMUTEX *mutex_;
