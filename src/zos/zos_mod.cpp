@@ -755,7 +755,9 @@ KESTRO_API uint32_t Zos_ModMgrEntry(ST_ZOS_TASK_START *pstStart) {
     // Ends on a stop request, and also once the record is released: a
     // delete that gave up waiting releases it, and then the shared queue
     // goes too.
-    while (__atomic_load_n(&pstStart->uiState, __ATOMIC_ACQUIRE) > ZOS_TASK_WAIT_DELETE) {
+    for (;;) {
+        const uint32_t state = __atomic_load_n(&pstStart->uiState, __ATOMIC_ACQUIRE);
+        if (state == ZOS_TASK_WAIT_DELETE || state == ZOS_TASK_FREE) break;
         uint32_t level = kLevels;
         uintptr_t item = 0;
         if (Zos_PQueuePoll(q, 1, &level, &item) != ZOK) continue;
