@@ -317,6 +317,8 @@ class LateTest : public ZosTest {
 // the layer. When they return, their threads must leave without touching
 // it, or the layer started again meanwhile, whose tasks have their ids.
 TEST_F(LateTest, ConcHandlersOutliveShutdown) {
+    g_lateIn = g_lateOut = g_ownExits = g_fresh = g_freshExits = 0;
+    g_letGo = false;
     uint32_t own = 0, shared = 0;
     ASSERT_EQ(Zos_ModTaskStart("LATE1", 3, 16, 0, 0, nullptr, OwnExit, OutlivesShutdown, &own),
               ZOK);
@@ -358,6 +360,8 @@ int32_t ShutsDown(void *) {
 // wait for the thread it runs on; when the handler returns, the thread must
 // end without touching what shut-down freed.
 TEST_F(LateTest, ConcHandlerShutsTheLayerDown) {
+    g_downReturned = false;
+    g_ownExits = 0;
     uint32_t task = 0;
     ASSERT_EQ(Zos_ModTaskStart("DOWN", 3, 16, 0, 0, nullptr, OwnExit, ShutsDown, &task), ZOK);
     ASSERT_EQ(Zos_MsgSendX(task, task, 1, 0, nullptr, 0), ZOK);

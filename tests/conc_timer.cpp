@@ -215,6 +215,7 @@ void ShutsDown(uint32_t, uint32_t, uintptr_t) {
     g_downReturned = true;
 }
 TEST(TimerConcShutDown, FromATimerCallback) {
+    g_downReturned = false;
     StartLayer();
     uint32_t id = ZOS_INVALID_ID;
     ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
