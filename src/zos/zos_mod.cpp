@@ -315,20 +315,27 @@ void MarkStopping(ModTask *t) {
     if (zos::TaskState(t) > ZOS_TASK_WAIT_DELETE) zos::TaskSetState(t, ZOS_TASK_WAIT_DELETE);
 }
 
+// Checks `done` every `step` ms for at most `ms` (0xFFFFFFFF: no limit);
+// its last value.
+template <class Done>
+bool WaitUpTo(uint32_t ms, uint32_t step, Done done) {
+    for (uint32_t waited = 0; !done(); waited += step) {
+        if (ms != 0xFFFFFFFFu && waited >= ms) return done();
+        Delay(step);
+    }
+    return true;
+}
+
 // Looks at the record of `id` under the lock every 30 ms, for at most `ms`
 // (0xFFFFFFFF: no limit), until done(record) holds or the record is gone;
 // false when the wait gave up.
 template <class Done>
 bool PollTask(ZosModMgr *mgr, uint32_t id, uint32_t ms, Done done) {
-    for (uint32_t waited = 0;; waited += kPollMs) {
-        {
-            Lock lock(mgr);
-            ModTask *t = zos::TaskFind(mgr, id);
-            if (t == nullptr || done(t)) return true;
-        }
-        if (ms != 0xFFFFFFFFu && waited >= ms) return false;
-        Delay(kPollMs);
-    }
+    return WaitUpTo(ms, kPollMs, [mgr, id, &done] {
+        Lock lock(mgr);
+        ModTask *t = zos::TaskFind(mgr, id);
+        return t == nullptr || done(t);
+    });
 }
 
 // Stops the loop of a task with its own thread and waits at most `ms` for
@@ -361,16 +368,6 @@ void WaitSharedHandler(ZosModMgr *mgr, uint32_t id, uint32_t ms) {
         MarkStopping(t);
         return mgr->zSharedThread == 0 || mgr->zSharedThread == me || mgr->uiSharedRecv != id;
     });
-}
-
-// Checks `done` every 10 ms for at most `ms`; its last value.
-template <class Done>
-bool WaitUpTo(uint32_t ms, Done done) {
-    for (uint32_t waited = 0; !done(); waited += 10) {
-        if (waited >= ms) return done();
-        Delay(10);
-    }
-    return true;
 }
 
 // Releases the records that shut-down's stops left to threads it has since
@@ -646,7 +643,7 @@ KESTRO_API void Zos_ModDestroy(void) {
     ModTable *table = Table(mgr);
     zos::ModGate *gate = table != nullptr ? table->pGate : nullptr;
     const uint32_t here = zos::GateHeldHere(gate);
-    bool idle = gate == nullptr || WaitUpTo(2000, [gate, here] {
+    bool idle = gate == nullptr || WaitUpTo(2000, 10, [gate, here] {
                     return gate->uiRefs.load(std::memory_order_acquire) == 1 + here;
                 });
     if (!idle || here != 0) {
@@ -658,7 +655,7 @@ KESTRO_API void Zos_ModDestroy(void) {
         // of those steps not end, the table, map, list and lock are kept
         // for it.
         gate->uiInside.fetch_or(zos::ModGate::kClosed, std::memory_order_acq_rel);
-        idle = WaitUpTo(2000, [gate] {
+        idle = WaitUpTo(2000, 10, [gate] {
             return (gate->uiInside.load(std::memory_order_acquire) & ~zos::ModGate::kClosed) == 0;
         });
         if (idle) ReleaseLeft(mgr);
