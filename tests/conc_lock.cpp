@@ -1,5 +1,7 @@
-// Several threads on one recursive mutex and one semaphore.
+// Several threads on one recursive mutex and one semaphore, and a mutex
+// deleted while in use.
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -41,4 +43,57 @@ TEST_F(ZosTest, SemaphoreHandsEveryPostToExactlyOneWaiter) {
     EXPECT_EQ(taken, 3000);
     EXPECT_EQ(Zos_SemWait(&sem, 0), ZFAILED);
     Zos_SemDelete(&sem);
+}
+
+// A mutex deleted while one thread holds it (twice, recursively) and
+// another waits for it: both go on with their own copies of the handle,
+// and the last of them to let go destroys it. Any use of freed memory, a
+// destroy of a held mutex or a leak shows under the sanitizers.
+TEST_F(ZosTest, MutexDeletedWhileHeldLastsUntilItsLastUserLetsGo) {
+    ZMUTEX m = 0;
+    ASSERT_EQ(Zos_MutexCreate(&m), ZOK);
+    // Static, so that threads left behind by a failure outlive the test.
+    static std::atomic<int> step, done;
+    static std::atomic<bool> waiterGot, waiterIn;
+    step = done = 0;
+    waiterGot = waiterIn = false;
+    std::thread holder([copy = m] {
+        ZMUTEX h = copy;
+        Zos_MutexLock(&h);
+        Zos_MutexLock(&h);
+        step = 1;
+        while (step != 2) std::this_thread::yield();
+        // Still mutual exclusion after the delete: the waiter is kept out.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(waiterGot);
+        EXPECT_EQ(Zos_MutexUnlock(&h), ZOK);
+        EXPECT_EQ(Zos_MutexUnlock(&h), ZOK);
+        done++;
+    });
+    while (step != 1) std::this_thread::yield();
+    std::thread waiter([copy = m] {
+        ZMUTEX h = copy;
+        waiterIn = true;
+        EXPECT_EQ(Zos_MutexLock(&h), ZOK);
+        waiterGot = true;
+        EXPECT_EQ(Zos_MutexUnlock(&h), ZOK);
+        done++;
+    });
+    while (!waiterIn) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // now blocked in the lock
+    EXPECT_EQ(Zos_MutexDelete(&m), ZOK);
+    EXPECT_EQ(m, 0u);
+    step = 2;
+    // Bounded, so that a waiter left on a destroyed mutex fails the test
+    // instead of hanging it.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (done != 2 && std::chrono::steady_clock::now() < until) std::this_thread::yield();
+    if (done != 2) {
+        holder.detach();
+        waiter.detach();
+        FAIL() << "a user of the deleted mutex never got through";
+    }
+    holder.join();
+    waiter.join();
+    EXPECT_TRUE(waiterGot);
 }

@@ -2,6 +2,7 @@
 // POSIX threads. Each handle word holds a pointer to a heap object.
 #include <pthread.h>
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <new>
@@ -10,6 +11,23 @@
 #include "zpand.h"
 
 namespace {
+
+// Recursive mutex that its last user destroys. Each lock counts as a use
+// from before it waits until after its unlock, and the handle counts as
+// one until the delete. A delete of a mutex that another thread holds or
+// waits for (a thread left running past its owner's clean-up) so never
+// destroys a held mutex nor frees memory that thread goes on to use: the
+// holder's last unlock destroys it.
+struct Mutex {
+    pthread_mutex_t m;
+    std::atomic<uint32_t> users;
+};
+
+void Drop(Mutex *m) {
+    if (m->users.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    pthread_mutex_destroy(&m->m);
+    zpand::heap::Free(m);
+}
 
 // Counting semaphore on a monotonic clock, so time-outs do not move with
 // wall-clock changes.
@@ -52,38 +70,46 @@ extern "C" {
 
 KESTRO_API uint32_t Zpand_MutexCreate(ZMUTEX *pzMutex) {
     if (pzMutex == nullptr) return ZFAILED;
-    auto *m = Make<pthread_mutex_t>();
+    auto *m = Make<Mutex>();
     if (m == nullptr) return ZFAILED;
     pthread_mutexattr_t attr;
     pthread_mutexattr_init(&attr);
     pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
-    const int rc = pthread_mutex_init(m, &attr);
+    const int rc = pthread_mutex_init(&m->m, &attr);
     pthread_mutexattr_destroy(&attr);
     if (rc != 0) {
         zpand::heap::Free(m);
         return ZFAILED;
     }
+    m->users.store(1, std::memory_order_relaxed);
     *pzMutex = reinterpret_cast<uintptr_t>(m);
     return ZOK;
 }
 
 KESTRO_API uint32_t Zpand_MutexDelete(ZMUTEX *pzMutex) {
-    auto *m = From<pthread_mutex_t>(pzMutex);
+    auto *m = From<Mutex>(pzMutex);
     if (m == nullptr) return ZFAILED;
-    pthread_mutex_destroy(m);
-    zpand::heap::Free(m);
     *pzMutex = 0;
+    Drop(m);
     return ZOK;
 }
 
 KESTRO_API uint32_t Zpand_MutexLock(ZMUTEX *pzMutex) {
-    auto *m = From<pthread_mutex_t>(pzMutex);
-    return m != nullptr ? Ok(pthread_mutex_lock(m)) : ZFAILED;
+    auto *m = From<Mutex>(pzMutex);
+    if (m == nullptr) return ZFAILED;
+    m->users.fetch_add(1, std::memory_order_relaxed);
+    if (pthread_mutex_lock(&m->m) == 0) return ZOK;
+    Drop(m);
+    return ZFAILED;
 }
 
 KESTRO_API uint32_t Zpand_MutexUnlock(ZMUTEX *pzMutex) {
-    auto *m = From<pthread_mutex_t>(pzMutex);
-    return m != nullptr ? Ok(pthread_mutex_unlock(m)) : ZFAILED;
+    auto *m = From<Mutex>(pzMutex);
+    if (m == nullptr) return ZFAILED;
+    // Not held by this thread: nothing to give back.
+    if (pthread_mutex_unlock(&m->m) != 0) return ZFAILED;
+    Drop(m);
+    return ZOK;
 }
 
 KESTRO_API uint32_t Zpand_SharexCreate(ZSHAREX *pzSharex) {
