@@ -2,6 +2,7 @@
 // and to host-driven tasks drained by the looper, a stop while posting,
 // subscriptions changing while events are published, and handlers that
 // outlive shut-down.
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -289,6 +290,10 @@ int32_t OutlivesShutdown(void *) {
     g_lateOut++;
     return 0;
 }
+// The same as a synchronous perform's function, whose poster waits.
+void PerformOutlivesShutdown() {
+    OutlivesShutdown(nullptr);
+}
 std::atomic<uint32_t> g_ownExits{0};
 void OwnExit(const char *, uint32_t) {
     g_ownExits++;
@@ -313,9 +318,11 @@ class LateTest : public ZosTest {
 };
 }  // namespace
 
-// Shut-down gives up on the two handlers after its bounded waits and frees
-// the layer. When they return, their threads must leave without touching
-// it, or the layer started again meanwhile, whose tasks have their ids.
+// Shut-down gives up on a handler and a synchronous perform after its
+// bounded waits and frees the layer. When they return, their threads must
+// leave without touching it, or the layer started again meanwhile, whose
+// tasks have their ids. The perform held its task's mutex, which the
+// freed record owned; its poster must still be let go.
 TEST_F(LateTest, ConcHandlersOutliveShutdown) {
     g_lateIn = g_lateOut = g_ownExits = g_fresh = g_freshExits = 0;
     g_letGo = false;
@@ -325,10 +332,13 @@ TEST_F(LateTest, ConcHandlersOutliveShutdown) {
     ASSERT_EQ(Zos_ModTaskStart("LATE2", 3, 0, 0, 1, nullptr, nullptr, OutlivesShutdown, &shared),
               ZOK);
     ASSERT_EQ(Zos_MsgSendX(own, own, 1, 0, nullptr, 0), ZOK);
-    ASSERT_EQ(Zos_MsgSendX(shared, shared, 1, 0, nullptr, 0), ZOK);
+    auto posted = std::make_shared<std::atomic<uint32_t>>(ZFAILED + 1);
+    std::thread poster(
+        [shared, posted] { *posted = Zos_ModPerformX(shared, PerformOutlivesShutdown, ""); });
     ASSERT_TRUE(WaitFor([] { return g_lateIn == 2; }));
     Zos_SysDestroy();
     EXPECT_EQ(g_lateOut, 0u);
+    EXPECT_EQ(*posted, ZFAILED + 1) << "the poster returned before its perform";
 
     ASSERT_EQ(Zos_SysInit(), ZOK);
     uint32_t fresh[2] = {};
@@ -338,6 +348,14 @@ TEST_F(LateTest, ConcHandlersOutliveShutdown) {
     EXPECT_EQ(fresh[1], shared);
     g_letGo = true;
     ASSERT_TRUE(WaitFor([] { return g_lateOut == 2; }));
+    const bool released = WaitFor([posted] { return *posted != ZFAILED + 1; });
+    EXPECT_TRUE(released) << "the perform's poster still waits";
+    if (released) {
+        poster.join();
+        EXPECT_EQ(*posted, ZOK);
+    } else {
+        poster.detach();  // left blocked; the shared state outlives it
+    }
     // The late threads' last steps.
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_EQ(g_ownExits, 0u) << "a task given up on keeps no exit callback";

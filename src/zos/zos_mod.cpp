@@ -207,21 +207,29 @@ int32_t Handle(ModTask *t, ZMSG msg, uint32_t state, PFN_ZOS_MOD_ENTRY entry, ui
     }
     const uint32_t type = Zos_MsgGetType(msg);
     if (type == ZOS_MSG_TYPE_PERFORM || type == ZOS_MSG_TYPE_PERFORMX) {
-        ZEVNT evnt = Zos_MsgGetEvntId(msg);
-        const bool own = t != nullptr && t->ucTaskLock != 0;
-        if (own) {
-            Zos_MutexLock(&t->zMutex);
+        // The perform runs under the task's mutex, held through a copy of
+        // its handle: a stop or shut-down that gives up on this thread and
+        // deletes the task's record leaves the mutex to its holder, whose
+        // unlock (through the copy) destroys it.
+        ZMUTEX held = 0;
+        bool locked = false;
+        if (t != nullptr) {
+            held = t->zMutex;
+            locked = t->ucTaskLock != 0;
         } else {
-            Zos_ModTaskLock(recv);
+            locked = zos::TaskMutexOf(recv, &held);
         }
-        Zos_ModEvntProc(evnt);
-        // An abandoned thread leaves the lock as it is: it may be gone.
-        if (zos::GateAbandoned()) return 0;
-        if (own) {
-            Zos_MutexUnlock(&t->zMutex);
-        } else {
-            Zos_ModTaskUnlock(recv);
+        if (locked) locked = Zos_MutexLock(&held) == ZOK;
+        // A thread turned away by shut-down cannot ask the layer: it gives
+        // the mutex back through the platform's own unlock, read now.
+        const auto unlock =
+            locked && held != 0 && zos::MutexesOn() ? zos::Osdep<zos::kSlotMutexUnlock>() : nullptr;
+        Zos_ModEvntProc(Zos_MsgGetEvntId(msg));
+        if (zos::GateAbandoned()) {
+            if (unlock != nullptr) unlock(&held);
+            return 0;
         }
+        if (locked) Zos_MutexUnlock(&held);
         return 0;
     }
     if (entry == nullptr) return 0;
@@ -426,6 +434,7 @@ uint32_t Post(ZMSG msg, bool withPri, uint32_t pri, const char *fullText, const 
     const uint32_t recv = Zos_MsgGetRecvTaskId(msg);
     void *queue = nullptr;
     bool ownThread = false;
+    bool threaded = false;
     uint32_t level = 0;
     // A refusal is logged after the module lock is released: posters that
     // retry against a full queue must not hold every other post up behind
@@ -437,6 +446,10 @@ uint32_t Post(ZMSG msg, bool withPri, uint32_t pri, const char *fullText, const 
         ModTask *t = zos::TaskFind(mgr, recv);
         if ((found = t != nullptr)) {
             ownThread = t->zQueue != nullptr;
+            // Read before the message is queued, as all the manager's
+            // fields this post reads are: once it is queued, its handler
+            // may even shut the layer down.
+            threaded = mgr->bThreaded != 0;
             queue = ownThread ? t->zQueue : mgr->zQueue;
             level = withPri ? (pri > kLevels ? kLevels : pri) : t->ucPriority;
             CountQueued(t, true);
@@ -458,7 +471,7 @@ uint32_t Post(ZMSG msg, bool withPri, uint32_t pri, const char *fullText, const 
     }
     // The manager task drains the shared queue in threaded mode, so only
     // host-driven posts ask for a drive.
-    if (ownThread || mgr->bThreaded != 0 || __atomic_load_n(&mgr->uiBusy, __ATOMIC_SEQ_CST) != 0 ||
+    if (ownThread || threaded || __atomic_load_n(&mgr->uiBusy, __ATOMIC_SEQ_CST) != 0 ||
         __atomic_load_n(&mgr->uiSilence, __ATOMIC_SEQ_CST) != 0) {
         return ZOK;
     }
@@ -478,23 +491,26 @@ uint32_t RequestDrive() {
 }
 
 // Takes or gives the task's own mutex (the task must have one); the
-// manager's lock covers only finding the task.
+// manager's lock covers only finding the task and copying its handle.
 uint32_t OnTaskMutex(uint32_t id, uint32_t (*op)(ZMUTEX *)) {
-    ZosModMgr *mgr = zos::ModMgr();
-    if (mgr == nullptr) return ZFAILED;
-    ZMUTEX *m = nullptr;
-    {
-        Lock lock(mgr);
-        ModTask *t = zos::TaskFind(mgr, id);
-        if (t == nullptr || t->ucTaskLock == 0) return ZFAILED;
-        m = &t->zMutex;
-    }
-    return op(m);
+    ZMUTEX m = 0;
+    if (!zos::TaskMutexOf(id, &m)) return ZFAILED;
+    return op(&m);
 }
 
 }  // namespace
 
 namespace zos {
+
+bool TaskMutexOf(uint32_t id, ZMUTEX *out) {
+    ZosModMgr *mgr = ModMgr();
+    if (mgr == nullptr) return false;
+    Lock lock(mgr);
+    ModTask *t = TaskFind(mgr, id);
+    if (t == nullptr || t->ucTaskLock == 0) return false;
+    *out = t->zMutex;
+    return true;
+}
 
 ModTask *TaskFind(ZosModMgr *mgr, uint32_t id) {
     if (mgr == nullptr || mgr->zMap == nullptr || id == ZOS_INVALID_ID) return nullptr;

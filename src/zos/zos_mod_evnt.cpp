@@ -5,6 +5,7 @@
 
 #include "zos_cbuf.h"
 #include "zos_evnt.h"
+#include "zos_lite_lock.h"
 #include "zos_mod_int.h"
 #include "zos_msg.h"
 #include "zos_osdep.h"
@@ -368,11 +369,20 @@ KESTRO_API uint32_t Zos_ModEvntProc(void *zEvnt) {
     } else {
         uint32_t count = 0;
         uintptr_t *words = Zos_ModStrToArray(zEvnt, Zos_ModEvntGetParm(zEvnt), &count);
+        // A synchronous perform's poster waits on a semaphore of its own,
+        // which it deletes only after the wait. A thread that shut-down
+        // turns away while the call runs still lets the poster go, through
+        // the platform's post read now, as it may not ask the layer then.
+        ZSEM poster = Zos_ModEvntGetSem(zEvnt);
+        const auto post = poster != 0 && zos::SemsOn() ? zos::Osdep<zos::kSlotSemPost>() : nullptr;
         if (words != nullptr) {
             zos::GateScope user(false);
             rc = Zos_ModEvntInvoke(fn, words, count);
         }
-        if (zos::GateAbandoned()) return rc;
+        if (zos::GateAbandoned()) {
+            if (post != nullptr) post(&poster);
+            return rc;
+        }
         Zos_Free(words);
     }
     // The poster of a synchronous perform waits for this post whatever
@@ -390,8 +400,11 @@ KESTRO_API uint32_t Zos_ModTaskPerform(uint32_t uiTaskId, void *zEvnt, uint32_t 
         ZOS_LOG_ERR("TaskPerform null event");
         return ZFAILED;
     }
-    // Read before the event is handed over: the receiver deletes it.
+    // Read before the event is handed over: the receiver deletes it. The
+    // wait is looked up then too: a perform that outlives a shut-down lets
+    // this thread go only after the layer and its platform table are gone.
     ZSEM sem = uiType == ZOS_MSG_TYPE_PERFORMX ? Zos_ModEvntGetSem(zEvnt) : 0;
+    const auto wait = sem != 0 && zos::SemsOn() ? zos::Osdep<zos::kSlotSemWait>() : nullptr;
     uint32_t rc = ZFAILED;
     if (uiTaskId == ZOS_MOD_UI_TASK) {
         auto ui = zos::Osdep<zos::kSlotUiProcEvnt>();
@@ -408,7 +421,7 @@ KESTRO_API uint32_t Zos_ModTaskPerform(uint32_t uiTaskId, void *zEvnt, uint32_t 
         if (rc != ZOK) ZOS_LOG_ERR("ModTaskPerform send message.");
     }
     if (sem != 0) {
-        if (rc == ZOK) Zos_SemWait(&sem, ZOS_WAIT_FOREVER);
+        if (rc == ZOK && wait != nullptr) wait(&sem, ZOS_WAIT_FOREVER);
         Zos_SemDelete(&sem);
     }
     return rc;

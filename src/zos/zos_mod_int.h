@@ -96,6 +96,9 @@ class ModLock {
 
 // The live record of an id; the caller holds the module lock.
 ModTask *TaskFind(ZosModMgr *mgr, uint32_t id);
+// A copy of the handle of the mutex of task `id`, taken under the module
+// lock; false when the task does not exist or has no mutex.
+bool TaskMutexOf(uint32_t id, ZMUTEX *out);
 // Runs and frees the deferred calls of a list, taken whole under `lock`
 // and called with it released.
 void DeferRun(ModDeferList *list, ZMUTEX *lock);
