@@ -1,7 +1,9 @@
 // Several threads log to one log with a rotating file while others print
 // and write to the system log: every line arrives whole, once, in each
-// thread's order.
+// thread's order; shut-down waits for a line still being written.
 #include <atomic>
+#include <cstring>
+#include <chrono>
 #include <map>
 #include <sstream>
 #include <regex>
@@ -79,4 +81,37 @@ TEST_F(ZosTest, ThreadsShareOneLogWithARotatingFile) {
     }
     EXPECT_EQ(total, kThreads * kLines);
     for (int t = 0; t < kThreads; ++t) EXPECT_EQ(next[t], kLines) << t;
+}
+
+namespace {
+std::atomic<bool> g_inWatcher{false};
+std::atomic<bool> g_lineDone{false};
+// Holds the test's line up long enough for shut-down to reach the logs and
+// the print pool, whose buffer the line still has to give back; other
+// lines pass.
+void SlowWatcher(void *, uint32_t, const char *msg) {
+    if (std::strstr(msg, "outlasts") == nullptr) return;
+    g_inWatcher = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+}
+}  // namespace
+
+// A thread's line is still being written when another thread shuts the
+// layer down: shut-down waits for it before it takes the logs and the print
+// pool apart, and a line begun afterwards is refused.
+TEST(LogConcShutDown, WaitsForALineBeingWritten) {
+    g_inWatcher = g_lineDone = false;
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ktest::UseTestLogDir();
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    ZLOGID log = Zos_LogGetZosId();
+    ASSERT_EQ(Zos_LogSetWatcher(log, SlowWatcher, nullptr), ZOK);
+    std::thread writer([log] {
+        Zos_LogError(log, "a line that outlasts the start of shut-down");
+        g_lineDone = true;
+    });
+    while (!g_inWatcher) std::this_thread::yield();
+    Zos_SysDestroy();
+    EXPECT_TRUE(g_lineDone.load()) << "shut-down returned while a line was still being written";
+    writer.join();
 }

@@ -17,6 +17,10 @@ struct ZosLogMgr {
     ZLOGID zZosLogId;
     uint32_t uiTaskId;
     uint32_t uiTimerId;
+    // Writes under way, and the flag that turns new ones away while the
+    // logs are taken apart (atomics, left out of the manager's resets).
+    uint32_t uiWriters;
+    uint32_t uiClosing;
 };
 
 // Module manager (zos_mod.cpp); the task records and the hub's types are

@@ -14,6 +14,7 @@
 #include "zos_log_int.h"
 #include "zos_print.h"
 #include "zos_print_int.h"
+#include "zos_task.h"
 #include "zos_time.h"
 #include "zos_util.h"
 
@@ -83,6 +84,47 @@ LogRec *RecOfLink(ST_ZOS_DLIST_NODE *node) {
 
 ZosLogMgr *Mgr() {
     return static_cast<ZosLogMgr *>(Zos_EnvLocateLogMgr());
+}
+
+// What the manager's resets clear: all but the write gate, which writers
+// may be touching meanwhile.
+constexpr size_t kResetBytes = offsetof(ZosLogMgr, uiWriters);
+
+// A write counted in for its whole length, from finding its log to its
+// last use of the print pool; refused (ok() false) once shut-down has
+// begun to take the logs apart.
+class WriteScope {
+  public:
+    WriteScope() : mgr_(Mgr()) {
+        if (mgr_ == nullptr) return;
+        std::atomic_ref<uint32_t>(mgr_->uiWriters).fetch_add(1, std::memory_order_seq_cst);
+        if (std::atomic_ref<uint32_t>(mgr_->uiClosing).load(std::memory_order_seq_cst) != 0) {
+            Leave();
+        }
+    }
+    ~WriteScope() { Leave(); }
+    WriteScope(const WriteScope &) = delete;
+    WriteScope &operator=(const WriteScope &) = delete;
+    bool ok() const { return mgr_ != nullptr; }
+
+  private:
+    void Leave() {
+        if (mgr_ == nullptr) return;
+        std::atomic_ref<uint32_t>(mgr_->uiWriters).fetch_sub(1, std::memory_order_release);
+        mgr_ = nullptr;
+    }
+    ZosLogMgr *mgr_;
+};
+
+// Turns new writes away and waits for those under way, for at most 2 s (a
+// watcher that does not return keeps its write, as before).
+void CloseWrites(ZosLogMgr *mgr) {
+    std::atomic_ref<uint32_t>(mgr->uiClosing).store(1, std::memory_order_seq_cst);
+    std::atomic_ref<uint32_t> writers(mgr->uiWriters);
+    for (uint32_t waited = 0; writers.load(std::memory_order_acquire) != 0 && waited < 2000;
+         ++waited) {
+        Zos_TaskDelay(1);
+    }
 }
 
 bool Marked(const LogRec *r) {
@@ -575,6 +617,8 @@ uint32_t LogPrint(LogRec *r, const char *name, uint32_t level, const char *prefi
 }
 
 uint32_t Write(ZLOGID h, const char *name, uint32_t level, const char *prefix, const Body &body) {
+    WriteScope scope;
+    if (!scope.ok()) return ZFAILED;
     LogRec *r = Usable(h);
     if (r == nullptr) return ZFAILED;
     if ((LoadU32(r->uiLevel) & level) == 0) return ZOK;
@@ -599,6 +643,8 @@ uint32_t WriteRaw(ZLOGID h, const char *name, uint32_t level, const char *text, 
 // Hex dump as log lines: one line unless the dump is long, then several,
 // each starting on a row of the dump.
 uint32_t WriteBuf(ZLOGID h, const char *name, uint32_t level, const void *data, uint32_t len) {
+    WriteScope scope;
+    if (!scope.ok()) return ZFAILED;
     LogRec *r = Usable(h);
     if (r == nullptr || data == nullptr) return ZFAILED;
     if ((LoadU32(r->uiLevel) & level) == 0) return ZOK;
@@ -664,12 +710,13 @@ KESTRO_API uint32_t Zos_LogInit(void) {
     if (env == nullptr || cfg == nullptr) return ZFAILED;
     ZosLogMgr *mgr = &env->stLogMgr;
     if (mgr->ucInit != 0) return ZOK;
-    std::memset(mgr, 0, sizeof(*mgr));
+    std::memset(mgr, 0, kResetBytes);
     if (Zos_MutexCreate(&mgr->zMutex) != ZOK) return ZFAILED;
     if (Zos_DlistCreate(&mgr->stLogList, ZOS_LIST_NO_LIMIT) != ZOK) {
         Zos_MutexDelete(&mgr->zMutex);
         return ZFAILED;
     }
+    std::atomic_ref<uint32_t>(mgr->uiClosing).store(0, std::memory_order_seq_cst);
     mgr->ucInit = 1;
     const uint32_t flags =
         cfg->LogPrint != 0 ? ZOS_LOG_FLAG_MUTEX | ZOS_LOG_FLAG_PRINT : ZOS_LOG_FLAG_MUTEX;
@@ -677,7 +724,7 @@ KESTRO_API uint32_t Zos_LogInit(void) {
     if (sys == nullptr) {
         Zos_DlistDelete(&mgr->stLogList);
         Zos_MutexDelete(&mgr->zMutex);
-        std::memset(mgr, 0, sizeof(*mgr));
+        std::memset(mgr, 0, kResetBytes);
         return ZFAILED;
     }
     mgr->zZosLogId = sys;
@@ -688,8 +735,11 @@ KESTRO_API void Zos_LogDestroy(void) {
     ZosLogMgr *mgr = Mgr();
     if (mgr == nullptr) return;
     // The layer's own failure lines stop here: no line may reach a log
-    // that is being taken apart.
+    // that is being taken apart. A line that a thread racing shut-down
+    // began before is finished first: it may still be using its log and
+    // the print pool, which goes next.
     mgr->zZosLogId = nullptr;
+    CloseWrites(mgr);
     for (;;) {
         ST_ZOS_DLIST_NODE *node = nullptr;
         {
@@ -705,7 +755,7 @@ KESTRO_API void Zos_LogDestroy(void) {
     }
     Zos_DlistDelete(&mgr->stLogList);
     Zos_MutexDelete(&mgr->zMutex);
-    std::memset(mgr, 0, sizeof(*mgr));
+    std::memset(mgr, 0, kResetBytes);
 }
 
 KESTRO_API ZLOGID Zos_LogCreateX(const char *pcName, const char *pcFile, uint32_t uiFlags,
@@ -992,6 +1042,8 @@ KESTRO_API uint32_t Zos_LogAddPrefix(ZLOGID zLogId, const char *pcName, uint32_t
 
 KESTRO_API uint32_t Zos_LogPrint(ZLOGID zLogId, const char *pcName, uint32_t uiLevel,
                                  const char *pcPrefix, const char *pcFormat, va_list ap) {
+    WriteScope scope;
+    if (!scope.ok()) return ZFAILED;
     LogRec *r = Usable(zLogId);
     if (r == nullptr || pcFormat == nullptr) return ZFAILED;
     va_list copy;
