@@ -45,55 +45,41 @@ TEST_F(ZosTest, SemaphoreHandsEveryPostToExactlyOneWaiter) {
     Zos_SemDelete(&sem);
 }
 
-// A mutex deleted while one thread holds it (twice, recursively) and
+// A mutex deleted while this thread holds it (twice, recursively) and
 // another waits for it: both go on with their own copies of the handle,
-// and the last of them to let go destroys it. Any use of freed memory, a
-// destroy of a held mutex or a leak shows under the sanitizers.
+// and the last to let go destroys it. Any use of freed memory, a destroy
+// of a held mutex or a leak shows under the sanitizers.
 TEST_F(ZosTest, MutexDeletedWhileHeldLastsUntilItsLastUserLetsGo) {
     ZMUTEX m = 0;
     ASSERT_EQ(Zos_MutexCreate(&m), ZOK);
-    // Static, so that threads left behind by a failure outlive the test.
-    static std::atomic<int> step, done;
-    static std::atomic<bool> waiterGot, waiterIn;
-    step = done = 0;
-    waiterGot = waiterIn = false;
-    std::thread holder([copy = m] {
-        ZMUTEX h = copy;
-        Zos_MutexLock(&h);
-        Zos_MutexLock(&h);
-        step = 1;
-        while (step != 2) std::this_thread::yield();
-        // Still mutual exclusion after the delete: the waiter is kept out.
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        EXPECT_FALSE(waiterGot);
-        EXPECT_EQ(Zos_MutexUnlock(&h), ZOK);
-        EXPECT_EQ(Zos_MutexUnlock(&h), ZOK);
-        done++;
-    });
-    while (step != 1) std::this_thread::yield();
+    ZMUTEX mine = m;
+    ASSERT_EQ(Zos_MutexLock(&mine), ZOK);
+    ASSERT_EQ(Zos_MutexLock(&mine), ZOK);
+    // Static, so that a waiter left behind by a failure outlives the test.
+    static std::atomic<bool> in, got;
+    in = got = false;
     std::thread waiter([copy = m] {
         ZMUTEX h = copy;
-        waiterIn = true;
+        in = true;
         EXPECT_EQ(Zos_MutexLock(&h), ZOK);
-        waiterGot = true;
+        got = true;
         EXPECT_EQ(Zos_MutexUnlock(&h), ZOK);
-        done++;
     });
-    while (!waiterIn) std::this_thread::yield();
+    while (!in) std::this_thread::yield();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));  // now blocked in the lock
     EXPECT_EQ(Zos_MutexDelete(&m), ZOK);
     EXPECT_EQ(m, 0u);
-    step = 2;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(got) << "the delete let the waiter in";
+    EXPECT_EQ(Zos_MutexUnlock(&mine), ZOK);
+    EXPECT_EQ(Zos_MutexUnlock(&mine), ZOK);
     // Bounded, so that a waiter left on a destroyed mutex fails the test
     // instead of hanging it.
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (done != 2 && std::chrono::steady_clock::now() < until) std::this_thread::yield();
-    if (done != 2) {
-        holder.detach();
+    while (!got && std::chrono::steady_clock::now() < until) std::this_thread::yield();
+    if (!got) {
         waiter.detach();
-        FAIL() << "a user of the deleted mutex never got through";
+        FAIL() << "the waiter never got the deleted mutex";
     }
-    holder.join();
     waiter.join();
-    EXPECT_TRUE(waiterGot);
 }

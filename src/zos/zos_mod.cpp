@@ -221,9 +221,9 @@ int32_t Handle(ModTask *t, ZMSG msg, uint32_t state, PFN_ZOS_MOD_ENTRY entry, ui
         }
         if (locked) locked = Zos_MutexLock(&held) == ZOK;
         // A thread turned away by shut-down cannot ask the layer: it gives
-        // the mutex back through the platform's own unlock, read now.
-        const auto unlock =
-            locked && held != 0 && zos::MutexesOn() ? zos::Osdep<zos::kSlotMutexUnlock>() : nullptr;
+        // the mutex back through the platform's own unlock, read now. A
+        // handle is only made with mutexes switched on.
+        const auto unlock = locked && held != 0 ? zos::Osdep<zos::kSlotMutexUnlock>() : nullptr;
         Zos_ModEvntProc(Zos_MsgGetEvntId(msg));
         if (zos::GateAbandoned()) {
             if (unlock != nullptr) unlock(&held);

@@ -5,7 +5,6 @@
 
 #include "zos_cbuf.h"
 #include "zos_evnt.h"
-#include "zos_lite_lock.h"
 #include "zos_mod_int.h"
 #include "zos_msg.h"
 #include "zos_osdep.h"
@@ -374,7 +373,7 @@ KESTRO_API uint32_t Zos_ModEvntProc(void *zEvnt) {
         // turns away while the call runs still lets the poster go, through
         // the platform's post read now, as it may not ask the layer then.
         ZSEM poster = Zos_ModEvntGetSem(zEvnt);
-        const auto post = poster != 0 && zos::SemsOn() ? zos::Osdep<zos::kSlotSemPost>() : nullptr;
+        const auto post = poster != 0 ? zos::Osdep<zos::kSlotSemPost>() : nullptr;
         if (words != nullptr) {
             zos::GateScope user(false);
             rc = Zos_ModEvntInvoke(fn, words, count);
@@ -404,7 +403,8 @@ KESTRO_API uint32_t Zos_ModTaskPerform(uint32_t uiTaskId, void *zEvnt, uint32_t 
     // wait is looked up then too: a perform that outlives a shut-down lets
     // this thread go only after the layer and its platform table are gone.
     ZSEM sem = uiType == ZOS_MSG_TYPE_PERFORMX ? Zos_ModEvntGetSem(zEvnt) : 0;
-    const auto wait = sem != 0 && zos::SemsOn() ? zos::Osdep<zos::kSlotSemWait>() : nullptr;
+    // A handle is only made with semaphores switched on.
+    const auto wait = sem != 0 ? zos::Osdep<zos::kSlotSemWait>() : nullptr;
     uint32_t rc = ZFAILED;
     if (uiTaskId == ZOS_MOD_UI_TASK) {
         auto ui = zos::Osdep<zos::kSlotUiProcEvnt>();
