@@ -446,6 +446,9 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
 void LayOut(ZosBkt *bkt, uint32_t idx, ZosBlk *blk) {
     zos::DlistLinkTail(&bkt->stBlkList, &blk->stLink);
     const uint32_t count = blk->wCount;
+    blk->wFree = static_cast<uint16_t>(count);
+    blk->wSpare = 0;
+    if (count == 0) return;
     const uint32_t stride = bkt->uiStride;
     const uint32_t redZone = kNodeHead + bkt->uiDataSize;
     const uint32_t header = idx << kBktShift | kFreeBit;
@@ -453,25 +456,43 @@ void LayOut(ZosBkt *bkt, uint32_t idx, ZosBlk *blk) {
     ST_ZOS_DLIST *list = &bkt->stFreeList;
     Link *prev = list->pstTail;
     uint8_t *node = blk->pucFirst;
-    for (uint32_t i = 0; i < count; ++i, node += stride) {
+    uint32_t mark;
+    std::memcpy(&mark, kFreeMark, 4);
+    (prev != nullptr ? prev->pstNext : list->pstHead) = &RecOf(node)->stLink;
+    // Each node links forward to where the next node's record lies (an
+    // address worked out as a number, never followed past the block); the
+    // last link is cleared after the loop.
+    for (uint8_t *const end = blk->pucEnd; node != end; node += stride) {
         Store32(node, header | (number++ & kNodeNumMask));
         Store32(node + 4, kNodeMagic);
         Store32(node + redZone, kRedZone);
         FreeRec *rec = RecOf(node);
         rec->pstBlk = blk;
-        std::memcpy(rec->acMark, kFreeMark, 4);
-        // The list's tail step, with the chain carried in a register.
+        std::memcpy(rec->acMark, &mark, 4);
         rec->stLink.pstPrev = prev;
-        (prev != nullptr ? prev->pstNext : list->pstHead) = &rec->stLink;
+        rec->stLink.pstNext = reinterpret_cast<Link *>(reinterpret_cast<uintptr_t>(rec) + stride);
         prev = &rec->stLink;
     }
-    if (prev != nullptr) prev->pstNext = nullptr;
+    prev->pstNext = nullptr;
     list->pstTail = prev;
     list->uiCount += count;
-    blk->wFree = static_cast<uint16_t>(count);
-    blk->wSpare = 0;
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal + count);
     bkt->wFree = static_cast<uint16_t>(bkt->wFree + count);
+}
+
+// Lays the bucket's last kept block out again when it has the size of a
+// growth step: its node range and index entry stand, and it is laid out
+// exactly as a new one. False when there is none to take.
+inline __attribute__((always_inline)) bool ReuseSpare(ZosBkt *bkt, uint32_t idx) {
+    ZosBlk *spare = bkt->pstSpare;
+    if (spare == nullptr || spare->wCount != bkt->wIncCnt ||
+        bkt->wTotal + spare->wCount > kMaxNodes) {
+        return false;
+    }
+    bkt->pstSpare = reinterpret_cast<ZosBlk *>(spare->stLink.pstNext);
+    bkt->uiSpares--;
+    LayOut(bkt, idx, spare);
+    return true;
 }
 
 // Adds a block to bucket idx: the first (initial count) or a later one
@@ -479,16 +500,7 @@ void LayOut(ZosBkt *bkt, uint32_t idx, ZosBlk *blk) {
 __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool first,
                                                uint32_t *faults) {
     ZosBkt *bkt = &pool->pstBkts[idx];
-    ZosBlk *spare = bkt->pstSpare;
-    if (!first && spare != nullptr && spare->wCount == bkt->wIncCnt &&
-        bkt->wTotal + spare->wCount <= kMaxNodes) {
-        // The kept block has the size of a growth step: its node range and
-        // index entry stand, and it is laid out again exactly as a new one.
-        bkt->pstSpare = reinterpret_cast<ZosBlk *>(spare->stLink.pstNext);
-        bkt->uiSpares--;
-        LayOut(bkt, idx, spare);
-        return ZOK;
-    }
+    if (!first && ReuseSpare(bkt, idx)) return ZOK;
     if (bkt->uiDataSize == 0 || (bkt->wInitCnt == 0 && bkt->wIncCnt == 0)) {
         *faults |= 1u << kBktInvalidSize;
         return ZFAILED;
@@ -540,45 +552,61 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
     return ZOK;
 }
 
-// Gives one wholly free block back: its nodes leave the free list, its
-// entry the index. With keepSpare a block of a growth step's size is kept
-// aside instead of going to the free function: always when the bucket
-// keeps none, else while the kept blocks stay within kSpareBytes.
-void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk, bool keepSpare = false) {
+// Unlinks a block's nodes one by one from a free list that holds others.
+__attribute__((noinline)) void UnlinkNodes(ZosBkt *bkt, ZosBlk *blk) {
+    for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
+        zos::DlistUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
+    }
+}
+
+// Takes a wholly free block off its bucket: its nodes leave the free list,
+// the block leaves the block list, and the bucket's counts drop by them.
+inline __attribute__((always_inline)) void BktDetach(ZosBkt *bkt, ZosBlk *blk) {
     if (bkt->stFreeList.uiCount == blk->wCount) {
         // The bucket's only free nodes are this block's: the list empties.
         ListInit(&bkt->stFreeList, bkt->stFreeList.uiMax);
     } else {
-        for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
-            zos::DlistUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
-        }
+        UnlinkNodes(bkt, blk);
     }
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal - blk->wCount);
     bkt->wFree = static_cast<uint16_t>(bkt->wFree - blk->wCount);
     zos::DlistUnlink(&bkt->stBlkList, &blk->stLink);
-    if (keepSpare && blk->wCount == bkt->wIncCnt &&
-        (bkt->uiSpares == 0 ||
-         uint64_t{bkt->uiSpares + 1} * bkt->uiStride * blk->wCount <= kSpareBytes)) {
-        blk->wSpare = 1;
-        blk->stLink.pstNext = reinterpret_cast<Link *>(bkt->pstSpare);
-        bkt->pstSpare = blk;
-        bkt->uiSpares++;
-        return;
-    }
+}
+
+// Gives one wholly free block back: off its bucket, out of the index, to
+// the free function.
+__attribute__((noinline)) void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
+    BktDetach(bkt, blk);
     RefRemove(pool, reinterpret_cast<uintptr_t>(blk->pucFirst));
     pool->pfnFree(blk);
 }
 
-// Shrink step after a free (block free counts are kept only with shrink
-// on): a block that is now wholly free goes back, except the bucket's
-// first block made with its initial count (it stays at the head of the
-// block list), so a bucket never shrinks below it.
-void BktFreeIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
-    blk->wFree++;
-    if (blk->wFree != blk->wCount) return;
+// Shrink step for a block that a free has just left wholly free: it goes
+// back, except the bucket's first block made with its initial count (it
+// stays at the head of the block list), so a bucket never shrinks below
+// it. A block of a growth step's size is kept aside instead of going to
+// the free function: always when the bucket keeps none, else while the
+// kept blocks stay within kSpareBytes.
+__attribute__((noinline)) void BktEmptied(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
     if (bkt->wTotal == bkt->wInitCnt) return;
     if (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink) return;
-    BktDeleteIn(pool, bkt, blk, true);
+    if (blk->wCount != bkt->wIncCnt ||
+        (bkt->uiSpares != 0 &&
+         uint64_t{bkt->uiSpares + 1} * bkt->uiStride * blk->wCount > kSpareBytes)) {
+        BktDeleteIn(pool, bkt, blk);
+        return;
+    }
+    BktDetach(bkt, blk);
+    blk->wSpare = 1;
+    blk->stLink.pstNext = reinterpret_cast<Link *>(bkt->pstSpare);
+    bkt->pstSpare = blk;
+    bkt->uiSpares++;
+}
+
+// After a free, with shrink on (block free counts are kept only then).
+inline __attribute__((always_inline)) void BktFreeIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
+    blk->wFree++;
+    if (blk->wFree == blk->wCount) BktEmptied(pool, bkt, blk);
 }
 
 uint32_t BktGrpCreateIn(ZosPool *pool) {
@@ -705,7 +733,7 @@ __attribute__((always_inline)) inline uint8_t *TakeNode(ZosPool *pool, uint32_t 
         ZosBkt *bkt = &pool->pstBkts[i];
         if (bkt->uiDataSize < size) continue;
         if (__builtin_expect(bkt->stFreeList.pstHead == nullptr, 0)) {
-            if (BktCreateIn(pool, i, false, faults) != ZOK) continue;
+            if (!ReuseSpare(bkt, i) && BktCreateIn(pool, i, false, faults) != ZOK) continue;
             if (bkt->stFreeList.pstHead == nullptr) {
                 *faults |= 1u << kAllocFatal;
                 return nullptr;
