@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <memory>
+#include <ostream>
 #include <string>
 
 #include "zos_test.h"
@@ -33,6 +34,22 @@ struct AbnfDec {
     size_t start() const { return size_t(msg.stState.pcTknStart - bytes.get()); }
     size_t cur() const { return size_t(msg.stState.pcCur - bytes.get()); }
 };
+
+// What one step on a fresh message over a text left: its result, the error
+// code, and the offsets of the token start and of the cursor.
+struct Step {
+    uint32_t rc, code;
+    size_t start, cur;
+    bool operator==(const Step &) const = default;
+};
+inline std::ostream &operator<<(std::ostream &os, const Step &s) {
+    return os << "{" << s.rc << ", " << s.code << ", " << s.start << ", " << s.cur << "}";
+}
+inline Step RunStep(uint32_t proto, const std::string &text, uint32_t (*step)(ST_ABNF_MSG *)) {
+    AbnfDec d(proto, text);
+    const uint32_t rc = step(&d.msg);
+    return {rc, d.code(), d.start(), d.cur()};
+}
 
 inline std::string S(const ST_ZOS_SSTR &s) {
     return s.pcStr != nullptr ? std::string(s.pcStr, s.uiLen) : std::string();

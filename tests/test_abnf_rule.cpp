@@ -430,7 +430,6 @@ TEST_F(ZosTest, AbnfTokenManager) {
     AbnfDec t3(5, "udp");
     EXPECT_EQ(Abnf_GetTknChrsetX(&t3.msg, set, 1, tbl, 0, &id), ZFAILED);
 
-    // Compare functions.
     const ST_ABNF_TKN e{3, 1, "Abc", 3};
     const auto ue = reinterpret_cast<uintptr_t>(&e);
     EXPECT_EQ(Abnf_TknHashComp(ue, 3, reinterpret_cast<uintptr_t>("Abc"), 3), 0u);

@@ -7,7 +7,9 @@
 #include "abnf_test.h"
 
 using ktest::AbnfDec;
+using ktest::RunStep;
 using ktest::S;
+using ktest::Step;
 
 namespace {
 
@@ -162,18 +164,11 @@ TEST_F(ZosTest, AbnfLineEndingsPerProtocol) {
     AbnfDec nul(0, std::string("\0a", 2));
     EXPECT_EQ(Abnf_GetLine(&nul.msg, &out), ZFAILED);
 
-    // ExpectEol and its Try form on a non-ending.
-    AbnfDec x(0, "ab\n");
-    EXPECT_EQ(Abnf_TryExpectEol(&x.msg), ZFAILED);
-    EXPECT_EQ(x.cur(), 0u);
-    EXPECT_EQ(Abnf_ExpectEol(&x.msg), ZFAILED);
-    EXPECT_EQ(x.code(), ABNF_ERR_EXPECT);
-    AbnfDec y(0, "\r\n");
-    EXPECT_EQ(Abnf_TryExpectCRLF(&y.msg), ZOK);
-    EXPECT_EQ(y.cur(), 2u);
-    AbnfDec z(0, "\n");
-    EXPECT_EQ(Abnf_TryExpectCRLF(&z.msg), ZFAILED);
-    EXPECT_EQ(z.cur(), 0u);
+    // ExpectEol and the Try forms on a non-ending and on CR LF.
+    EXPECT_EQ(RunStep(0, "ab\n", Abnf_TryExpectEol), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
+    EXPECT_EQ(RunStep(0, "ab\n", Abnf_ExpectEol), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
+    EXPECT_EQ(RunStep(0, "\r\n", Abnf_TryExpectCRLF), (Step{ZOK, 0, 1, 2}));
+    EXPECT_EQ(RunStep(0, "\n", Abnf_TryExpectCRLF), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
 }
 
 TEST_F(ZosTest, AbnfStringScanFoldsAndSeparators) {
@@ -306,49 +301,27 @@ TEST_F(ZosTest, AbnfCharactersAndWhiteSpace) {
     EXPECT_EQ(Abnf_GetChr(&f.msg, nullptr), ZFAILED);
     EXPECT_EQ(f.code(), ABNF_ERR_NO_TEXT);
 
-    // IgnWS / IgnLWS / ExpectLWS.
-    AbnfDec ws(0, " \t x");
-    EXPECT_EQ(Abnf_IgnWS(&ws.msg), ZOK);
-    EXPECT_EQ(ws.start(), 3u);
-    AbnfDec lws(5, "  \r\n\t y");
-    EXPECT_EQ(Abnf_IgnLWS(&lws.msg), ZOK);
-    EXPECT_EQ(lws.start(), 6u);
-    AbnfDec lwsEnd(5, " \r\ny");  // a line ending, not a fold
-    EXPECT_EQ(Abnf_IgnLWS(&lwsEnd.msg), ZOK);
-    EXPECT_EQ(lwsEnd.start(), 1u);
-    AbnfDec semi(5, ";x");
-    EXPECT_EQ(Abnf_IgnLWS(&semi.msg), ZOK);
-    EXPECT_EQ(semi.start(), 0u);
-    AbnfDec nolws(0, " \r\n y");  // protocol 0 skips blanks only
-    EXPECT_EQ(Abnf_IgnLWS(&nolws.msg), ZOK);
-    EXPECT_EQ(nolws.start(), 1u);
-    AbnfDec ex(5, "\r\n x");
-    EXPECT_EQ(Abnf_ExpectLWS(&ex.msg), ZOK);
-    EXPECT_EQ(ex.start(), 3u);
-    AbnfDec exBad(5, " \r\nx");
-    EXPECT_EQ(Abnf_TryExpectLWS(&exBad.msg), ZFAILED);
-    EXPECT_EQ(exBad.code(), ABNF_ERR_EXPECT);
-    EXPECT_EQ(exBad.start(), 0u);
-    AbnfDec exNone(11, "x");
-    EXPECT_EQ(Abnf_ExpectLWS(&exNone.msg), ZFAILED);
+    // White space: {result, error code, token start, cursor} afterwards.
+    EXPECT_EQ(RunStep(0, " \t x", Abnf_IgnWS), (Step{ZOK, 0, 3, 3}));
+    EXPECT_EQ(RunStep(5, "  \r\n\t y", Abnf_IgnLWS), (Step{ZOK, 0, 6, 6}));
+    EXPECT_EQ(RunStep(5, " \r\ny", Abnf_IgnLWS), (Step{ZOK, 0, 1, 1}));  // an ending, no fold
+    EXPECT_EQ(RunStep(5, ";x", Abnf_IgnLWS), (Step{ZOK, 0, 0, 0}));
+    EXPECT_EQ(RunStep(0, " \r\n y", Abnf_IgnLWS), (Step{ZOK, 0, 1, 1}));  // blanks only
+    EXPECT_EQ(RunStep(5, "\r\n x", Abnf_ExpectLWS), (Step{ZOK, 0, 3, 3}));
+    EXPECT_EQ(RunStep(5, " \r\nx", Abnf_TryExpectLWS), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
+    EXPECT_EQ(RunStep(11, "x", Abnf_ExpectLWS), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
     AbnfDec exEmpty(0, " ");
     Abnf_IgnWS(&exEmpty.msg);
     EXPECT_EQ(Abnf_ExpectLWS(&exEmpty.msg), ZFAILED);
 }
 
 TEST_F(ZosTest, AbnfMegacoComments) {
-    AbnfDec d(3, " ; comment one\n\t;two\r\n  Reply");
-    EXPECT_EQ(Abnf_IgnLWS(&d.msg), ZOK);
-    EXPECT_EQ(d.start(), 24u);
-    AbnfDec e(3, "; comment at the end");
-    EXPECT_EQ(Abnf_ExpectLWS(&e.msg), ZFAILED);
-    EXPECT_EQ(e.code(), ABNF_ERR_COMMENT);
-    AbnfDec n(3, std::string(" ;a\0b\n", 6));
-    EXPECT_EQ(Abnf_IgnLWS(&n.msg), ZFAILED);
-    EXPECT_EQ(n.code(), ABNF_ERR_COMMENT);
-    AbnfDec none(3, "x");
-    EXPECT_EQ(Abnf_ExpectLWS(&none.msg), ZFAILED);
-    EXPECT_EQ(none.code(), ABNF_ERR_EXPECT);
+    EXPECT_EQ(RunStep(3, " ; comment one\n\t;two\r\n  Reply", Abnf_IgnLWS), (Step{ZOK, 0, 24, 24}));
+    EXPECT_EQ(RunStep(3, "; comment at the end", Abnf_ExpectLWS),
+              (Step{ZFAILED, ABNF_ERR_COMMENT, 20, 20}));
+    EXPECT_EQ(RunStep(3, std::string(" ;a\0b\n", 6), Abnf_IgnLWS),
+              (Step{ZFAILED, ABNF_ERR_COMMENT, 3, 3}));
+    EXPECT_EQ(RunStep(3, "x", Abnf_ExpectLWS), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
 }
 
 TEST_F(ZosTest, AbnfChrsets) {

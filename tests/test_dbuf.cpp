@@ -123,10 +123,8 @@ TEST_F(DbufTest, CreateRulesAndValidityTexts) {
 TEST_F(DbufTest, AppendAndPrependBlockLayout) {
     ZDBUF b = Zos_DbufCreate(nullptr, 1, 128);
     ASSERT_EQ(Zos_DbufPstAddD(b, 'x'), ZOK);  // one block of capacity 104
-    EXPECT_EQ(Blocks(b), std::vector<uint32_t>{1});
-    EXPECT_EQ(Zos_DbufSize(b), 104u);
-    EXPECT_EQ(Zos_DbufAdjD(b, 1), ZOK);
-    EXPECT_EQ(Zos_DbufLen(b), 0u);  // emptied yet still valid
+    EXPECT_TRUE(Blocks(b) == std::vector<uint32_t>{1} && Zos_DbufSize(b) == 104u);
+    EXPECT_TRUE(Zos_DbufAdjD(b, 1) == ZOK && Zos_DbufLen(b) == 0u);  // emptied yet still valid
     EXPECT_EQ(Zos_DbufBlkSize(b), 0u);
 
     // 100 bytes prepended: one block holding them at its end, 4 bytes of
@@ -576,4 +574,23 @@ TEST_F(DbufTest, CreateRefusesDeadPoolsAndBuffersReturnAllNodes) {
         EXPECT_EQ(Zos_DbufDelete(b), ZOK);
         ExpectPoolEmpty();
     }
+}
+
+TEST_F(ZosTest, DbufAddDataBuildsNewBlocksOnly) {
+    ZDBUF b = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 128);  // blocks of 104
+    ASSERT_NE(b, nullptr);
+    ASSERT_EQ(Zos_DbufPstAddD(b, 'M'), ZOK);
+    // Longer than a block: one block of exactly its length, after the last
+    // (the end block's room stays unused). Shorter: one standard block,
+    // before the first, filled at its end.
+    ASSERT_EQ(Zos_DbufAddData(b, Bytes(250).data(), 250, 0), ZOK);
+    EXPECT_EQ(Blocks(b), (std::vector<uint32_t>{1, 250}));
+    ASSERT_EQ(Zos_DbufAddData(b, "xyz", 3, 1), ZOK);
+    EXPECT_EQ(Blocks(b), (std::vector<uint32_t>{3, 1, 250}));
+    EXPECT_EQ(Content(b), "xyzM" + Bytes(250));
+    EXPECT_EQ(Zos_DbufAddData(b, nullptr, 3, 0) + Zos_DbufAddData(b, "x", 0, 0), 2 * ZFAILED);
+    ZDBUF shared = Zos_DbufClone(b);
+    EXPECT_EQ(Zos_DbufAddData(b, "x", 1, 0), ZFAILED) << "shared";
+    Zos_DbufDelete(shared);
+    Zos_DbufDelete(b);
 }

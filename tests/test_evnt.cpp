@@ -92,23 +92,17 @@ TEST_F(EvntTest, ParameterIsNeverOverwrittenAndChainsKeepOrder) {
 TEST_F(EvntTest, EveryKindThroughItsSetterAndLimits) {
     const uint16_t ustr[] = {0x4E2D, 0x6587, 0};
     int anchor = 0;
-    EXPECT_EQ(Zos_EParmSetChar(evt_, 1, INT8_MIN), ZOK);
-    EXPECT_EQ(Zos_EParmSetUchar(evt_, 2, UINT8_MAX), ZOK);
-    EXPECT_EQ(Zos_EParmSetShort(evt_, 3, INT16_MIN), ZOK);
-    EXPECT_EQ(Zos_EParmSetUshort(evt_, 4, UINT16_MAX), ZOK);
-    EXPECT_EQ(Zos_EParmSetInt(evt_, 5, INT32_MIN), ZOK);
-    EXPECT_EQ(Zos_EParmSetUint(evt_, 6, UINT32_MAX), ZOK);
-    EXPECT_EQ(Zos_EParmSetLong(evt_, 7, LONG_MIN), ZOK);
-    EXPECT_EQ(Zos_EParmSetUlong(evt_, 8, ULONG_MAX), ZOK);
-    EXPECT_EQ(Zos_EParmSetInt64(evt_, 9, INT64_MIN + 1), ZOK);
-    EXPECT_EQ(Zos_EParmSetUint64(evt_, 10, 0x8000000000000001ull), ZOK);
-    EXPECT_EQ(Zos_EParmSetBool(evt_, 11, 7), ZOK);
-    EXPECT_EQ(Zos_EParmSetNStr(evt_, 12, "abcdef", 3), ZOK);
-    EXPECT_EQ(Zos_EParmSetUstr(evt_, 13, ustr), ZOK);
-    EXPECT_EQ(Zos_EParmSetMem(evt_, 14, "\0\1\2", 3), ZOK);
-    EXPECT_EQ(Zos_EParmSetPtr(evt_, 15, &anchor), ZOK);
-    EXPECT_EQ(Zos_EParmSetCookie(evt_, 16, UINTPTR_MAX), ZOK);
-    EXPECT_EQ(Zos_EParmSetStr(evt_, 17, nullptr), ZOK);
+    EXPECT_EQ(Zos_EParmSetChar(evt_, 1, INT8_MIN) + Zos_EParmSetUchar(evt_, 2, UINT8_MAX) +
+                  Zos_EParmSetShort(evt_, 3, INT16_MIN) + Zos_EParmSetUshort(evt_, 4, UINT16_MAX) +
+                  Zos_EParmSetInt(evt_, 5, INT32_MIN) + Zos_EParmSetUint(evt_, 6, UINT32_MAX) +
+                  Zos_EParmSetLong(evt_, 7, LONG_MIN) + Zos_EParmSetUlong(evt_, 8, ULONG_MAX) +
+                  Zos_EParmSetInt64(evt_, 9, INT64_MIN + 1) +
+                  Zos_EParmSetUint64(evt_, 10, 0x8000000000000001ull) +
+                  Zos_EParmSetBool(evt_, 11, 7) + Zos_EParmSetNStr(evt_, 12, "abcdef", 3) +
+                  Zos_EParmSetUstr(evt_, 13, ustr) + Zos_EParmSetMem(evt_, 14, "\0\1\2", 3) +
+                  Zos_EParmSetPtr(evt_, 15, &anchor) + Zos_EParmSetCookie(evt_, 16, UINTPTR_MAX) +
+                  Zos_EParmSetStr(evt_, 17, nullptr),
+              ZOK);
 
     EXPECT_EQ(Zos_EParmGetChar(evt_, 1), INT8_MIN);
     EXPECT_EQ(Zos_EParmGetUchar(evt_, 2), UINT8_MAX);

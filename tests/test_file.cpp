@@ -173,7 +173,6 @@ TEST_F(ZosTest, SafeSaveKeepsTheOldFileWhenAnyStepFails) {
     EXPECT_EQ(Load(path), "a=1\nb=2\n");
     EXPECT_EQ(Zfile_IsExist(tmp.c_str()), 0u);
 
-    // Bad paths and data.
     for (uint32_t rc :
          {Zfile_SaveSafe(nullptr, "x", 1), Zfile_SaveSafe("", "x", 1),
           Zfile_SaveSafe(path.c_str(), nullptr, 1),

@@ -23,6 +23,7 @@ TEST_F(ZosTest, DlistInsertKeepsHeadTailAndCapacity) {
     ASSERT_EQ(Zos_DlistInsert(&list, &b, &c), ZOK);  // b, c, a
     EXPECT_TRUE(c.pstPrev == &b && c.pstNext == &a && a.pstPrev == &c);
     EXPECT_EQ(Zos_DlistInsert(&list, &a, &d), ZFAILED);  // full: nothing changes
+    EXPECT_TRUE(ktest::LoggedContains("DlistInsert list max(3) is full."));
     EXPECT_TRUE(list.uiCount == 3 && list.pstTail == &a && a.pstNext == nullptr);
 
     EXPECT_EQ(Zos_DlistFindByIndex(&list, 0), &b);
@@ -31,6 +32,7 @@ TEST_F(ZosTest, DlistInsertKeepsHeadTailAndCapacity) {
     EXPECT_EQ(Zos_DlistFindByIndex(nullptr, 0), nullptr);
     EXPECT_EQ(Zos_DlistInsert(nullptr, nullptr, &d) + Zos_DlistInsert(&list, nullptr, nullptr),
               2 * ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DlistInsert null parameter(s)."));
     Zos_DlistDelete(&list);
     EXPECT_TRUE(list.uiMax == 0 && list.pstHead == nullptr);
     EXPECT_EQ(Zos_DlistInsert(&list, nullptr, &d), ZFAILED);  // zero size
@@ -39,9 +41,12 @@ TEST_F(ZosTest, DlistInsertKeepsHeadTailAndCapacity) {
 TEST_F(ZosTest, DlistRemoveDequeueAndCreate) {
     ST_ZOS_DLIST list;
     DNode a{}, b{}, c{}, stray{};
+    ASSERT_EQ(Zos_CfgSetLogLevel(ZOS_LOG_LEVEL_ALL), ZOK);  // the dequeue lines are warnings
     ASSERT_EQ(Zos_DlistCreate(&list, ZOS_LIST_NO_LIMIT), ZOK);
     EXPECT_EQ(Zos_DlistRemove(&list, &a), ZFAILED);  // empty
+    EXPECT_TRUE(ktest::LoggedContains("DlistRemove list max(4294967295) is empty."));
     EXPECT_EQ(Zos_DlistDequeue(&list), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("DlistDequeue empty list."));
     EXPECT_EQ(Zos_DlistDequeue(nullptr), nullptr);
     // The lone head has both links null and still counts as linked.
     ASSERT_EQ(Zos_DlistInsert(&list, nullptr, &a), ZOK);
@@ -50,6 +55,7 @@ TEST_F(ZosTest, DlistRemoveDequeueAndCreate) {
 
     for (DNode *n : {&a, &b, &c}) ASSERT_EQ(Zos_DlistInsert(&list, list.pstTail, n), ZOK);
     EXPECT_EQ(Zos_DlistRemove(&list, &stray) + Zos_DlistRemove(&list, nullptr), 2 * ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DlistRemove node not in list."));
     EXPECT_EQ(Zos_DlistRemove(&list, &c), ZOK);  // the tail
     EXPECT_TRUE(list.pstTail == &b && b.pstNext == nullptr && c.pstPrev == nullptr);
     EXPECT_EQ(Zos_DlistDequeue(&list), &a);
@@ -68,6 +74,7 @@ TEST_F(ZosTest, DlistRemoveDequeueAndCreate) {
 }
 
 TEST_F(ZosTest, SlistInsertDequeueRemoveAndFind) {
+    ASSERT_EQ(Zos_CfgSetLogLevel(ZOS_LOG_LEVEL_ALL), ZOK);  // the dequeue lines are warnings
     ST_ZOS_SLIST list;
     SNode a{}, b{}, c{};
     EXPECT_EQ(Zos_SlistCreate(nullptr, 1), ZFAILED);
@@ -87,7 +94,10 @@ TEST_F(ZosTest, SlistInsertDequeueRemoveAndFind) {
     EXPECT_EQ(Zos_SlistDequeue(&list), &a);
     EXPECT_EQ(list.pstTail, nullptr);
     EXPECT_TRUE(Zos_SlistDequeue(&list) == nullptr && Zos_SlistDequeue(nullptr) == nullptr);
-    EXPECT_EQ(Zos_SlistInsert(nullptr, nullptr, &a), ZFAILED);
+    EXPECT_EQ(Zos_SlistInsert(nullptr, nullptr, &a) + Zos_SlistInsert(&list, nullptr, nullptr),
+              2 * ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("SlistDequeue list is empty."));
+    EXPECT_TRUE(ktest::LoggedContains("SlistInsert null parameter(s)."));
 
     // Remove leaves the removed node's own link as it was.
     SNode r[4] = {};
@@ -110,4 +120,6 @@ TEST_F(ZosTest, SlistInsertDequeueRemoveAndFind) {
     EXPECT_EQ(Zos_SlistRemoveAfter(&list, nullptr, &r[0]), ZOK);  // falls back to Remove
     EXPECT_TRUE(list.pstHead == nullptr && list.pstTail == nullptr && list.uiCount == 0);
     EXPECT_EQ(Zos_SlistRemove(nullptr, &r[0]), ZFAILED);
+    Zos_SlistDelete(&list);
+    EXPECT_TRUE(list.uiMax == 0 && list.pstHead == nullptr);
 }

@@ -2,6 +2,9 @@
 // redirection, debug commands, files and their rotation.
 #include <time.h>
 
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -56,6 +59,14 @@ void Watch(void *user, uint32_t level, const char *msg) {
 std::string g_disp;
 void DispHook(const char *text, uint32_t len) {
     g_disp.append(text, len);
+}
+
+uint32_t PrintTo(ZLOGID log, uint32_t level, const char *fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    const uint32_t rc = Zos_LogPrint(log, "STEP", level, "pre", fmt, ap);
+    va_end(ap);
+    return rc;
 }
 
 uint32_t FailingWrite(uintptr_t, const void *, uint32_t, uint32_t *done) {
@@ -354,14 +365,9 @@ TEST_F(ZosTest, LongLinesWriteThroughAndWriteFailuresDropTheFile) {
     ASSERT_EQ(files.size(), 1u);
     EXPECT_TRUE(std::regex_match(files[0], std::regex(R"(.*/wt\d{8}_\d{6}_\d{3})")));
     const std::string text = ktest::ReadFile(files[0]);
-    const size_t s = text.find("WT: INFO: short\n");
+    const size_t s = text.find("WT: INFO: short\n"), a = text.find("WT: INFO: after\n");
     const size_t l = text.find("WT: INFO: " + std::string(3000, 'L') + "\n");
-    const size_t a = text.find("WT: INFO: after\n");
-    ASSERT_NE(s, std::string::npos);
-    ASSERT_NE(l, std::string::npos);
-    ASSERT_NE(a, std::string::npos);
-    EXPECT_LT(s, l);
-    EXPECT_LT(l, a);
+    EXPECT_TRUE(a != std::string::npos && s < l && l < a) << text.substr(0, 200);
 
     // A failing write reports once and the log goes on without its file.
     ZOS_OSDEP_FUNC saved = ktest::Slot(20);
@@ -378,4 +384,89 @@ TEST_F(ZosTest, LongLinesWriteThroughAndWriteFailuresDropTheFile) {
     EXPECT_EQ(Zos_LogInfo(log, "memory only"), ZOK);
     EXPECT_EQ(Zos_LogDelete(log), ZOK);
     EXPECT_EQ(ktest::ReadFile(files[0]), text);
+}
+
+TEST_F(ZosTest, LogStepsOneByOne) {
+    char *tmpl = Zos_LogGetFileName("/var/x%y/app.log");
+    ASSERT_NE(tmpl, nullptr);
+    EXPECT_STREQ(tmpl, "/var/x%%y/app%d%02d%02d_%02d%02d%02d_%03d.log");
+    Zos_PrintFree(tmpl);
+    tmpl = Zos_LogGetFileName("plain");
+    ASSERT_NE(tmpl, nullptr);
+    EXPECT_STREQ(tmpl, "plain%d%02d%02d_%02d%02d%02d_%03d");
+    Zos_PrintFree(tmpl);
+    EXPECT_EQ(Zos_LogGetFileName(""), nullptr);
+
+    // A log with a cache and no file.
+    ZLOGID mem = Zos_LogCreateX("MEM", nullptr, ZOS_LOG_FLAG_MUTEX, ZOS_LOG_LEVEL_ERROR, 1024);
+    ASSERT_NE(mem, nullptr);
+    char prefix[128];
+    const uint32_t n = Zos_LogAddPrefix(mem, "", ZOS_LOG_LEVEL_WARN, "tag", prefix, sizeof(prefix));
+    EXPECT_EQ(n, std::strlen(prefix));
+    EXPECT_NE(std::string(prefix).find("MEM: WARN: tag "), std::string::npos) << prefix;
+    EXPECT_EQ(Zos_LogAddPrefix(mem, "", ZOS_LOG_LEVEL_WARN, nullptr, prefix, 5), 4u);
+    EXPECT_EQ(Zos_LogAddPrefix(nullptr, "", 1, nullptr, prefix, sizeof(prefix)), 0u);
+    EXPECT_EQ(Zos_LogDispBuff(mem, "cached\n", 7), ZOK);
+    EXPECT_EQ(Zos_LogDispFile(mem, "x", 1), ZFAILED) << "no file";
+    EXPECT_EQ(Zos_LogAdjFile(mem), ZFAILED) << "no file";
+    // Zos_LogPrint writes whatever the level mask says.
+    std::string seen;
+    ASSERT_EQ(Zos_LogSetWatcher(
+                  mem,
+                  [](void *user, uint32_t level, const char *msg) {
+                      *static_cast<std::string *>(user) += std::to_string(level) + " " + msg;
+                  },
+                  &seen),
+              ZOK);
+    EXPECT_EQ(PrintTo(mem, ZOS_LOG_LEVEL_DEBUG, "step %d", 7), ZOK);
+    EXPECT_EQ(seen, "16 step 7");
+    EXPECT_EQ(PrintTo(nullptr, ZOS_LOG_LEVEL_DEBUG, "step"), ZFAILED);
+    Zos_LogDelete(mem);
+
+    // A log with files: the file ring, rotation and the file list.
+    const std::string dir = ktest::FreshDir("logsteps");
+    const std::string path = dir + "/steps.log";
+    ZLOGID log = Zos_LogCreateX("STEPS", path.c_str(), 0, ZOS_LOG_LEVEL_ALL, 1024);
+    ASSERT_NE(log, nullptr);
+    EXPECT_EQ(Zos_LogDispBuff(log, "x", 1), ZFAILED) << "the cache is the file's ring";
+    ASSERT_EQ(Zos_LogDispFile(log, "through the ring\n", 17), ZOK);
+    ASSERT_EQ(Zos_LogFlush(log), ZOK);
+    ASSERT_EQ(ktest::FilesIn(dir).size(), 1u);
+    const std::string firstFile = ktest::FilesIn(dir)[0];
+    EXPECT_EQ(ktest::ReadFile(firstFile), "#ZOSLOG#\r\nthrough the ring\n");
+    ASSERT_EQ(Zos_LogAdjFile(log), ZOK);
+    EXPECT_EQ(ktest::FilesIn(dir).size(), 2u);
+    // An older file of the pattern, listed from disk once however often
+    // the directory is read.
+    const std::string old = dir + "/steps20000101_000000_000.log";
+    FILE *f = std::fopen(old.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+    EXPECT_EQ(Zos_LogGetFileList(log, path.c_str()), ZOK);
+    EXPECT_EQ(Zos_LogGetFileList(log, path.c_str()), ZOK);
+    EXPECT_EQ(Zos_LogGetFileList(log, nullptr), ZFAILED);
+    ST_ZOS_SYS_TIME t{};
+    EXPECT_EQ(Zos_LogAppendFile(log, nullptr, &t), ZFAILED);
+    EXPECT_EQ(Zos_LogAppendFile(log, old.c_str(), nullptr), ZFAILED);
+    // With a list of two the oldest of three files goes, from disk too.
+    Zos_LogDelete(log);
+    ASSERT_EQ(Zos_CfgSetLogFileCount(2), ZOK);
+    log = Zos_LogCreateX("STEPS", path.c_str(), 0, ZOS_LOG_LEVEL_ALL, 1024);
+    ASSERT_NE(log, nullptr);
+    // Listed in directory order: removed as the oldest or as older than all.
+    EXPECT_EQ(ktest::FilesIn(dir).size(), 2u);
+    EXPECT_NE(ktest::Printed().find(old + "."), std::string::npos);
+    EXPECT_EQ(Zfile_IsExist(old.c_str()), 0u);
+    // Recording a file older than the whole full list removes it.
+    f = std::fopen(old.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+    t.wYear = 2000;
+    t.ucMonth = 1;
+    t.ucDay = 1;
+    ktest::ClearPrinted();
+    ASSERT_EQ(Zos_LogAppendFile(log, old.c_str(), &t), ZOK);
+    EXPECT_NE(ktest::Printed().find("LogAppendFile remove " + old + "."), std::string::npos);
+    EXPECT_EQ(ktest::FilesIn(dir).size(), 2u);
+    Zos_LogDelete(log);
 }

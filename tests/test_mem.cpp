@@ -167,10 +167,13 @@ TEST_P(MemModeTest, SystemStrings) {
     Zos_SysStrFree(nullptr);
     EXPECT_EQ(Zos_SysStrLen(nullptr), 0u);
 
-    // A text that is no system string is refused.
-    char fake[16] = {};
+    // A text that is no system string is refused and left as it is.
+    char fake[16] = "0123456789abcde";
+    ktest::ClearLogged();
     EXPECT_EQ(Zos_SysStrLen(fake + 8), 0u);
     Zos_SysStrFree(fake + 8);
+    EXPECT_TRUE(ktest::LoggedContains("SysStrFree invalid magic."));
+    EXPECT_STREQ(fake, "0123456789abcde");
 }
 
 INSTANTIATE_TEST_SUITE_P(HeapAndPool, MemModeTest, ::testing::Values(1u, 0u));

@@ -105,16 +105,51 @@ PFN_ZOS_MOD_FUNC Fn(F f) {
     return reinterpret_cast<PFN_ZOS_MOD_FUNC>(f);
 }
 
+// What the functions posted to the UI thread saw, in order, and where the
+// last one ran; Stall holds the UI thread until g_stalled is cleared.
+std::vector<uintptr_t> g_order;
+std::atomic<uint32_t> g_ran{0};
+std::thread::id g_lastOn;
+std::atomic<bool> g_stalled{false}, g_entered{false};
+void Note(uintptr_t v) {
+    g_order.push_back(v);
+    g_lastOn = std::this_thread::get_id();
+    g_ran++;
+}
+void Stall(uintptr_t) {
+    g_entered = true;
+    while (g_stalled) std::this_thread::yield();
+}
+void ResetNotes() {
+    g_order.clear();
+    g_ran = 0;
+    g_stalled = true;
+    g_entered = false;
+}
+// Entries of g_order that are not first, first + 1, first + 2, ...
+size_t Misplaced(uintptr_t first = 1) {
+    size_t n = 0;
+    for (size_t i = 0; i < g_order.size(); ++i) n += g_order[i] != first + i;
+    return n;
+}
+
 }  // namespace
 
 // ---- host-driven mode ----------------------------------------------------
 
-using ModHost = ktest::HostModTest;
+// Host-driven mode with the drive requests counted and the records cleared.
+class ModHost : public ktest::HostModTest {
+  protected:
+    void SetUp() override {
+        HostModTest::SetUp();
+        ClearSeen();
+        g_exits.clear();
+        g_driveRequests = 0;
+        Zpand_ModSetPostDrv(CountDrive);
+    }
+};
 
 TEST_F(ModHost, ThreePostsThreeDrivesOneMessageEach) {
-    ClearSeen();
-    g_driveRequests = 0;
-    Zpand_ModSetPostDrv(CountDrive);
     const uint32_t a = Start("HOST_A", 3, true);
     for (uint32_t type = 1; type <= 3; ++type) {
         ASSERT_EQ(Zos_MsgSendX(a, a, type, 0, nullptr, 0), ZOK);
@@ -142,8 +177,6 @@ TEST_F(ModHost, ThreePostsThreeDrivesOneMessageEach) {
 }
 
 TEST_F(ModHost, PrioritiesFirstThenArrivalOrder) {
-    ClearSeen();
-    Zpand_ModSetPostDrv(CountDrive);
     const uint32_t a = Start("EQ_A", 3, true), b = Start("EQ_B", 3, true);
     const uint32_t urgent = Start("URGENT", 0, true);  // clamped to 1
     EXPECT_EQ(Zos_TaskGetPriority(urgent), 1u);
@@ -165,7 +198,6 @@ TEST_F(ModHost, PostFailuresLeaveNothingQueued) {
     EXPECT_EQ(Zos_MsgSendX(a, a, 1, 0, "data", 4), ZFAILED);
     EXPECT_EQ(Zos_ModDriveMsg(), ZOK);
     EXPECT_EQ(Zos_TaskDbgGetState(Zos_ModFindTask(a)), std::string("pending"));
-    // Unknown receiver.
     EXPECT_EQ(Zos_MsgSendX(a, 0x7FFF0000, 1, 0, nullptr, 0), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("ModPostMsg invalid recv task."));
     void *msg = Zos_MsgCreate(a, 0x7FFF0000, 1);
@@ -186,8 +218,6 @@ TEST_F(ModHost, PostFailuresLeaveNothingQueued) {
 }
 
 TEST_F(ModHost, DeferredCallsRunAfterTheMessage) {
-    ClearSeen();
-    Zpand_ModSetPostDrv(CountDrive);
     const uint32_t a = Start("LEAVER", 3, true, LeaveThenRecord);
     Zos_MsgSendX(a, a, 1, 0, nullptr, 0);
     Zos_ModDriveMsg();
@@ -199,8 +229,6 @@ TEST_F(ModHost, DeferredCallsRunAfterTheMessage) {
 }
 
 TEST_F(ModHost, HostTasksStopAndStatistics) {
-    g_exits.clear();
-    Zpand_ModSetPostDrv(CountDrive);
     const uint32_t a = Start("STOP_ME", 3, true);
     EXPECT_EQ(Zos_TaskIsSpawn(a), 0u);
     EXPECT_EQ(Zos_ModTaskIsRun(a), 1u);
@@ -243,7 +271,6 @@ void MarkRan(uint32_t v) {
 }
 
 TEST_F(ModHost, SynchronousPerformQueuedAtStopLetsItsPosterGo) {
-    Zpand_ModSetPostDrv(CountDrive);
     g_call.clear();
     const uint32_t task = Start("PERF_STOP", 3, true);
     const uint32_t posts = g_driveRequests.load();
@@ -270,7 +297,6 @@ TEST_F(ModHost, SynchronousPerformQueuedAtStopLetsItsPosterGo) {
 // ---- the host loop: the pipe and the looper --------------------------------
 
 TEST_F(ModHost, RoadOfAMessageThroughTheLooper) {
-    ClearSeen();
     ktest::HostLoop loop;
     ASSERT_TRUE(loop.SetUp());
     EXPECT_NE(Zpand_UiThreadId(), nullptr);
@@ -317,22 +343,14 @@ TEST_F(ModHost, RefusedUiPerformDeletesItsEvent) {
 TEST_F(ModHost, PipeRecordsRunInWriteOrderAndEmptyPipeReturns) {
     ktest::HostLoop loop;
     ASSERT_TRUE(loop.SetUp());
-    static std::vector<uintptr_t> order;
-    static std::atomic<uint32_t> ran{0};
-    order.clear();
-    ran = 0;
-    auto note = [](uintptr_t v) {
-        order.push_back(v);
-        ran++;
-    };
-    std::thread other([&] {
-        for (uintptr_t i = 0; i < 50; ++i) Zpand_PostMessage(1000 + i, note);
+    ResetNotes();
+    std::thread other([] {
+        for (uintptr_t i = 0; i < 50; ++i) Zpand_PostMessage(1000 + i, Note);
     });
     other.join();
-    for (uintptr_t i = 0; i < 50; ++i) Zpand_UiProcEvnt(2000 + i, note);
-    ASSERT_TRUE(WaitFor([] { return ran == 100; }));
-    for (size_t i = 1; i < 50; ++i) EXPECT_EQ(order[i], order[i - 1] + 1);
-    EXPECT_EQ(order[50], 2000u);
+    for (uintptr_t i = 50; i < 100; ++i) Zpand_UiProcEvnt(1000 + i, Note);
+    ASSERT_TRUE(WaitFor([] { return g_ran == 100; }));
+    EXPECT_EQ(Misplaced(1000), 0u);
     loop.Stop();
     // The callback on an empty pipe returns at once and calls nothing.
     int fds[2];
@@ -340,7 +358,7 @@ TEST_F(ModHost, PipeRecordsRunInWriteOrderAndEmptyPipeReturns) {
     EXPECT_EQ(Zpand_MsgPipeCb(fds[0], ALOOPER_EVENT_INPUT, nullptr), 1);
     close(fds[0]);
     close(fds[1]);
-    EXPECT_EQ(ran, 100u);
+    EXPECT_EQ(g_ran, 100u);
 }
 
 // A stalled UI thread: posts beyond what the pipe holds wait, and all run
@@ -348,27 +366,13 @@ TEST_F(ModHost, PipeRecordsRunInWriteOrderAndEmptyPipeReturns) {
 TEST_F(ModHost, PostsBeyondAFullPipeWaitAndRunInOrder) {
     ktest::HostLoop loop;
     ASSERT_TRUE(loop.SetUp());
-    static std::atomic<bool> stalled;
-    static std::vector<uintptr_t> order;
-    static std::atomic<uint32_t> ran;
-    stalled = true;  // set each run: statics outlive a repeated test
-    order.clear();
-    ran = 0;
+    ResetNotes();
     constexpr uintptr_t kPosts = 20000;  // a pipe holds 4096 or 8192 records
-    Zpand_UiProcEvnt(0, [](uintptr_t) {
-        while (stalled) std::this_thread::yield();
-    });
-    for (uintptr_t i = 1; i <= kPosts; ++i) {
-        Zpand_UiProcEvnt(i, [](uintptr_t v) {
-            order.push_back(v);
-            ran++;
-        });
-    }
-    stalled = false;
-    ASSERT_TRUE(WaitFor([] { return ran == kPosts; }, 20000)) << ran.load() << " ran";
-    size_t misplaced = 0;
-    for (size_t i = 0; i < order.size(); ++i) misplaced += order[i] != i + 1;
-    EXPECT_EQ(misplaced, 0u);
+    Zpand_UiProcEvnt(0, Stall);
+    for (uintptr_t i = 1; i <= kPosts; ++i) Zpand_UiProcEvnt(i, Note);
+    g_stalled = false;
+    ASSERT_TRUE(WaitFor([] { return g_ran == kPosts; }, 20000)) << g_ran.load() << " ran";
+    EXPECT_EQ(Misplaced(), 0u);
     loop.Stop();
 }
 
@@ -376,37 +380,20 @@ TEST_F(ModHost, PostsBeyondAFullPipeWaitAndRunInOrder) {
 // old pipe still held: they run on the new looper, in order, before the
 // posts that follow.
 TEST_F(ModHost, ReplacedUiPipeHandsItsPostsOn) {
-    static std::atomic<bool> stalled, entered;
-    static std::vector<uintptr_t> order;
-    static std::atomic<uint32_t> ran;
-    static std::thread::id lastOn;
-    stalled = true;
-    entered = false;
-    order.clear();
-    ran = 0;
+    ResetNotes();
     auto oldLoop = std::make_unique<ktest::HostLoop>();
     ASSERT_TRUE(oldLoop->SetUp());
-    Zpand_UiProcEvnt(0, [](uintptr_t) {
-        entered = true;
-        while (stalled) std::this_thread::yield();
-    });
-    ASSERT_TRUE(WaitFor([] { return entered.load(); }));
-    auto note = [](uintptr_t v) {
-        order.push_back(v);
-        lastOn = std::this_thread::get_id();
-        ran++;
-    };
-    for (uintptr_t i = 1; i <= 100; ++i) Zpand_UiProcEvnt(i, note);
+    Zpand_UiProcEvnt(0, Stall);
+    ASSERT_TRUE(WaitFor([] { return g_entered.load(); }));
+    for (uintptr_t i = 1; i <= 100; ++i) Zpand_UiProcEvnt(i, Note);
     ktest::HostLoop newLoop;
     ASSERT_TRUE(newLoop.SetUp());
-    for (uintptr_t i = 101; i <= 200; ++i) Zpand_UiProcEvnt(i, note);
-    const bool all = WaitFor([] { return ran == 200; });
-    stalled = false;
-    ASSERT_TRUE(all) << ran.load() << " ran";
-    size_t misplaced = 0;
-    for (size_t i = 0; i < order.size(); ++i) misplaced += order[i] != i + 1;
-    EXPECT_EQ(misplaced, 0u);
-    EXPECT_EQ(lastOn, newLoop.Id());
+    for (uintptr_t i = 101; i <= 200; ++i) Zpand_UiProcEvnt(i, Note);
+    const bool all = WaitFor([] { return g_ran == 200; });
+    g_stalled = false;
+    ASSERT_TRUE(all) << g_ran.load() << " ran";
+    EXPECT_EQ(Misplaced(), 0u);
+    EXPECT_EQ(g_lastOn, newLoop.Id());
     newLoop.Stop();
     oldLoop->Stop();
 }
@@ -648,9 +635,6 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
 }
 
 TEST_F(ModHost, StopNotificationThroughTheSharedQueue) {
-    ClearSeen();
-    g_exits.clear();
-    Zpand_ModSetPostDrv(CountDrive);
     const uint32_t a = Start("NOTIFIED", 3, true);
     Zos_MsgSendX(a, a, 1, 0, nullptr, 0);
     // The stop block goes in at level 0, ahead of the message, and only once.

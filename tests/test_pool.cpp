@@ -97,6 +97,7 @@ TEST_F(PoolTest, NodesCarryHeaderMagicRedZoneAndFreeMarker) {
     EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
 
     EXPECT_EQ(Zos_PoolAlloc(pool_, 0), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("PoolAlloc size is 0 or too big."));
     EXPECT_EQ(Zos_PoolAlloc(pool_, 0x7FFFFFFF), nullptr);
 }
 
@@ -386,6 +387,7 @@ TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
                Zos_PoolChkPool(pool_) == 1u;
     };
     Zos_PoolFree(pool_, b);
+    EXPECT_TRUE(ktest::LoggedContains("PoolFree <test pool> free twice."));
     ASSERT_TRUE(same());
     EXPECT_EQ(before, (V{4, 3, 2, 2, 1, 1}));
 
@@ -440,4 +442,76 @@ TEST_F(PoolTest, SwitchedOffMutexesLeaveAWorkingUnlockedPool) {
     Zos_PoolFree(pool_, p);
     EXPECT_EQ(Stat(pool_, 0).uiFrees, 1u);
     Zos_CfgSetOsMutexSupt(1);  // so shut-down deletes the locks start-up made
+}
+
+// The bucket and heap steps the pool exports for the engine's other
+// modules, each called on its own.
+TEST_F(PoolTest, BucketStepsGrowShrinkAndRefuse) {
+    ZPOOL pool = Make({{32, 2, 2}});
+    ASSERT_NE(pool, nullptr);
+    void *a = Zos_PoolAlloc(pool, 8);
+    void *b = Zos_PoolAlloc(pool, 8);
+    void *first = Zos_BktFindBlk(pool, 0, a);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(Zos_BktFindBlk(pool, 0, b), first);
+    int local = 0;
+    EXPECT_EQ(Zos_BktFindBlk(pool, 0, &local), nullptr);
+    EXPECT_EQ(Zos_BktFindBlk(pool, 1, a), nullptr);
+    EXPECT_EQ(Zos_BktDelete(pool, 0, first), ZFAILED) << "nodes in use";
+
+    // A later block of the increment, found for its own nodes.
+    ASSERT_EQ(Zos_BktCreate(pool, 0, 0), ZOK);
+    EXPECT_EQ(Stat(pool, 0).uiTotal, 4u);
+    void *c = Zos_PoolAlloc(pool, 8);
+    void *second = Zos_BktFindBlk(pool, 0, c);
+    ASSERT_NE(second, nullptr);
+    EXPECT_NE(second, first);
+    EXPECT_EQ(Zos_BktFree(pool, c), ZFAILED) << "a node in use does not shrink";
+    Zos_PoolFree(pool, c);
+    // The pool does not shrink by itself (shrink off); the step does.
+    EXPECT_EQ(Stat(pool, 0).uiTotal, 4u);
+    EXPECT_EQ(Zos_BktFree(pool, c), ZOK);
+    EXPECT_EQ(Stat(pool, 0).uiTotal, 2u);
+    Zos_PoolFree(pool, a);
+    EXPECT_EQ(Zos_BktFree(pool, a), ZOK);
+    EXPECT_EQ(Stat(pool, 0).uiTotal, 2u) << "the first block stays";
+
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_BktCreate(pool, 3, 0), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("BktCreate <test pool> invalid bucket id."));
+    EXPECT_EQ(Zos_BktCreate(pool, 0, 1), ZFAILED) << "the bucket has its first block";
+
+    // Every block goes back; the group step makes the first blocks again.
+    Zos_PoolFree(pool, b);
+    Zos_BktGrpDelete(pool);
+    EXPECT_TRUE(Stat(pool, 0).uiTotal == 0u && Zos_BktFindBlk(pool, 0, b) == nullptr);
+    ASSERT_EQ(Zos_BktGrpCreate(pool), ZOK);
+    EXPECT_EQ(Stat(pool, 0).uiTotal, 2u);
+    EXPECT_EQ(Stat(pool, 0).uiFree, 2u);
+    EXPECT_NE(Zos_PoolAlloc(pool, 8), nullptr);
+    Zos_PoolDelete(pool);
+    pool_ = nullptr;
+    EXPECT_EQ(Zos_BktGrpCreate(pool), ZFAILED);
+    EXPECT_EQ(Zos_BktCreate(nullptr, 0, 0), ZFAILED);
+}
+
+TEST_F(PoolTest, HeapStepsOfAPool) {
+    ZPOOL pool = Make({{32, 2, 2}});
+    ASSERT_NE(pool, nullptr);
+    // Even a size a bucket could serve goes to the backing allocator.
+    auto *p = static_cast<uint8_t *>(Zos_PoolHeapAlloc(pool, 10));
+    ASSERT_NE(p, nullptr);
+    std::memset(p, 0x11, 10);
+    uint32_t size = 0;
+    EXPECT_TRUE(Zos_PoolGetSize(pool, p, &size) == ZOK && size == 12u);
+    EXPECT_EQ(Stat(pool, 0).uiAllocs, 0u);
+    Zos_PoolHeapFree(pool, p);
+    ktest::ClearLogged();
+    void *node = Zos_PoolAlloc(pool, 8);
+    Zos_PoolHeapFree(pool, node);  // a bucket node is not a large allocation
+    EXPECT_TRUE(ktest::LoggedContains("PoolHeapFree invalid magic value."));
+    EXPECT_EQ(Zos_PoolIsValid(pool, node), 1u);
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_PoolHeapAlloc(pool, 0x80000000u), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("PoolHeapAlloc size too big."));
 }

@@ -161,6 +161,7 @@ TEST_F(ZosQuietTest, QueueOrderLimitsAndCounters) {
     EXPECT_EQ(Zos_QueueCreate(1, 1, 4, 8, nullptr) + Zos_QueueCreate(1, 1, 0, 0, &q) +
                   Zos_QueueCreate(1, 1, 0x10000, 0, &q),  // counts are 16-bit
               3 * ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QueueCreate queue size is 0."));
     ASSERT_EQ(Zos_QueueCreate(1, 0, 0x10002, 10, &q), ZOK);  // 2 nodes at most
     EXPECT_TRUE(Zos_QueueAdd(q, 1) == ZOK && Zos_QueueAdd(q, 2) == ZOK);
     EXPECT_EQ(Zos_QueueAdd(q, 3), ZFAILED);
@@ -175,6 +176,7 @@ TEST_F(ZosQuietTest, QueueOrderLimitsAndCounters) {
     uintptr_t v = 99;
     EXPECT_TRUE(Zos_QueuePoll(q, 0, &v) == ZFAILED && v == 0);  // empty, no wait
     EXPECT_EQ(Zos_QueueAdd(q, 0), ZFAILED);                     // 0 cannot be queued
+    EXPECT_TRUE(ktest::LoggedContains("QueueAdd null parameter(s)."));
     for (uintptr_t i = 1; i <= 10; ++i) ASSERT_EQ(Zos_QueueAdd(q, i * 16), ZOK);
     EXPECT_EQ(Zos_QueueAdd(q, 11 * 16), ZFAILED);  // bucket at its maximum
     EXPECT_TRUE(Zos_QueueGetBusyCount(q) == 10 && g_posts == 0);
@@ -208,6 +210,10 @@ TEST_F(ZosQuietTest, QueueOrderLimitsAndCounters) {
                   5 * ZFAILED);
         EXPECT_TRUE(v == 0 && c[0] == 0 && Zos_QueueGetBusyCount(bad) == 0);
     }
+    for (const char *text :
+         {"QueueAdd invalid id.", "QueuePoll invalid id.", "QueueGetBusyCount invalid id."}) {
+        EXPECT_TRUE(ktest::LoggedContains(text)) << text;
+    }
 }
 
 TEST_F(ZosTest, PQueueServesLevelsInOrder) {
@@ -215,8 +221,11 @@ TEST_F(ZosTest, PQueueServesLevelsInOrder) {
     EXPECT_EQ(Zos_PQueueCreate(1, 1, 4, 8, 32, &q) + Zos_PQueueCreate(1, 1, 0, 8, 3, &q) +
                   Zos_PQueueCreate(1, 1, 4, 0xFFFFFFFF, 3, &q),
               3 * ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("PQueueCreate size is 0 or too big."));
+    EXPECT_TRUE(ktest::LoggedContains("PQueueCreate priority size too big."));
     ASSERT_EQ(Zos_PQueueCreate(1, 0, 4, 3, 31, &q), ZOK);  // 32 levels, maximum 4
     EXPECT_EQ(Zos_PQueueAdd(q, 32, 8) + Zos_PQueueAdd(q, 0, 0), 2 * ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("PQueueAdd invalid element."));
     for (auto [level, item] : {std::pair{31u, 0x10}, {5u, 0x20}, {5u, 0x30}, {0u, 0x40}}) {
         ASSERT_EQ(Zos_PQueueAdd(q, level, item), ZOK);
     }
@@ -247,6 +256,10 @@ TEST_F(ZosTest, PQueueServesLevelsInOrder) {
                       Zos_PQueueFindIf(bad, IsOdd, 0, nullptr, nullptr),
                   0u);
     }
+    for (const char *text : {"PQueueAdd invalid id.", "PQueuePoll invalid id.",
+                             "PQueueFind invalid id.", "PQueueDelete invalid id."}) {
+        EXPECT_TRUE(ktest::LoggedContains(text)) << text;
+    }
 }
 
 TEST_F(ZosTest, PQueueRemoveRescanSkipsTheHighestLevel) {
@@ -261,7 +274,9 @@ TEST_F(ZosTest, PQueueRemoveRescanSkipsTheHighestLevel) {
             Zos_PQueueFind(q, 1, 0x100) + Zos_PQueueFind(q, 3, 0x100) + Zos_PQueueFind(q, 4, 0x100),
             1u);
         // Not at that level, or no such level.
-        EXPECT_EQ(Zos_PQueueRmv(q, 3, 0x100) + Zos_PQueueRmv(q, 4, 0x100), 2 * ZFAILED);
+        EXPECT_EQ(Zos_PQueueRmv(q, 3, 0x100) + Zos_PQueueRmv(q, 4, 0x100) + Zos_PQueueRmv(q, 1, 0),
+                  3 * ZFAILED);
+        EXPECT_TRUE(ktest::LoggedContains("PQueueRmv invalid element."));
         ASSERT_EQ(Zos_PQueueRmv(q, 1, 0x100), ZOK);
         // Level 3 still holds an item, but the rescan stopped at level 2.
         EXPECT_EQ(Zos_PQueueGetBusyCount(q), 1u);

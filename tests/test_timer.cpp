@@ -81,6 +81,15 @@ class QTimerTest : public ZosTest {
         SetTick(tick);
         ASSERT_EQ(Zos_QTimerProcess(q_), ZOK);
     }
+    uint32_t Start(uint32_t id, uint32_t ticks, PFN_ZOS_TIMER_CB cb = Record) {
+        return Zos_QTimerTmrStart(q_, id, 0, ticks, 0, cb);
+    }
+    // Running timers, busy expiry nodes and the peak of the latter.
+    std::vector<uint32_t> Counts() {
+        uint32_t c[3] = {9, 9, 9};
+        Zos_QTimerTmrGetCount(q_, &c[0], &c[1], &c[2]);
+        return {c[0], c[1], c[2]};
+    }
     ZQTIMER q_ = nullptr;
 };
 
@@ -99,35 +108,27 @@ TEST_F(QTimerTest, CreateLimitsAndIdsInOrder) {
 
 TEST_F(QTimerTest, FiresAtExactTickInTickThenStartOrder) {
     const uint32_t late = Make(), a = Make(), b = Make(), early = Make();
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, late, 0, 9, 0, Record), ZOK);
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, a, 0, 5, 0, Record), ZOK);
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, b, 0, 5, 0, Record), ZOK);
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, early, 0, 2, 0, Record), ZOK);
-    uint32_t running = 0, busy = 0, peak = 0;
-    Zos_QTimerTmrGetCount(q_, &running, &busy, &peak);
-    EXPECT_EQ(running, 4u);
-    EXPECT_EQ(busy, 3u) << "a and b share one expiry node";
+    for (auto [id, ticks] : {std::pair{late, 9u}, {a, 5u}, {b, 5u}, {early, 2u}})
+        ASSERT_EQ(Start(id, ticks), ZOK);
+    EXPECT_EQ(Counts(), (std::vector<uint32_t>{4, 3, 3})) << "a and b share one expiry node";
     for (uint64_t t = 1000; t <= 1010; ++t) Process(t);
     const std::vector<std::pair<uint32_t, uint64_t>> want{
         {early, 1002}, {a, 1005}, {b, 1005}, {late, 1009}};
     EXPECT_EQ(Fired(), want);
-    Zos_QTimerTmrGetCount(q_, &running, &busy, &peak);
-    EXPECT_EQ(running, 0u);
-    EXPECT_EQ(busy, 0u);
-    EXPECT_EQ(peak, 3u);
+    EXPECT_EQ(Counts(), (std::vector<uint32_t>{0, 0, 3}));
     EXPECT_EQ(Zos_QTimerTmrGetState(q_, a), ZOS_TIMER_STATE_IDLE);
 }
 
 TEST_F(QTimerTest, PeriodicDriftsByProcessingDelayAndZeroTicksFiresOncePerPass) {
     const uint32_t p = Make(ZOS_TIMER_FLAG_PERIOD), z = Make(ZOS_TIMER_FLAG_PERIOD);
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, p, 0, 10, 0, Record), ZOK);
+    ASSERT_EQ(Start(p, 10), ZOK);
     Process(1013);  // three ticks late: the next run counts from 1013
     Process(1022);
     Process(1023);
     const std::vector<std::pair<uint32_t, uint64_t>> want{{p, 1013}, {p, 1023}};
     EXPECT_EQ(Fired(), want);
     g_fired.clear();
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, z, 0, 0, 0, Record), ZOK);
+    ASSERT_EQ(Start(z, 0), ZOK);
     Process(1024);
     Process(1024);
     EXPECT_EQ(FiredCount(), 2u) << "a 0-tick periodic timer fires once per processing";
@@ -136,7 +137,7 @@ TEST_F(QTimerTest, PeriodicDriftsByProcessingDelayAndZeroTicksFiresOncePerPass) 
 
 TEST_F(QTimerTest, DeleteAfterFiringWinsOverPeriodic) {
     const uint32_t d = Make(ZOS_TIMER_FLAG_DELETE | ZOS_TIMER_FLAG_PERIOD);
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, d, 0, 1, 0, Record), ZOK);
+    ASSERT_EQ(Start(d, 1), ZOK);
     Process(1001);
     EXPECT_EQ(FiredCount(), 1u);
     EXPECT_EQ(Zos_QTimerTmrGetState(q_, d), ZOS_TIMER_STATE_FREE);
@@ -146,11 +147,10 @@ TEST_F(QTimerTest, DeleteAfterFiringWinsOverPeriodic) {
 
 TEST_F(QTimerTest, StartStopDeleteTexts) {
     const uint32_t t = Make();
-    EXPECT_EQ(Zos_QTimerTmrStart(q_, 8, 0, 1, 0, Record), ZFAILED);
-    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStart invalid id[8]."));
-    EXPECT_EQ(Zos_QTimerTmrStart(q_, 5, 0, 1, 0, Record), ZFAILED);  // a free node
+    EXPECT_TRUE(Start(8, 1) == ZFAILED && ktest::LoggedContains("QTimerTmrStart invalid id[8]."));
+    EXPECT_EQ(Start(5, 1), ZFAILED);  // a free node
     EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStart timer not idle."));
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, t, 0, 4, 0, Record), ZOK);
+    ASSERT_EQ(Start(t, 4), ZOK);
     ktest::ClearLogged();
     EXPECT_EQ(Zos_QTimerTmrStart(q_, t, 0, 4, 0, Record), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStart timer not idle."));
@@ -174,7 +174,7 @@ TEST_F(QTimerTest, StartStopDeleteTexts) {
     Zos_QTimerTmrGetCount(q_, &running, &busy, nullptr);
     EXPECT_EQ(running, 0u);
     EXPECT_EQ(busy, 0u) << "the emptied expiry node went back";
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, t, 0, 4, 0, Record), ZOK);
+    ASSERT_EQ(Start(t, 4), ZOK);
     EXPECT_EQ(Zos_QTimerTmrDelete(q_, t), ZOK);  // running: taken out first
     Process(1010);
     EXPECT_EQ(FiredCount(), 0u);
@@ -196,7 +196,7 @@ TEST_F(QTimerTest, DriveLengths) {
                  {36001, 1000, ZOS_TIMER_DRV_MAX_MS}};
     for (const auto &c : cases) {
         SetTick(1000);
-        ASSERT_EQ(Zos_QTimerTmrStart(q_, t, 0, c.ticks, 0, Record), ZOK);
+        ASSERT_EQ(Start(t, c.ticks), ZOK);
         SetTick(c.at);
         EXPECT_EQ(Zos_QTimerTmrGetDrvLen(q_), c.ms) << c.ticks;
         Zos_QTimerTmrStop(q_, t);
@@ -221,8 +221,8 @@ TEST_F(QTimerTest, CallbacksMayStopAndDeleteDuringProcessing) {
     g_q = q_;
     const uint32_t stopper = Make();
     g_victim = Make();
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, stopper, 0, 1, 0, StopsVictim), ZOK);
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, g_victim, 0, 1, 0, Record), ZOK);
+    ASSERT_EQ(Start(stopper, 1, StopsVictim), ZOK);
+    ASSERT_EQ(Start(g_victim, 1), ZOK);
     Process(1001);
     ASSERT_EQ(FiredCount(), 1u) << "the stopped timer of the same tick did not fire";
 
@@ -231,7 +231,7 @@ TEST_F(QTimerTest, CallbacksMayStopAndDeleteDuringProcessing) {
     const uint32_t self = Make(ZOS_TIMER_FLAG_DELETE);
     while (Make() != ZOS_INVALID_ID) {
     }
-    ASSERT_EQ(Zos_QTimerTmrStart(q_, self, 0, 1, 0, DeletesAndRecreates), ZOK);
+    ASSERT_EQ(Start(self, 1, DeletesAndRecreates), ZOK);
     Process(1002);
     EXPECT_EQ(Zos_QTimerTmrGetState(q_, self), ZOS_TIMER_STATE_IDLE);
 }
@@ -241,10 +241,9 @@ TEST_F(QTimerTest, DeadQueueIsRefused) {
     ASSERT_EQ(Zos_QTimerCreate(&dead, 2), ZOK);
     ASSERT_EQ(Zos_QTimerDelete(dead), ZOK);
     uint32_t id = 0;
-    EXPECT_EQ(Zos_QTimerTmrCreate(dead, 0, 0, &id), ZFAILED);
-    EXPECT_EQ(Zos_QTimerTmrStart(dead, 0, 0, 1, 0, Record), ZFAILED);
-    EXPECT_EQ(Zos_QTimerProcess(dead), ZFAILED);
-    EXPECT_EQ(Zos_QTimerDelete(dead), ZFAILED);
+    EXPECT_EQ(Zos_QTimerTmrCreate(dead, 0, 0, &id) + Zos_QTimerTmrStart(dead, 0, 0, 1, 0, Record) +
+                  Zos_QTimerProcess(dead) + Zos_QTimerDelete(dead),
+              4 * ZFAILED);
     EXPECT_EQ(Zos_QTimerTmrGetDrvLen(dead), ZOS_TIMER_DRV_MAX_MS);
 }
 
@@ -444,13 +443,9 @@ TEST_F(TimerTest, OsManagerArmsForTheSoonestExpiryOnly) {
     Zpand_TimerSetStop(nullptr);
 }
 
-TEST(TimerBridge, SlotsWithoutHooksAndHostTimerOnLooper) {
-    EXPECT_EQ(Zpand_TimerInit(), ZOK);
-    EXPECT_EQ(Zpand_TimerDestroy(), ZOK);
-    EXPECT_EQ(Zpand_TimerStart(10, Zos_TimerModDriven), ZFAILED) << "no Java virtual machine";
-    EXPECT_EQ(Zpand_TimerStop(), ZFAILED);
-
-    // The host timer: a timerfd on this thread's looper.
+// The host timer: a timerfd on this thread's looper. (The slots without a
+// hook and without a Java machine: test_pand.cpp.)
+TEST(TimerBridge, HostTimerOnLooper) {
     ASSERT_NE(ALooper_prepare(0), nullptr);
     ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
     ktest::UseTestLogDir();

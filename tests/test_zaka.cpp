@@ -51,13 +51,12 @@ TEST(Zaka, Ts35208TestSets) {
         Zaka_F1star(k.data(), rand.data(), sqn.data(), amf.data(), macS);
         Zaka_F2345(k.data(), rand.data(), res, ck, ik, ak);
         Zaka_F5star(k.data(), rand.data(), akS);
-        EXPECT_EQ(ToHex(macA, 8), t.f1);
-        EXPECT_EQ(ToHex(macS, 8), t.f1s);
-        EXPECT_EQ(ToHex(res, 8), t.f2);
-        EXPECT_EQ(ToHex(ck, 16), t.f3);
-        EXPECT_EQ(ToHex(ik, 16), t.f4);
-        EXPECT_EQ(ToHex(ak, 6), t.f5);
-        EXPECT_EQ(ToHex(akS, 6), t.f5s);
+        // f1, f1*, f2, f3, f4, f5, f5*
+        EXPECT_EQ(ToHex(macA, 8) + " " + ToHex(macS, 8) + " " + ToHex(res, 8) + " " +
+                      ToHex(ck, 16) + " " + ToHex(ik, 16) + " " + ToHex(ak, 6) + " " +
+                      ToHex(akS, 6),
+                  std::string(t.f1) + " " + t.f1s + " " + t.f2 + " " + t.f3 + " " + t.f4 + " " +
+                      t.f5 + " " + t.f5s);
     }
 }
 

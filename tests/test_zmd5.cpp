@@ -93,4 +93,12 @@ TEST(Zmd5, TextFormsAndSizeRule) {
     EXPECT_EQ(Zmd5_StrX(abc, 3, 1, "123456789"), nullptr);  // 15 x 9 + 64 >= 128
 }
 
+TEST(Zmd5Padding, IsOneBitThenZeros) {
+    EXPECT_EQ(aucZmd5Padding[0], 0x80);
+    for (uint32_t i = 1; i < 64; ++i) EXPECT_EQ(aucZmd5Padding[i], 0) << i;
+    // 55 bytes take one padding byte, 56 the whole table in a further block.
+    EXPECT_EQ(Md5(std::string(55, 'a')), "ef1772b6dff9a122358552954ad0df65");
+    EXPECT_EQ(Md5(std::string(56, 'a')), "3b0c8ac703f828b04c6c197006d17218");
+}
+
 }  // namespace

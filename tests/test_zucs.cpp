@@ -110,9 +110,7 @@ TEST_F(ZucsTest, AllocatingFormsAndCodePageStubs) {
     ASSERT_EQ(Zucs_Utf8ToBmpX(&bmp, &count, text, 4), ZOK);
     ASSERT_NE(bmp, nullptr);
     EXPECT_EQ(count, 2u);
-    EXPECT_EQ(bmp[0], 'A');
-    EXPECT_EQ(bmp[1], 0x4E00);
-    EXPECT_EQ(bmp[2], 0);
+    EXPECT_EQ(Units(bmp, bmp + 3), Units({'A', 0x4E00, 0}));
     char *utf8 = nullptr;
     uint32_t size = 0;
     ASSERT_EQ(Zucs_BmpToUtf8X(&utf8, &size, bmp, count), ZOK);
@@ -178,15 +176,12 @@ TEST_F(ZucsTest, StrictDecoderRefusesWhatUtf8Forbids) {
 TEST_F(ZucsTest, Utf16KeepsOnlyPlaneOneRight) {
     uint16_t w[8] = {};
     EXPECT_EQ(utf8_to_utf16(w, "\xF0\x9F\x98\x80", 4, 0), 2);
-    EXPECT_EQ(w[0], 0xD83D);
-    EXPECT_EQ(w[1], 0xDE00);
+    EXPECT_EQ(Units(w, w + 2), Units({0xD83D, 0xDE00}));
     EXPECT_EQ(utf8_to_utf16(w, "\xF0\x90\x8C\x82", 4, 0), 2);
-    EXPECT_EQ(w[0], 0xD800);
-    EXPECT_EQ(w[1], 0xDF02);
+    EXPECT_EQ(Units(w, w + 2), Units({0xD800, 0xDF02}));
     // U+20000: the standard pair is D840 DC00; the plane bits are dropped.
     EXPECT_EQ(utf8_to_utf16(w, "\xF0\xA0\x80\x80", 4, 0), 2);
-    EXPECT_EQ(w[0], 0xD800);
-    EXPECT_EQ(w[1], 0xDC00);
+    EXPECT_EQ(Units(w, w + 2), Units({0xD800, 0xDC00}));
 
     // Big-endian storage, and a stop at the first invalid character.
     EXPECT_EQ(utf8_to_utf16(w, "A\xE4\xB8\x80\xC0\x80Z", 8, 1), 2);
