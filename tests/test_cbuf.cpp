@@ -154,8 +154,10 @@ TEST_F(ZosTest, ArenaClonesAndChildren) {
     ZCBUF child = Zos_CbufCreateX(c, 0);
     void *p = Zos_CbufAlloc(child, 32);
     ktest::ClearLogged();
-    EXPECT_TRUE(Zos_CbufFree(c, p) == ZFAILED && ktest::LoggedContains("CbufFree invalid memory."));
-    EXPECT_TRUE(Zos_CbufHoldD(c, p) == 1u && Zos_CbufSize(c) == 0u);  // children are not counted
+    EXPECT_EQ(Zos_CbufFree(c, p), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("CbufFree invalid memory."));
+    EXPECT_EQ(Zos_CbufHoldD(c, p), 1u);
+    EXPECT_EQ(Zos_CbufSize(c), 0u);  // children are not counted
 
     ZCBUF other = Zos_CbufCreate(0);
     EXPECT_EQ(Zos_CbufAttach(c, child), ZOK);  // already there

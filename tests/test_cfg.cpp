@@ -47,9 +47,12 @@ TEST_F(Cfg, GettersBeforeStartCreateTheRecordWithDefaults) {
 }
 
 TEST_F(Cfg, SettersStoreAndStartUpBeginsFromDefaultsAgain) {
-    EXPECT_TRUE(Zos_CfgSetOsSemSupt(7) == ZOK && Zos_CfgGetOsSemSupt() == 1);  // any non-zero is 1
-    EXPECT_TRUE(Zos_CfgSetOsSemSupt(0) == ZOK && Zos_CfgGetOsSemSupt() == 0);
-    EXPECT_TRUE(Zos_CfgSetTimerTaskPriority(-3) == ZOK && Zos_CfgGetTimerTaskPriority() == -3);
+    EXPECT_EQ(Zos_CfgSetOsSemSupt(7), ZOK);
+    EXPECT_EQ(Zos_CfgGetOsSemSupt(), 1);  // any non-zero is 1
+    EXPECT_EQ(Zos_CfgSetOsSemSupt(0), ZOK);
+    EXPECT_EQ(Zos_CfgGetOsSemSupt(), 0);
+    EXPECT_EQ(Zos_CfgSetTimerTaskPriority(-3), ZOK);
+    EXPECT_EQ(Zos_CfgGetTimerTaskPriority(), -3);
     int ctx = 0;
     EXPECT_EQ(Zos_CfgSetAppCtx(&ctx), ZOK);
     EXPECT_EQ(Zos_CfgGetAppCtx(), &ctx);

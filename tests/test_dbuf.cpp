@@ -123,8 +123,10 @@ TEST_F(DbufTest, CreateRulesAndValidityTexts) {
 TEST_F(DbufTest, AppendAndPrependBlockLayout) {
     ZDBUF b = Zos_DbufCreate(nullptr, 1, 128);
     ASSERT_EQ(Zos_DbufPstAddD(b, 'x'), ZOK);  // one block of capacity 104
-    EXPECT_TRUE(Blocks(b) == std::vector<uint32_t>{1} && Zos_DbufSize(b) == 104u);
-    EXPECT_TRUE(Zos_DbufAdjD(b, 1) == ZOK && Zos_DbufLen(b) == 0u);  // emptied yet still valid
+    EXPECT_EQ(Blocks(b), std::vector<uint32_t>{1});
+    EXPECT_EQ(Zos_DbufSize(b), 104u);
+    EXPECT_EQ(Zos_DbufAdjD(b, 1), ZOK);
+    EXPECT_EQ(Zos_DbufLen(b), 0u);  // emptied yet still valid
     EXPECT_EQ(Zos_DbufBlkSize(b), 0u);
 
     // 100 bytes prepended: one block holding them at its end, 4 bytes of

@@ -145,7 +145,8 @@ TEST_F(HttpTest, EmptySlotsFailWithTheirTexts) {
     for (uint32_t s = kSlotOpen; s <= kSlotGetBody; ++s) EXPECT_EQ(ktest::Slot(s), nullptr) << s;
     EXPECT_EQ(Zos_HttpOpen("http://127.0.0.1/", nullptr, nullptr), -1);
     EXPECT_TRUE(ktest::LoggedContains("HttpOpen no function."));
-    EXPECT_TRUE(Zos_HttpConn(1) == ZFAILED && ktest::LoggedContains("HttpConn no function."));
+    EXPECT_EQ(Zos_HttpConn(1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("HttpConn no function."));
     EXPECT_EQ(Zos_HttpDisconn(1) + Zos_HttpSetProp(1, "a", "b") + Zos_HttpSetCfg(1, "a", "b") +
                   Zos_HttpSetBody(1, "a", "b") + Zos_HttpSetFile(1, "a", "b"),
               5 * ZFAILED);

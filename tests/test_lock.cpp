@@ -34,7 +34,8 @@ TEST_F(ZosQuietTest, SwitchedOffKindsSucceedWithoutDoingAnything) {
     Zos_CfgSetOsSharexSupt(0);
     Zos_CfgSetOsSemSupt(0);
     ZMUTEX m = 0x55;
-    EXPECT_TRUE(Zos_MutexCreate(&m) == ZOK && m == 0x55u);  // untouched
+    EXPECT_EQ(Zos_MutexCreate(&m), ZOK);
+    EXPECT_EQ(m, 0x55u);  // untouched
     EXPECT_EQ(Zos_MutexLock(&m), ZOK);
     EXPECT_EQ(Zos_MutexUnlock(&m), ZOK);
     EXPECT_EQ(Zos_MutexLock(nullptr), ZOK);

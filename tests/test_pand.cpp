@@ -96,7 +96,8 @@ TEST(Pand, FilesAndDirectories) {
     Zpand_DirRemove(dir.c_str());
     ASSERT_EQ(Zpand_DirMake(dir.c_str()), ZOK);
     uintptr_t f = 7;
-    EXPECT_TRUE(Zpand_FileOpen((dir + "/missing").c_str(), "rb", &f) == ZFAILED && f == 0u);
+    EXPECT_EQ(Zpand_FileOpen((dir + "/missing").c_str(), "rb", &f), ZFAILED);
+    EXPECT_EQ(f, 0u);
     ASSERT_EQ(Zpand_FileOpen(file.c_str(), "wb", &f), ZOK);
     EXPECT_EQ(Zpand_FileSeek(f, 0, 9), ZFAILED);
     EXPECT_EQ(Zpand_FileClose(f), ZOK);
@@ -116,7 +117,8 @@ TEST(Pand, ByteOrderAndDescriptorSets) {
     const uint32_t net = Zpand_InetHtonl(0x01020304u);
     unsigned char bytes[4];
     std::memcpy(bytes, &net, 4);
-    EXPECT_TRUE(bytes[0] == 1 && bytes[3] == 4);
+    EXPECT_EQ(bytes[0], 1);
+    EXPECT_EQ(bytes[3], 4);
     EXPECT_EQ(Zpand_InetNtohl(net), 0x01020304u);
     EXPECT_EQ(Zpand_InetHtons(0xABCD), htons(0xABCD));
     EXPECT_EQ(Zpand_InetNtohs(Zpand_InetHtons(0xABCD)), 0xABCD);
@@ -130,13 +132,16 @@ TEST(Pand, ByteOrderAndDescriptorSets) {
 // that it has no environment.
 TEST(PandJni, WithoutAMachineEveryHelperRefuses) {
     EXPECT_EQ(Zpand_GetJvm(), nullptr);
-    EXPECT_TRUE(g_zZpandNet == nullptr && g_zZpandMod == nullptr);
+    EXPECT_EQ(g_zZpandNet, nullptr);
+    EXPECT_EQ(g_zZpandMod, nullptr);
     JNIEnv *env = reinterpret_cast<JNIEnv *>(0x1);
-    EXPECT_TRUE(Zpand_GetJniEnv(&env) == 0u && env == nullptr);
+    EXPECT_EQ(Zpand_GetJniEnv(&env), 0u);
+    EXPECT_EQ(env, nullptr);
     Zpand_PutJniEnv(nullptr, 1);
     EXPECT_EQ(Zpand_BytesToJstring(nullptr, "x"), nullptr);
     uint32_t len = 5;
-    EXPECT_TRUE(Zpand_JstringToBytes(nullptr, nullptr, &len) == nullptr && len == 0u);
+    EXPECT_EQ(Zpand_JstringToBytes(nullptr, nullptr, &len), nullptr);
+    EXPECT_EQ(len, 0u);
     // Thread exit has nothing to detach from.
     std::thread([] { Zpand_TaskExit(0, 0); }).join();
 }

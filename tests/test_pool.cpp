@@ -484,7 +484,8 @@ TEST_F(PoolTest, BucketStepsGrowShrinkAndRefuse) {
     // Every block goes back; the group step makes the first blocks again.
     Zos_PoolFree(pool, b);
     Zos_BktGrpDelete(pool);
-    EXPECT_TRUE(Stat(pool, 0).uiTotal == 0u && Zos_BktFindBlk(pool, 0, b) == nullptr);
+    EXPECT_EQ(Stat(pool, 0).uiTotal, 0u);
+    EXPECT_EQ(Zos_BktFindBlk(pool, 0, b), nullptr);
     ASSERT_EQ(Zos_BktGrpCreate(pool), ZOK);
     EXPECT_EQ(Stat(pool, 0).uiTotal, 2u);
     EXPECT_EQ(Stat(pool, 0).uiFree, 2u);
@@ -503,7 +504,8 @@ TEST_F(PoolTest, HeapStepsOfAPool) {
     ASSERT_NE(p, nullptr);
     std::memset(p, 0x11, 10);
     uint32_t size = 0;
-    EXPECT_TRUE(Zos_PoolGetSize(pool, p, &size) == ZOK && size == 12u);
+    EXPECT_EQ(Zos_PoolGetSize(pool, p, &size), ZOK);
+    EXPECT_EQ(size, 12u);
     EXPECT_EQ(Stat(pool, 0).uiAllocs, 0u);
     Zos_PoolHeapFree(pool, p);
     ktest::ClearLogged();

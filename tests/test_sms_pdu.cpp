@@ -360,13 +360,17 @@ TEST_F(SmsPduTest, DeliverStampsTheClockWithItsQuirks) {
 
     // It reads back with the stamp as written.
     const Delivered d = ReadDeliver(std::string(hex, 64));
-    EXPECT_TRUE(d.rc == 0 && d.from == "+8613912345678" && d.text == "hello");
+    EXPECT_EQ(d.rc, 0);
+    EXPECT_EQ(d.from, "+8613912345678");
+    EXPECT_EQ(d.text, "hello");
     EXPECT_EQ(d.Stamp(), "2000-7-18 9:5:7 90000") << "0x0A reads as 100 quarter hours";
 }
 
 TEST_F(SmsPduTest, PublishedDeliversDecode) {
     Delivered d = ReadDeliver(kHelloHello);
-    EXPECT_TRUE(d.rc == 0 && d.from == "27838890001" && d.text == "hellohello");
+    EXPECT_EQ(d.rc, 0);
+    EXPECT_EQ(d.from, "27838890001");
+    EXPECT_EQ(d.text, "hellohello");
     EXPECT_EQ(d.Stamp(), "2099-3-29 15:16:59 7200") << "two digits always land in 20xx";
 
     d = ReadDeliver(kHowAreYou);

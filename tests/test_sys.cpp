@@ -153,7 +153,8 @@ TEST_F(ZosTest, FailingConfigurationInitIsLogged) {
     EXPECT_TRUE(ktest::LoggedContains("SysCfgAttach init config."));
     ASSERT_EQ(ktest::Logged().size(), 1u);
     EXPECT_EQ(ktest::Logged()[0].level, ZOS_LOG_LEVEL_ERROR);
-    EXPECT_TRUE(cfg == nullptr && Zos_SysCfgLocate(9, &cfg) == ZFAILED);
+    EXPECT_EQ(cfg, nullptr);
+    EXPECT_EQ(Zos_SysCfgLocate(9, &cfg), ZFAILED);
 }
 
 TEST(SysFrame, ProgressLineShapesFollowTheSwitches) {

@@ -147,7 +147,8 @@ TEST_F(QTimerTest, DeleteAfterFiringWinsOverPeriodic) {
 
 TEST_F(QTimerTest, StartStopDeleteTexts) {
     const uint32_t t = Make();
-    EXPECT_TRUE(Start(8, 1) == ZFAILED && ktest::LoggedContains("QTimerTmrStart invalid id[8]."));
+    EXPECT_EQ(Start(8, 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStart invalid id[8]."));
     EXPECT_EQ(Start(5, 1), ZFAILED);  // a free node
     EXPECT_TRUE(ktest::LoggedContains("QTimerTmrStart timer not idle."));
     ASSERT_EQ(Start(t, 4), ZOK);

@@ -155,7 +155,8 @@ TEST_F(ZiniTest, DeletedAndNullHandlesAreRefused) {
                       Zini_DelSect(h, "a") + Zini_Update(h, "/nonexistent/x.ini"),
                   5 * ZFAILED);
         EXPECT_EQ(Zini_GetSectCount(h) + Zini_GetKeyCount(h, 0) + Zini_GetKeyCountX(h, "a"), 0u);
-        EXPECT_TRUE(Zini_GetSectName(h, 0) == nullptr && Zini_GetKeyName(h, 0, 0) == nullptr);
+        EXPECT_EQ(Zini_GetSectName(h, 0), nullptr);
+        EXPECT_EQ(Zini_GetKeyName(h, 0, 0), nullptr);
         EXPECT_STREQ(Zini_GetKeyStr(h, 0, 0, "d"), "d");
         EXPECT_STREQ(Zini_GetStr(h, "a", "k", "d"), "d");
         EXPECT_EQ(Zini_GetUi(h, "a", "k", 9), 9u);
