@@ -281,6 +281,15 @@ TEST_F(PoolTest, ShrunkBlockIsKeptOutOfSightAndReusedForTheNextGrowth) {
     EXPECT_EQ(g_backAllocs, made + 2);
     EXPECT_EQ(Counts(pool, 1), (V{4, 1, 3, 8, 5, 2}));
     for (void *p : f) Zos_PoolFree(pool, p);
+    // The explicit growth step takes a kept block as well.
+    const int before = g_backAllocs;
+    ASSERT_EQ(Zos_BktCreate(pool, 1, 0), ZOK);
+    EXPECT_EQ(g_backAllocs, before);
+    const V grown = Counts(pool, 1);
+    EXPECT_EQ(grown[0], 2u);  // total
+    EXPECT_EQ(grown[1], 2u);  // free
+    EXPECT_EQ(grown[5], 1u);  // blocks
+    EXPECT_EQ(Zos_PoolChkBkt(pool, 1), 1u);
     Zos_PoolDelete(pool);
     EXPECT_EQ(g_backFrees, g_backAllocs);
 }

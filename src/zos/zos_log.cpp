@@ -89,6 +89,10 @@ ZosLogMgr *Mgr() {
 // What the manager's resets clear: all but the write gate, which writers
 // may be touching meanwhile.
 constexpr size_t kResetBytes = offsetof(ZosLogMgr, uiWriters);
+static_assert(offsetof(ZosLogMgr, uiClosing) + sizeof(uint32_t) == sizeof(ZosLogMgr) &&
+                  offsetof(ZosLogMgr, uiWriters) + sizeof(uint32_t) ==
+                      offsetof(ZosLogMgr, uiClosing),
+              "the write gate is the manager's tail, which its resets leave alone");
 
 // A write counted in for its whole length, from finding its log to its
 // last use of the print pool; refused (ok() false) once shut-down has

@@ -442,13 +442,13 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
 
 // Lays out a block's nodes as free nodes of bucket idx, numbered on from
 // the bucket's total, and puts them at the tail of its free list in
-// address order; the block goes to the tail of the block list.
+// address order; the block goes to the tail of the block list. A block
+// always has nodes: the block maker makes none of count 0.
 void LayOut(ZosBkt *bkt, uint32_t idx, ZosBlk *blk) {
     zos::DlistLinkTail(&bkt->stBlkList, &blk->stLink);
     const uint32_t count = blk->wCount;
     blk->wFree = static_cast<uint16_t>(count);
     blk->wSpare = 0;
-    if (count == 0) return;
     const uint32_t stride = bkt->uiStride;
     const uint32_t redZone = kNodeHead + bkt->uiDataSize;
     const uint32_t header = idx << kBktShift | kFreeBit;
@@ -495,12 +495,12 @@ inline __attribute__((always_inline)) bool ReuseSpare(ZosBkt *bkt, uint32_t idx)
     return true;
 }
 
-// Adds a block to bucket idx: the first (initial count) or a later one
-// (increment). Faults are added to *faults.
+// Adds a new block to bucket idx: the first (initial count) or a later one
+// (increment); a later one is taken from the kept blocks first, by
+// ReuseSpare, where the caller can. Faults are added to *faults.
 __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool first,
                                                uint32_t *faults) {
     ZosBkt *bkt = &pool->pstBkts[idx];
-    if (!first && ReuseSpare(bkt, idx)) return ZOK;
     if (bkt->uiDataSize == 0 || (bkt->wInitCnt == 0 && bkt->wIncCnt == 0)) {
         *faults |= 1u << kBktInvalidSize;
         return ZFAILED;
@@ -1047,7 +1047,10 @@ KESTRO_API uint32_t Zos_BktCreate(ZPOOL zPool, uint32_t uiBktIdx, uint32_t bFirs
     } else {
         zos::LiteGuard lock(&pool->stLock);
         // A first block sets the bucket's stride: only an empty bucket gets one.
-        if (bFirst == 0 || pool->pstBkts[uiBktIdx].stBlkList.pstHead == nullptr) {
+        ZosBkt *bkt = &pool->pstBkts[uiBktIdx];
+        if (bFirst == 0 && ReuseSpare(bkt, uiBktIdx)) {
+            rc = ZOK;
+        } else if (bFirst == 0 || bkt->stBlkList.pstHead == nullptr) {
             rc = BktCreateIn(pool, uiBktIdx, bFirst != 0, &faults);
         }
     }
