@@ -14,8 +14,12 @@ namespace {
 using ktest::WaitFor;
 
 // An entry that returns as soon as it is asked to stop.
+// While set, a stopped cooperative task waits before it returns, so the
+// state between the stop and the return can be seen.
+std::atomic<bool> g_holdExit{false};
 uint32_t Cooperative(ST_ZOS_TASK_START *start) {
-    while (__atomic_load_n(&start->uiState, __ATOMIC_ACQUIRE) != ZOS_TASK_WAIT_DELETE) {
+    while (__atomic_load_n(&start->uiState, __ATOMIC_ACQUIRE) != ZOS_TASK_WAIT_DELETE ||
+           g_holdExit) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return 7;
@@ -102,8 +106,10 @@ TEST_F(ZosTest, TaskSpawnClampsPriorityAndGettersFallBack) {
     EXPECT_TRUE(ktest::LoggedContains("task<T_LOW:" + std::to_string(low) + "> already exist."));
     EXPECT_EQ(Zos_TaskSpawn("T_NULL", 3, 0, nullptr, 0, &dup), ZFAILED);
 
+    g_holdExit = true;
     EXPECT_EQ(Zos_TaskCease(low), ZOK);
     EXPECT_EQ(Zos_TaskGetState(low), ZOS_TASK_WAIT_DELETE);
+    g_holdExit = false;
     EXPECT_TRUE(WaitFor([&] { return Zos_TaskGetState(low) == 0; }));  // returned and released
     EXPECT_TRUE(ktest::LoggedContains("task<T_LOW:" + std::to_string(low) + "> mission complete."));
     EXPECT_EQ(Zos_TaskDelete(high), ZOK);
