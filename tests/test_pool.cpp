@@ -438,10 +438,46 @@ TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
     EXPECT_EQ(Zos_PoolChkBkt(pool_, 0), 0u);
     EXPECT_EQ(Zos_PoolChkPool(pool_), 0u);
     Zos_PoolFree(pool_, a);
+    EXPECT_TRUE(ktest::LoggedContains("PoolFree <test pool> invalid redzone."));
     EXPECT_EQ(Stat(pool_, 0).uiFrees, 2u);
     EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);  // red zones of free nodes are not judged
     Zos_PoolFree(pool_, big);
     EXPECT_EQ(Zos_PoolChkBkt(pool_, 2), 0u);  // no such bucket
+}
+
+// Damage is reported, never mended: a damaged node is still taken back
+// and still handed out, with its fault line, locked pool or not.
+TEST_F(PoolTest, DamagedNodesStillServeWithTheirFaultLines) {
+    for (const uint8_t locked : {0, 1}) {
+        SCOPED_TRACE(locked);
+        ASSERT_NE(Make({{32, 3, 3}}, 0, locked), nullptr);
+        auto *a = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 32));
+        auto *b = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 32));
+        auto *c = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 32));
+        ktest::ClearLogged();
+        c[32] = 'x';
+        Zos_PoolFree(pool_, c);
+        EXPECT_TRUE(ktest::LoggedContains("PoolFree <test pool> invalid redzone."));
+        Zos_PoolFree(pool_, a);
+        Zos_PoolFree(pool_, b);
+        EXPECT_EQ(Counts(pool_, 0), (V{3, 3, 3, 3, 3, 1}));
+
+        // Free list c, a, b: c keeps its broken red zone, a loses its free
+        // marker, b its free bit.
+        a[3 * sizeof(void *)] ^= 1;
+        const uint32_t busy = Word(b, -8) & ~0x40000000u;
+        std::memcpy(b - 8, &busy, 4);
+        for (uint8_t *next : {c, a, b}) {
+            ktest::ClearLogged();
+            EXPECT_EQ(Zos_PoolAlloc(pool_, 32), next);
+            EXPECT_TRUE(ktest::LoggedContains(
+                next == b ? "PoolAlloc <test pool> alloc busy node."
+                          : "PoolAlloc <test pool> invalid id(ex.magic id)."));
+        }
+        EXPECT_EQ(Counts(pool_, 0), (V{3, 0, 3, 6, 3, 1}));
+        Zos_PoolDelete(pool_);
+        pool_ = nullptr;
+    }
 }
 
 TEST_F(PoolTest, SwitchedOffMutexesLeaveAWorkingUnlockedPool) {

@@ -58,22 +58,38 @@ inline uintptr_t ThreadTag() {
 // Sleeps on the semaphore until the word is won.
 void LiteLockWait(LiteLock *lock);
 
-// Takes a lock that is on.
-inline void LiteLockTake(LiteLock *lock) {
-    const uintptr_t me = ThreadTag();
-    std::atomic_ref<uintptr_t> owner(lock->zOwner);
+// Takes a lock that is on when nobody holds it, this thread included;
+// false, with nothing changed, when somebody does.
+inline bool LiteLockTry(LiteLock *lock) {
     uint32_t expected = 0;
     if (!std::atomic_ref<uint32_t>(lock->uiWord)
              .compare_exchange_strong(expected, 1, std::memory_order_acquire,
                                       std::memory_order_relaxed)) {
-        // Only this thread can have stored its own tag there.
-        if (owner.load(std::memory_order_relaxed) == me) {
-            lock->uiDepth++;
-            return;
-        }
-        LiteLockWait(lock);
+        return false;
     }
+    std::atomic_ref<uintptr_t>(lock->zOwner).store(ThreadTag(), std::memory_order_relaxed);
+    return true;
+}
+
+// Takes a lock that is on.
+inline void LiteLockTake(LiteLock *lock) {
+    if (LiteLockTry(lock)) return;
+    const uintptr_t me = ThreadTag();
+    std::atomic_ref<uintptr_t> owner(lock->zOwner);
+    // Only this thread can have stored its own tag there.
+    if (owner.load(std::memory_order_relaxed) == me) {
+        lock->uiDepth++;
+        return;
+    }
+    LiteLockWait(lock);
     owner.store(me, std::memory_order_relaxed);
+}
+
+// Frees the word of a lock that is on and held once; true when a waiter
+// may sleep, whom the caller then wakes with a post.
+inline bool LiteLockDrop(LiteLock *lock) {
+    std::atomic_ref<uintptr_t>(lock->zOwner).store(0, std::memory_order_relaxed);
+    return std::atomic_ref<uint32_t>(lock->uiWord).exchange(0, std::memory_order_release) == 2;
 }
 
 // Gives back one hold of a lock that is on.
@@ -82,10 +98,7 @@ inline void LiteLockGive(LiteLock *lock) {
         lock->uiDepth--;
         return;
     }
-    std::atomic_ref<uintptr_t>(lock->zOwner).store(0, std::memory_order_relaxed);
-    if (std::atomic_ref<uint32_t>(lock->uiWord).exchange(0, std::memory_order_release) == 2) {
-        lock->pfnPost(&lock->zSem);
-    }
+    if (LiteLockDrop(lock)) lock->pfnPost(&lock->zSem);
 }
 
 // Holds a light lock for a scope; does nothing when the lock is off.

@@ -80,6 +80,15 @@ inline bool LiveHas(const void *handle) {
     if (cur == nullptr) return false;
     return live::Holds(cur, key) || LiveMissed(key, moves);
 }
+// True when the handle is found registered on a first look, which is
+// final; false is not (a move may have carried it past the look, which
+// LiveHas then looks into). For hot paths that leave a false answer to a
+// slower path making the whole check.
+inline bool LiveSeen(const void *handle) {
+    const auto key = reinterpret_cast<uintptr_t>(handle);
+    const live::Table *cur = live::g_current.load(std::memory_order_acquire);
+    return key != live::kEmpty && cur != nullptr && live::Holds(cur, key);
+}
 // Number of registered handles (tests and diagnostics).
 uint32_t LiveCount();
 

@@ -408,23 +408,32 @@ struct Where {
     const AddrRef *ref;
 };
 
+// The entry holding an address, from the entry last found or the cache
+// alone (no search); null when neither holds it. The pool has entries.
+inline __attribute__((always_inline)) const AddrRef *RefQuick(ZosPool *pool, uintptr_t node) {
+    const AddrRef *ref = &pool->pstRefs[pool->uiRefHint];
+    if (node >= ref->uStart && node < ref->uEnd) return ref;
+    const uint32_t cached = pool->auiRefCache[(node >> kRefCacheShift) % kRefCacheSlots];
+    if (cached == 0) return nullptr;
+    ref = &pool->pstRefs[cached - 1];
+    if (node < ref->uStart || node >= ref->uEnd) return nullptr;
+    pool->uiRefHint = cached - 1;
+    return ref;
+}
+
 inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *mem) {
     const uintptr_t addr = reinterpret_cast<uintptr_t>(mem);
     const Where foreign{Kind::kForeign, nullptr, nullptr};
     if (addr < kNodeHead || pool->uiRefCnt == 0) return foreign;
     const uintptr_t node = addr - kNodeHead;
-    const AddrRef *ref = &pool->pstRefs[pool->uiRefHint];
-    if (node < ref->uStart || node >= ref->uEnd) {
-        uint32_t &cached = pool->auiRefCache[(node >> kRefCacheShift) % kRefCacheSlots];
-        ref = cached != 0 ? &pool->pstRefs[cached - 1] : nullptr;
-        if (ref == nullptr || node < ref->uStart || node >= ref->uEnd) {
-            const uint32_t at = UpperBound(pool, node);
-            if (at == 0) return foreign;
-            ref = &pool->pstRefs[at - 1];
-            if (node >= ref->uEnd) return foreign;
-            cached = at;
-        }
-        pool->uiRefHint = static_cast<uint32_t>(ref - pool->pstRefs);
+    const AddrRef *ref = RefQuick(pool, node);
+    if (ref == nullptr) {
+        const uint32_t at = UpperBound(pool, node);
+        if (at == 0) return foreign;
+        ref = &pool->pstRefs[at - 1];
+        if (node >= ref->uEnd) return foreign;
+        pool->auiRefCache[(node >> kRefCacheShift) % kRefCacheSlots] = at;
+        pool->uiRefHint = at - 1;
     }
     if (ref->pstBlk == nullptr) {
         if (node != ref->uStart) return foreign;
@@ -581,15 +590,21 @@ __attribute__((noinline)) void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *b
     pool->pfnFree(blk);
 }
 
-// Shrink step for a block that a free has just left wholly free: it goes
-// back, except the bucket's first block made with its initial count (it
-// stays at the head of the block list), so a bucket never shrinks below
-// it. A block of a growth step's size is kept aside instead of going to
-// the free function: always when the bucket keeps none, else while the
-// kept blocks stay within kSpareBytes.
+// Whether a block a free has just left wholly free stays where it is: the
+// bucket's first block made with its initial count (at the head of the
+// block list), so that a bucket never shrinks below it.
+inline bool EmptiedBlockStays(const ZosBkt *bkt, const ZosBlk *blk) {
+    return bkt->wTotal == bkt->wInitCnt ||
+           (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink);
+}
+
+// Shrink step for a block that a free has just left wholly free: unless it
+// stays, it goes back, or a block of a growth step's size is kept aside
+// instead of going to the free function: always when the bucket keeps
+// none, else while the kept blocks stay within kSpareBytes.
+
 __attribute__((noinline)) void BktEmptied(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
-    if (bkt->wTotal == bkt->wInitCnt) return;
-    if (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink) return;
+    if (EmptiedBlockStays(bkt, blk)) return;
     if (blk->wCount != bkt->wIncCnt ||
         (bkt->uiSpares != 0 &&
          uint64_t{bkt->uiSpares + 1} * bkt->uiStride * blk->wCount > kSpareBytes)) {
@@ -724,6 +739,26 @@ void SetClassFrom(ZosPool *pool) {
     }
 }
 
+// Whether a node taken from (or at the head of) a free list still has its
+// magic, free marker and red zone.
+inline bool FreeNodeIntact(const ZosBkt *bkt, uint8_t *node) {
+    return Load32(node + 4) == kNodeMagic &&
+           std::memcmp(RecOf(node)->acMark, kFreeMark, sizeof(kFreeMark)) == 0 &&
+           Load32(node + kNodeHead + bkt->uiDataSize) == kRedZone;
+}
+
+// Hands out the head of a bucket's free list, whose header word was read
+// as `header`.
+__attribute__((always_inline)) inline void TakeHead(ZosPool *pool, ZosBkt *bkt, uint32_t header) {
+    Link *link = zos::DlistUnlinkHead(&bkt->stFreeList);
+    bkt->uiAllocs++;
+    bkt->wFree--;
+    const uint32_t used = static_cast<uint32_t>(bkt->wTotal - bkt->wFree);
+    if (used > bkt->uiPeak) bkt->uiPeak = used;
+    Store32(NodeOf(link), header & ~kFreeBit);
+    if ((pool->wFlags & kFlagShrink) != 0) reinterpret_cast<FreeRec *>(link)->pstBlk->wFree--;
+}
+
 // Takes a node of the first bucket that fits and has (or can grow) a free
 // node; null when none can.
 __attribute__((always_inline)) inline uint8_t *TakeNode(ZosPool *pool, uint32_t size,
@@ -739,23 +774,29 @@ __attribute__((always_inline)) inline uint8_t *TakeNode(ZosPool *pool, uint32_t 
                 return nullptr;
             }
         }
-        Link *link = zos::DlistUnlinkHead(&bkt->stFreeList);
-        bkt->uiAllocs++;
-        bkt->wFree--;
-        const uint32_t used = static_cast<uint32_t>(bkt->wTotal - bkt->wFree);
-        if (used > bkt->uiPeak) bkt->uiPeak = used;
-        uint8_t *node = NodeOf(link);
+        uint8_t *node = NodeOf(bkt->stFreeList.pstHead);
         const uint32_t header = Load32(node);
         if ((header & kFreeBit) == 0) *faults |= 1u << kAllocBusy;
-        Store32(node, header & ~kFreeBit);
-        if ((pool->wFlags & kFlagShrink) != 0) {
-            reinterpret_cast<FreeRec *>(link)->pstBlk->wFree--;
-        }
+        TakeHead(pool, bkt, header);
         *found = bkt;
         return node;
     }
     *faults |= 1u << kAllocEmpty;
     return nullptr;
+}
+
+// Puts a busy node of a block of the bucket at the tail of its free list;
+// `header` is the node's header word. The block's own count is the
+// caller's.
+__attribute__((always_inline)) inline void PutBack(ZosBkt *bkt, ZosBlk *blk, uint8_t *node,
+                                                   uint32_t header) {
+    FreeRec *rec = RecOf(node);
+    std::memcpy(rec->acMark, kFreeMark, 4);
+    rec->pstBlk = blk;
+    Store32(node, header | kFreeBit);
+    zos::DlistLinkTail(&bkt->stFreeList, &rec->stLink);
+    bkt->wFree++;
+    bkt->uiFrees++;
 }
 
 // Returns one node to its bucket, the lock held; *release gets a large
@@ -789,13 +830,7 @@ __attribute__((always_inline)) inline void PutNodeIn(ZosPool *pool, void *mem, v
     }
     ZosBkt *bkt = &pool->pstBkts[idx];
     if (Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone) *faults |= 1u << kFreeRedZone;
-    FreeRec *rec = RecOf(node);
-    std::memcpy(rec->acMark, kFreeMark, 4);
-    rec->pstBlk = w.ref->pstBlk;
-    Store32(node, header | kFreeBit);
-    zos::DlistLinkTail(&bkt->stFreeList, &rec->stLink);
-    bkt->wFree++;
-    bkt->uiFrees++;
+    PutBack(bkt, w.ref->pstBlk, node, header);
     if ((pool->wFlags & kFlagShrink) != 0) BktFreeIn(pool, bkt, w.ref->pstBlk);
 }
 
@@ -960,17 +995,73 @@ __attribute__((always_inline)) inline void *AllocIn(ZPOOL zPool, uint32_t uiSize
     ZosBkt *bkt = nullptr;
     uint8_t *node = TakeNode(pool, uiSize, &bkt, &faults);
     // Diagnostic only: a damaged node is still handed out.
-    if (node != nullptr && (Load32(node + 4) != kNodeMagic ||
-                            std::memcmp(RecOf(node)->acMark, kFreeMark, sizeof(kFreeMark)) != 0 ||
-                            Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone)) {
-        faults |= 1u << kAllocBadId;
-    }
+    if (node != nullptr && !FreeNodeIntact(bkt, node)) faults |= 1u << kAllocBadId;
     if (faults != 0) Report(pool, faults);
     return node != nullptr ? node + kNodeHead : nullptr;
 }
 
+// The everyday allocation and free, kept small enough that the common
+// call saves no registers. A quick step takes the pool's lock only when it
+// is free, checks everything before it changes anything, and otherwise
+// leaves the call to the whole way (the slow step), which then gives it
+// the same result, counts and faults as ever: a lock held elsewhere (or by
+// this thread), an empty or damaged bucket, a size the buckets do not
+// serve, a pointer the last look-up does not cover, a block the free
+// would empty.
+
+// The pool check of the quick steps: a pool the registry shows on its
+// first look, with its magic. False leaves the call to the slow step's
+// whole check.
+__attribute__((always_inline)) inline bool SeenPool(const ZosPool *pool) {
+    return zos::LiveSeen(pool) && pool->uiMagic == kPoolMagic;
+}
+
+// Takes the pool's lock if it is on and free; false when anybody holds it.
+__attribute__((always_inline)) inline bool QuickLock(zos::LiteLock *lock) {
+    return !zos::LiteLockOn(lock) || zos::LiteLockTry(lock);
+}
+
+// Gives back a lock QuickLock took; true when a waiter must be woken.
+__attribute__((always_inline)) inline bool QuickUnlock(zos::LiteLock *lock) {
+    return zos::LiteLockOn(lock) && zos::LiteLockDrop(lock);
+}
+
+// The head of the first bucket that fits, taken, or null with nothing
+// changed. The lock is held (or off).
+__attribute__((always_inline)) inline void *AllocQuick(ZosPool *pool, uint32_t size) {
+    if (size - 1 >= pool->uiMaxSize) return nullptr;
+    const uint32_t i = pool->aucClassFrom[Octave(size)];
+    if (i >= pool->ucBktCnt) return nullptr;
+    ZosBkt *bkt = &pool->pstBkts[i];
+    Link *link = bkt->stFreeList.pstHead;
+    if (bkt->uiDataSize < size || link == nullptr) return nullptr;
+    uint8_t *node = NodeOf(link);
+    const uint32_t header = Load32(node);
+    if ((header & kFreeBit) == 0 || !FreeNodeIntact(bkt, node)) return nullptr;
+    TakeHead(pool, bkt, header);
+    return node + kNodeHead;
+}
+
+// The whole allocation, out of line; kHeld here: the pool has just been
+// found registered.
+template <bool kHeld>
+__attribute__((noinline)) void *AllocSlow(ZosPool *pool, uint32_t size) {
+    return AllocIn<kHeld>(pool, size);
+}
+
+// After a quick step that had the lock: wakes the waiter, then finishes a
+// request the quick step left.
+__attribute__((noinline)) void *AllocAfterQuick(ZosPool *pool, uint32_t size, void *mem,
+                                                bool wake) {
+    if (wake) pool->stLock.pfnPost(&pool->stLock.zSem);
+    return mem != nullptr ? mem : AllocIn<true>(pool, size);
+}
+
 }  // namespace
 
+// The data buffers' pools shrink, so their allocations meet an empty bucket
+// and their frees empty a block at every packet; the quick step would only
+// add its checks there.
 void *zos::PoolAllocHeld(ZPOOL zPool, uint32_t uiSize) {
     return AllocIn<true>(zPool, uiSize);
 }
@@ -978,7 +1069,15 @@ void *zos::PoolAllocHeld(ZPOOL zPool, uint32_t uiSize) {
 extern "C" {
 
 KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
-    return AllocIn<false>(zPool, uiSize);
+    ZosPool *pool = PoolOf(zPool);
+    if (!SeenPool(pool)) return AllocSlow<false>(pool, uiSize);
+    if (!QuickLock(&pool->stLock)) return AllocSlow<true>(pool, uiSize);
+    void *mem = AllocQuick(pool, uiSize);
+    const bool wake = QuickUnlock(&pool->stLock);
+    if (__builtin_expect(wake || mem == nullptr, 0)) {
+        return AllocAfterQuick(pool, uiSize, mem, wake);
+    }
+    return mem;
 }
 
 // ---------------------------------------------------------------------
@@ -1149,6 +1248,43 @@ __attribute__((always_inline)) inline void FreeIn(ZPOOL zPool, void *pMem) {
     if (faults != 0) Report(pool, faults);
 }
 
+// A busy node of a block the last look-up found, put back, or false with
+// nothing changed. The lock is held (or off).
+__attribute__((always_inline)) inline bool FreeQuick(ZosPool *pool, void *mem) {
+    const uintptr_t at = reinterpret_cast<uintptr_t>(mem) - kNodeHead;
+    if (pool->uiRefCnt == 0 || reinterpret_cast<uintptr_t>(mem) < kNodeHead) return false;
+    const AddrRef *ref = RefQuick(pool, at);
+    if (ref == nullptr || ref->pstBlk == nullptr || ref->pstBlk->wSpare != 0) return false;
+    ZosBlk *blk = ref->pstBlk;
+    ZosBkt *bkt = &pool->pstBkts[ref->uiBkt];
+    if (!OnNodeBoundary(bkt, static_cast<uint32_t>(at - ref->uStart))) return false;
+    // A free that empties a block that then goes (aside or back) is the
+    // slow step's work.
+    const bool shrink = (pool->wFlags & kFlagShrink) != 0;
+    if (shrink && blk->wFree + 1 == blk->wCount && !EmptiedBlockStays(bkt, blk)) return false;
+    uint8_t *node = reinterpret_cast<uint8_t *>(at);
+    const uint32_t header = Load32(node);
+    if ((header & kFreeBit) != 0 || Load32(node + 4) != kNodeMagic ||
+        BktIndex(header) != ref->uiBkt || Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone) {
+        return false;
+    }
+    PutBack(bkt, blk, node, header);
+    if (shrink) blk->wFree++;
+    return true;
+}
+
+// The whole free, out of line; kHeld as for AllocSlow.
+template <bool kHeld>
+__attribute__((noinline)) void FreeSlow(ZosPool *pool, void *mem) {
+    FreeIn<kHeld>(pool, mem);
+}
+
+// As AllocAfterQuick, for a free.
+__attribute__((noinline)) void FreeAfterQuick(ZosPool *pool, void *mem, bool done, bool wake) {
+    if (wake) pool->stLock.pfnPost(&pool->stLock.zSem);
+    if (!done) FreeIn<true>(pool, mem);
+}
+
 }  // namespace
 
 void zos::PoolFreeHeld(ZPOOL zPool, void *pMem) {
@@ -1158,7 +1294,12 @@ void zos::PoolFreeHeld(ZPOOL zPool, void *pMem) {
 extern "C" {
 
 KESTRO_API void Zos_PoolFree(ZPOOL zPool, void *pMem) {
-    FreeIn<false>(zPool, pMem);
+    ZosPool *pool = PoolOf(zPool);
+    if (pMem == nullptr || !SeenPool(pool)) return FreeSlow<false>(pool, pMem);
+    if (!QuickLock(&pool->stLock)) return FreeSlow<true>(pool, pMem);
+    const bool done = FreeQuick(pool, pMem);
+    const bool wake = QuickUnlock(&pool->stLock);
+    if (__builtin_expect(wake || !done, 0)) FreeAfterQuick(pool, pMem, done, wake);
 }
 
 KESTRO_API uint32_t Zos_PoolGetSize(ZPOOL zPool, void *pMem, uint32_t *puiSize) {
