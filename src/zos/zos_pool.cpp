@@ -421,6 +421,14 @@ inline __attribute__((always_inline)) const AddrRef *RefQuick(ZosPool *pool, uin
     return ref;
 }
 
+// Whether a node address lies on a node boundary of a block entry that
+// is not kept aside (whose nodes are refused like freed ones).
+inline __attribute__((always_inline)) bool InLiveBlock(const ZosPool *pool, const AddrRef *ref,
+                                                       uintptr_t node) {
+    return ref->pstBlk != nullptr && ref->pstBlk->wSpare == 0 &&
+           OnNodeBoundary(&pool->pstBkts[ref->uiBkt], static_cast<uint32_t>(node - ref->uStart));
+}
+
 inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *mem) {
     const uintptr_t addr = reinterpret_cast<uintptr_t>(mem);
     const Where foreign{Kind::kForeign, nullptr, nullptr};
@@ -439,10 +447,7 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
         if (node != ref->uStart) return foreign;
         return {Kind::kLarge, reinterpret_cast<uint8_t *>(node), ref};
     }
-    if (ref->pstBlk->wSpare != 0) return foreign;
-    if (!OnNodeBoundary(&pool->pstBkts[ref->uiBkt], static_cast<uint32_t>(node - ref->uStart))) {
-        return foreign;
-    }
+    if (!InLiveBlock(pool, ref, node)) return foreign;
     return {Kind::kNode, reinterpret_cast<uint8_t *>(node), ref};
 }
 
@@ -602,7 +607,6 @@ inline bool EmptiedBlockStays(const ZosBkt *bkt, const ZosBlk *blk) {
 // stays, it goes back, or a block of a growth step's size is kept aside
 // instead of going to the free function: always when the bucket keeps
 // none, else while the kept blocks stay within kSpareBytes.
-
 __attribute__((noinline)) void BktEmptied(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
     if (EmptiedBlockStays(bkt, blk)) return;
     if (blk->wCount != bkt->wIncCnt ||
@@ -1251,13 +1255,12 @@ __attribute__((always_inline)) inline void FreeIn(ZPOOL zPool, void *pMem) {
 // A busy node of a block the last look-up found, put back, or false with
 // nothing changed. The lock is held (or off).
 __attribute__((always_inline)) inline bool FreeQuick(ZosPool *pool, void *mem) {
+    if (reinterpret_cast<uintptr_t>(mem) < kNodeHead || pool->uiRefCnt == 0) return false;
     const uintptr_t at = reinterpret_cast<uintptr_t>(mem) - kNodeHead;
-    if (pool->uiRefCnt == 0 || reinterpret_cast<uintptr_t>(mem) < kNodeHead) return false;
     const AddrRef *ref = RefQuick(pool, at);
-    if (ref == nullptr || ref->pstBlk == nullptr || ref->pstBlk->wSpare != 0) return false;
+    if (ref == nullptr || !InLiveBlock(pool, ref, at)) return false;
     ZosBlk *blk = ref->pstBlk;
     ZosBkt *bkt = &pool->pstBkts[ref->uiBkt];
-    if (!OnNodeBoundary(bkt, static_cast<uint32_t>(at - ref->uStart))) return false;
     // A free that empties a block that then goes (aside or back) is the
     // slow step's work.
     const bool shrink = (pool->wFlags & kFlagShrink) != 0;
