@@ -17,7 +17,21 @@
 
 namespace zos::live {
 
-std::atomic<Table *> g_current{nullptr};
+namespace {
+
+// The table before the first handle: two empty slots, never written (the
+// first add replaces it, as any table that is too small).
+constinit std::atomic<uintptr_t> g_noSlots[2] = {kEmpty, kEmpty};
+constinit Table g_none{1, 1, 63, nullptr, g_noSlots};
+
+}  // namespace
+
+std::atomic<Table *> g_current{&g_none};
+
+bool IsNone(const Table *t) {
+    return t == &g_none;
+}
+
 std::atomic<uint32_t> g_moves{0};
 
 }  // namespace zos::live
@@ -27,6 +41,7 @@ namespace {
 using zos::live::g_current;
 using zos::live::g_moves;
 using zos::live::Home;
+using zos::live::IsNone;
 using zos::live::kEmpty;
 using zos::live::Table;
 
@@ -82,7 +97,7 @@ Table *NewTable(uint32_t bits) {
 
 // The slot holding the key, or the empty slot that ends its probe.
 std::atomic<uintptr_t> *Probe(Table *t, uintptr_t key) {
-    for (uint32_t i = Home(t, key);; i = (i + 1) & t->uiMask) {
+    for (auto i = static_cast<uint32_t>(Home(t, key));; i = (i + 1) & t->uiMask) {
         const uintptr_t v = t->pSlots[i].load(std::memory_order_relaxed);
         if (v == key || v == kEmpty) return &t->pSlots[i];
     }
@@ -92,19 +107,17 @@ std::atomic<uintptr_t> *Probe(Table *t, uintptr_t key) {
 // current one, sized for four times the live entries.
 bool Reserve(Registry &reg) {
     Table *cur = g_current.load(std::memory_order_relaxed);
-    if (cur != nullptr && (reg.uiLive + 1) * 2 <= (1u << cur->uiBits)) return true;
-    uint32_t bits = cur != nullptr ? cur->uiBits : kFirstBits;
+    if (!IsNone(cur) && (reg.uiLive + 1) * 2 <= (1u << cur->uiBits)) return true;
+    uint32_t bits = IsNone(cur) ? kFirstBits : cur->uiBits;
     while ((reg.uiLive + 1) * 4 > (1u << bits)) bits++;
     if (bits > 30) return false;
     Table *t = NewTable(bits);
     if (t == nullptr) return false;
-    if (cur != nullptr) {
-        for (size_t i = 0; i < (size_t{1} << cur->uiBits); i++) {
-            const uintptr_t v = cur->pSlots[i].load(std::memory_order_relaxed);
-            if (v != kEmpty) Probe(t, v)->store(v, std::memory_order_relaxed);
-        }
+    for (size_t i = 0; i < (size_t{1} << cur->uiBits); i++) {
+        const uintptr_t v = cur->pSlots[i].load(std::memory_order_relaxed);
+        if (v != kEmpty) Probe(t, v)->store(v, std::memory_order_relaxed);
     }
-    t->pstRetired = cur;
+    t->pstRetired = IsNone(cur) ? nullptr : cur;
     // A look-up still walking the replaced table sees every handle added
     // before it: that table is never written again, and a handle added
     // after this store is looked up in the new one by whoever was handed it.
@@ -126,7 +139,7 @@ void Unlink(Table *t, uint32_t gap) {
         if (v == kEmpty) break;
         // The entry may fill the gap unless its home lies after the gap,
         // up to and including j (cyclically).
-        const uint32_t home = Home(t, v);
+        const auto home = static_cast<uint32_t>(Home(t, v));
         const bool stays = gap <= j ? (gap < home && home <= j) : (gap < home || home <= j);
         if (stays) continue;
         t->pSlots[gap].store(v, std::memory_order_relaxed);
@@ -146,8 +159,8 @@ bool LiveAdd(const void *handle) {
     Registry &reg = Reg();
     std::lock_guard<SpinLock> hold(reg.lock);
     Table *cur = g_current.load(std::memory_order_relaxed);
-    std::atomic<uintptr_t> *slot = cur != nullptr ? Probe(cur, key) : nullptr;
-    if (slot != nullptr && slot->load(std::memory_order_relaxed) == key) return true;
+    std::atomic<uintptr_t> *slot = Probe(cur, key);
+    if (slot->load(std::memory_order_relaxed) == key) return true;
     if (!Reserve(reg)) return false;
     Table *now = g_current.load(std::memory_order_relaxed);
     if (now != cur) slot = Probe(now, key);
@@ -162,7 +175,6 @@ void LiveRemove(const void *handle) {
     Registry &reg = Reg();
     std::lock_guard<SpinLock> hold(reg.lock);
     Table *cur = g_current.load(std::memory_order_relaxed);
-    if (cur == nullptr) return;
     std::atomic<uintptr_t> *slot = Probe(cur, key);
     if (slot->load(std::memory_order_relaxed) != key) return;
     Unlink(cur, static_cast<uint32_t>(slot - cur->pSlots));

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace zos {
@@ -32,10 +33,14 @@ struct Table {
 
 constexpr uintptr_t kEmpty = 0;
 
-// The current table (null before the first handle). Constant-initialised
-// and trivially destroyed, so it is valid at any time of the process;
-// written only under the registry's lock, read here without it.
+// The current table: before the first handle, a constant empty one that is
+// never written, so a look-up needs no test for "no table yet".
+// Constant-initialised and trivially destroyed, so it is valid at any time
+// of the process; written only under the registry's lock, read here
+// without it.
 extern std::atomic<Table *> g_current;
+// Whether a table is that empty first one.
+bool IsNone(const Table *t);
 
 // Odd while a remove moves entries back, bumped again when it is done. A
 // look-up that met no match reads it before and after its probe; a move
@@ -43,21 +48,25 @@ extern std::atomic<Table *> g_current;
 // match needs no such check: only live addresses are ever written.
 extern std::atomic<uint32_t> g_moves;
 
-inline uint32_t Home(const Table *t, uintptr_t key) {
-    // Fibonacci hashing of the address without its always-zero low bits.
-    return static_cast<uint32_t>((static_cast<uint64_t>(key >> 3) * 0x9E3779B97F4A7C15ull) >>
-                                 t->uiShift);
+inline size_t Home(const Table *t, uintptr_t key) {
+    // Fibonacci hashing of the address. Its always-zero low bits only shift
+    // the product, whose top bits still depend on every other bit.
+    return static_cast<size_t>((static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ull) >> t->uiShift);
 }
 
-// Whether the key's probe meets the key before an empty slot.
+// Whether the key's probe meets the key before an empty slot. The null
+// address (kEmpty) meets an empty slot as its match and is refused there.
 inline bool Holds(const Table *t, uintptr_t key) {
     const std::atomic<uintptr_t> *slots = t->pSlots;
-    const uint32_t mask = t->uiMask;
-    for (uint32_t i = Home(t, key);; i = (i + 1) & mask) {
-        const uintptr_t v = slots[i].load(std::memory_order_relaxed);
-        if (v == key) return true;
+    size_t i = Home(t, key);
+    // The home slot first, on a straight path: it holds most handles.
+    uintptr_t v = slots[i].load(std::memory_order_relaxed);
+    while (__builtin_expect(v != key, 0)) {
         if (v == kEmpty) return false;
+        i = (i + 1) & t->uiMask;
+        v = slots[i].load(std::memory_order_relaxed);
     }
+    return key != kEmpty;
 }
 
 }  // namespace live
@@ -74,10 +83,8 @@ bool LiveMissed(uintptr_t key, uint32_t moves);
 // removes on other threads. Inline: every call on a handle asks it.
 inline bool LiveHas(const void *handle) {
     const auto key = reinterpret_cast<uintptr_t>(handle);
-    if (key == live::kEmpty) return false;
     const uint32_t moves = live::g_moves.load(std::memory_order_acquire);
     const live::Table *cur = live::g_current.load(std::memory_order_acquire);
-    if (cur == nullptr) return false;
     return live::Holds(cur, key) || LiveMissed(key, moves);
 }
 // True when the handle is found registered on a first look, which is
@@ -85,9 +92,8 @@ inline bool LiveHas(const void *handle) {
 // LiveHas then looks into). For hot paths that leave a false answer to a
 // slower path making the whole check.
 inline bool LiveSeen(const void *handle) {
-    const auto key = reinterpret_cast<uintptr_t>(handle);
-    const live::Table *cur = live::g_current.load(std::memory_order_acquire);
-    return key != live::kEmpty && cur != nullptr && live::Holds(cur, key);
+    return live::Holds(live::g_current.load(std::memory_order_acquire),
+                       reinterpret_cast<uintptr_t>(handle));
 }
 // Number of registered handles (tests and diagnostics).
 uint32_t LiveCount();
