@@ -531,6 +531,12 @@ TEST_F(PoolTest, BucketStepsGrowShrinkAndRefuse) {
     Zos_BktGrpDelete(pool);
     EXPECT_EQ(Stat(pool, 0).uiTotal, 0u);
     EXPECT_EQ(Zos_BktFindBlk(pool, 0, b), nullptr);
+    // A node whose block went back is foreign now, and is not read.
+    ktest::ClearLogged();
+    const V gone = Counts(pool, 0);
+    Zos_PoolFree(pool, b);
+    EXPECT_TRUE(ktest::LoggedContains("PoolFree <test pool> invalid id(ex.magic id)."));
+    EXPECT_EQ(Counts(pool, 0), gone);
     ASSERT_EQ(Zos_BktGrpCreate(pool), ZOK);
     EXPECT_EQ(Stat(pool, 0).uiTotal, 2u);
     EXPECT_EQ(Stat(pool, 0).uiFree, 2u);

@@ -23,6 +23,8 @@
 // Faults found while the pool's lock is held are collected and logged
 // after it is released, so nothing done under the lock can come back into
 // the same pool (the log may allocate through the memory entry points).
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstring>
 
@@ -43,7 +45,8 @@ constexpr uint32_t kPoolMagic = 0x0E1E2E3Eu;
 constexpr uint32_t kNodeMagic = 0xAC1D2D3Du;
 constexpr uint32_t kLargeMagic = 0xACACACACu;
 constexpr uint32_t kRedZone = 0x5A5A5A5Au;  // "ZZZZ"
-constexpr char kFreeMark[4] = {'}', '{', 'Z', 'n'};
+// The free marker "}{Zn" as the word it is stored and compared as.
+constexpr uint32_t kFreeMark = std::bit_cast<uint32_t>(std::array<char, 4>{'}', '{', 'Z', 'n'});
 
 constexpr uint32_t kFreeBit = 0x40000000u;
 constexpr uint32_t kLargeBit = 0x80000000u;
@@ -99,7 +102,7 @@ constexpr uint32_t RoundUp(uint32_t v, uint32_t a) {
 constexpr uint32_t kFreeRecSize = static_cast<uint32_t>(offsetof(FreeRec, acMark)) + 4;
 constexpr uint32_t kMinData = RoundUp(kFreeRecSize > 16 ? kFreeRecSize : 16, 4);
 
-struct ZosBkt {
+struct ZosBktFields {
     uint32_t uiDataSize;
     uint32_t uiStride;
     uint16_t wInitCnt;
@@ -124,6 +127,23 @@ struct ZosBkt {
     ZosBlk *pstSpare;
     uint32_t uiSpares;
 };
+
+// Tail padding of a bucket record (none: kPad 0).
+template <size_t kPad>
+struct BktPad {
+    uint8_t aucPad[kPad];
+};
+template <>
+struct BktPad<0> {};
+
+// The bucket record, padded to a power-of-two size where that adds at most
+// a quarter (so on 64-bit targets), making a bucket's address its index
+// shifted, on every call that picks one.
+constexpr size_t kBktFields = sizeof(ZosBktFields);
+constexpr size_t kBktRound = std::bit_ceil(kBktFields);
+struct ZosBkt : ZosBktFields,
+                BktPad<kBktRound - kBktFields <= kBktFields / 4 ? kBktRound - kBktFields : 0> {};
+static_assert(sizeof(void *) < 8 || std::has_single_bit(sizeof(ZosBkt)));
 
 // One entry of the address index: a block's node range, or a large
 // allocation (block null) from its header to its end.
@@ -156,19 +176,22 @@ struct ZosPool {
     char acLockPadBefore[kCacheLine];
     zos::LiteLock stLock;  // off for a pool made without the lock flag
     char acLockPadAfter[kCacheLine];
-    // Address index, sorted by start address.
+    // Address index, sorted by start address. Until its first entry it is
+    // stNoRef, so the entry at the hint is always one that can be read.
     AddrRef *pstRefs;
     uint32_t uiRefCnt;
     uint32_t uiRefCap;
     // The entry last found, and the entries last found by address: slot
     // (node >> kRefCacheShift) % kRefCacheSlots holds an entry's position
     // + 1 (0: none). Reset whenever entries move.
-    uint32_t uiRefHint;
+    const AddrRef *pstRefHint;
     uint32_t auiRefCache[kRefCacheSlots];
     // Size-class start: for a request of n bytes with 2^(k-1) < n <= 2^k,
     // aucClassFrom[k] is the first bucket larger than 2^(k-1); the first
     // bucket that fits is found from there within the one octave.
     uint8_t aucClassFrom[33];
+    // An entry that holds no address: the index before it has an array.
+    AddrRef stNoRef;
 };
 
 // ---------------------------------------------------------------------
@@ -341,9 +364,11 @@ uint32_t UpperBound(const ZosPool *pool, uintptr_t addr) {
     return lo;
 }
 
-// Forgets the entries found before, when entries move.
+// Forgets the entries found before, when entries move. The hint goes back
+// to the first entry, which is a live one, or when none is left, one that
+// holds no address (RefRemove clears the slot it leaves).
 void ForgetFound(ZosPool *pool) {
-    pool->uiRefHint = 0;
+    pool->pstRefHint = pool->pstRefs;
     std::memset(pool->auiRefCache, 0, sizeof(pool->auiRefCache));
 }
 
@@ -357,7 +382,7 @@ bool RefAdd(ZosPool *pool, const AddrRef &ref) {
         if (pool->uiRefCnt != 0) {
             std::memcpy(refs, pool->pstRefs, pool->uiRefCnt * sizeof(AddrRef));
         }
-        if (pool->pstRefs != nullptr) pool->pfnFree(pool->pstRefs);
+        if (pool->uiRefCap != 0) pool->pfnFree(pool->pstRefs);
         pool->pstRefs = refs;
         pool->uiRefCap = cap;
     }
@@ -376,6 +401,7 @@ void RefRemove(ZosPool *pool, uintptr_t start) {
     std::memmove(&pool->pstRefs[at - 1], &pool->pstRefs[at],
                  (pool->uiRefCnt - at) * sizeof(AddrRef));
     pool->uiRefCnt--;
+    pool->pstRefs[pool->uiRefCnt] = AddrRef{};
     ForgetFound(pool);
 }
 
@@ -409,15 +435,15 @@ struct Where {
 };
 
 // The entry holding an address, from the entry last found or the cache
-// alone (no search); null when neither holds it. The pool has entries.
+// alone (no search); null when neither holds it.
 inline __attribute__((always_inline)) const AddrRef *RefQuick(ZosPool *pool, uintptr_t node) {
-    const AddrRef *ref = &pool->pstRefs[pool->uiRefHint];
+    const AddrRef *ref = pool->pstRefHint;
     if (node >= ref->uStart && node < ref->uEnd) return ref;
     const uint32_t cached = pool->auiRefCache[(node >> kRefCacheShift) % kRefCacheSlots];
     if (cached == 0) return nullptr;
     ref = &pool->pstRefs[cached - 1];
     if (node < ref->uStart || node >= ref->uEnd) return nullptr;
-    pool->uiRefHint = cached - 1;
+    pool->pstRefHint = ref;
     return ref;
 }
 
@@ -441,7 +467,7 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
         ref = &pool->pstRefs[at - 1];
         if (node >= ref->uEnd) return foreign;
         pool->auiRefCache[(node >> kRefCacheShift) % kRefCacheSlots] = at;
-        pool->uiRefHint = at - 1;
+        pool->pstRefHint = ref;
     }
     if (ref->pstBlk == nullptr) {
         if (node != ref->uStart) return foreign;
@@ -470,8 +496,6 @@ void LayOut(ZosBkt *bkt, uint32_t idx, ZosBlk *blk) {
     ST_ZOS_DLIST *list = &bkt->stFreeList;
     Link *prev = list->pstTail;
     uint8_t *node = blk->pucFirst;
-    uint32_t mark;
-    std::memcpy(&mark, kFreeMark, 4);
     (prev != nullptr ? prev->pstNext : list->pstHead) = &RecOf(node)->stLink;
     // Each node links forward to where the next node's record lies (an
     // address worked out as a number, never followed past the block); the
@@ -482,7 +506,7 @@ void LayOut(ZosBkt *bkt, uint32_t idx, ZosBlk *blk) {
         Store32(node + redZone, kRedZone);
         FreeRec *rec = RecOf(node);
         rec->pstBlk = blk;
-        std::memcpy(rec->acMark, &mark, 4);
+        std::memcpy(rec->acMark, &kFreeMark, 4);
         rec->stLink.pstPrev = prev;
         rec->stLink.pstNext = reinterpret_cast<Link *>(reinterpret_cast<uintptr_t>(rec) + stride);
         prev = &rec->stLink;
@@ -725,9 +749,10 @@ __attribute__((noinline)) void PoolHeapFreeIn(ZosPool *pool, const Where &w, voi
 // ---------------------------------------------------------------------
 // Allocation, free and checks under the lock
 
-// k with 2^(k-1) < size <= 2^k, for a size of at least 1.
+// k with 2^(k-1) < size <= 2^k, for a size of at least 1; 1 for a size of
+// 1, which shares the start of size 2 (no bucket holds less than kMinData).
 uint32_t Octave(uint32_t size) {
-    return size <= 1 ? 0 : 32 - static_cast<uint32_t>(__builtin_clz(size - 1));
+    return 32 - static_cast<uint32_t>(__builtin_clz((size - 1) | 1));
 }
 
 // Fills the size-class starts from the bucket sizes. The rows are in
@@ -746,8 +771,7 @@ void SetClassFrom(ZosPool *pool) {
 // Whether a node taken from (or at the head of) a free list still has its
 // magic, free marker and red zone.
 inline bool FreeNodeIntact(const ZosBkt *bkt, uint8_t *node) {
-    return Load32(node + 4) == kNodeMagic &&
-           std::memcmp(RecOf(node)->acMark, kFreeMark, sizeof(kFreeMark)) == 0 &&
+    return Load32(node + 4) == kNodeMagic && std::memcmp(RecOf(node)->acMark, &kFreeMark, 4) == 0 &&
            Load32(node + kNodeHead + bkt->uiDataSize) == kRedZone;
 }
 
@@ -795,7 +819,7 @@ __attribute__((always_inline)) inline uint8_t *TakeNode(ZosPool *pool, uint32_t 
 __attribute__((always_inline)) inline void PutBack(ZosBkt *bkt, ZosBlk *blk, uint8_t *node,
                                                    uint32_t header) {
     FreeRec *rec = RecOf(node);
-    std::memcpy(rec->acMark, kFreeMark, 4);
+    std::memcpy(rec->acMark, &kFreeMark, 4);
     rec->pstBlk = blk;
     Store32(node, header | kFreeBit);
     zos::DlistLinkTail(&bkt->stFreeList, &rec->stLink);
@@ -865,7 +889,7 @@ bool CheckBucket(ZosPool *pool, uint32_t idx, uint32_t *faults) {
     uint32_t listed = 0;
     for (Link *l = bkt->stFreeList.pstHead; l != nullptr && listed <= bkt->wTotal;
          l = l->pstNext, ++listed) {
-        if (std::memcmp(reinterpret_cast<const FreeRec *>(l)->acMark, kFreeMark, 4) != 0) {
+        if (std::memcmp(reinterpret_cast<const FreeRec *>(l)->acMark, &kFreeMark, 4) != 0) {
             *faults |= 1u << kChkBktFreeMagic;
         }
         if ((Load32(NodeOf(l)) & kFreeBit) == 0) *faults |= 1u << kChkBktFreeMask;
@@ -898,6 +922,8 @@ KESTRO_API ZPOOL Zos_PoolCreate(const ST_ZOS_POOL_CFG *pstCfg) {
                                          (pstCfg->ucLogErr != 0 ? kFlagLog : 0));
     pool->pfnAlloc = alloc;
     pool->pfnFree = release;
+    pool->pstRefs = &pool->stNoRef;
+    pool->pstRefHint = pool->pstRefs;
 
     pool->pstBkts = static_cast<ZosBkt *>(alloc(sizeof(ZosBkt) * pstCfg->ucBktCnt));
     if (pool->pstBkts == nullptr) {
@@ -969,7 +995,7 @@ KESTRO_API void Zos_PoolDelete(ZPOOL zPool) {
             pool->pfnFree(reinterpret_cast<void *>(pool->pstRefs[i].uStart));
         }
     }
-    if (pool->pstRefs != nullptr) pool->pfnFree(pool->pstRefs);
+    if (pool->uiRefCap != 0) pool->pfnFree(pool->pstRefs);
     zos::LiteLockDelete(&pool->stLock);
     PFN_ZOS_POOL_FREE release = pool->pfnFree;
     release(pool->pstBkts);
@@ -1020,23 +1046,23 @@ __attribute__((always_inline)) inline bool SeenPool(const ZosPool *pool) {
     return zos::LiveSeen(pool) && pool->uiMagic == kPoolMagic;
 }
 
-// Takes the pool's lock if it is on and free; false when anybody holds it.
-__attribute__((always_inline)) inline bool QuickLock(zos::LiteLock *lock) {
-    return !zos::LiteLockOn(lock) || zos::LiteLockTry(lock);
+// Takes the pool's lock if it is on (`on`, read once for the call) and
+// free; false when anybody holds it.
+__attribute__((always_inline)) inline bool QuickLock(zos::LiteLock *lock, bool on) {
+    return !on || zos::LiteLockTry(lock);
 }
 
 // Gives back a lock QuickLock took; true when a waiter must be woken.
-__attribute__((always_inline)) inline bool QuickUnlock(zos::LiteLock *lock) {
-    return zos::LiteLockOn(lock) && zos::LiteLockDrop(lock);
+__attribute__((always_inline)) inline bool QuickUnlock(zos::LiteLock *lock, bool on) {
+    return on && zos::LiteLockDrop(lock);
 }
 
 // The head of the first bucket that fits, taken, or null with nothing
 // changed. The lock is held (or off).
 __attribute__((always_inline)) inline void *AllocQuick(ZosPool *pool, uint32_t size) {
+    // A size up to the largest bucket's has a start within the table.
     if (size - 1 >= pool->uiMaxSize) return nullptr;
-    const uint32_t i = pool->aucClassFrom[Octave(size)];
-    if (i >= pool->ucBktCnt) return nullptr;
-    ZosBkt *bkt = &pool->pstBkts[i];
+    ZosBkt *bkt = &pool->pstBkts[pool->aucClassFrom[Octave(size)]];
     Link *link = bkt->stFreeList.pstHead;
     if (bkt->uiDataSize < size || link == nullptr) return nullptr;
     uint8_t *node = NodeOf(link);
@@ -1075,9 +1101,10 @@ extern "C" {
 KESTRO_API void *Zos_PoolAlloc(ZPOOL zPool, uint32_t uiSize) {
     ZosPool *pool = PoolOf(zPool);
     if (!SeenPool(pool)) return AllocSlow<false>(pool, uiSize);
-    if (!QuickLock(&pool->stLock)) return AllocSlow<true>(pool, uiSize);
+    const bool on = zos::LiteLockOn(&pool->stLock);
+    if (!QuickLock(&pool->stLock, on)) return AllocSlow<true>(pool, uiSize);
     void *mem = AllocQuick(pool, uiSize);
-    const bool wake = QuickUnlock(&pool->stLock);
+    const bool wake = QuickUnlock(&pool->stLock, on);
     if (__builtin_expect(wake || mem == nullptr, 0)) {
         return AllocAfterQuick(pool, uiSize, mem, wake);
     }
@@ -1254,8 +1281,9 @@ __attribute__((always_inline)) inline void FreeIn(ZPOOL zPool, void *pMem) {
 
 // A busy node of a block the last look-up found, put back, or false with
 // nothing changed. The lock is held (or off).
+// An address below kNodeHead wraps to the last bytes of the address
+// space, which no entry reaches.
 __attribute__((always_inline)) inline bool FreeQuick(ZosPool *pool, void *mem) {
-    if (reinterpret_cast<uintptr_t>(mem) < kNodeHead || pool->uiRefCnt == 0) return false;
     const uintptr_t at = reinterpret_cast<uintptr_t>(mem) - kNodeHead;
     const AddrRef *ref = RefQuick(pool, at);
     if (ref == nullptr || !InLiveBlock(pool, ref, at)) return false;
@@ -1299,9 +1327,13 @@ extern "C" {
 KESTRO_API void Zos_PoolFree(ZPOOL zPool, void *pMem) {
     ZosPool *pool = PoolOf(zPool);
     if (pMem == nullptr || !SeenPool(pool)) return FreeSlow<false>(pool, pMem);
-    if (!QuickLock(&pool->stLock)) return FreeSlow<true>(pool, pMem);
+    if (!QuickLock(&pool->stLock, zos::LiteLockOn(&pool->stLock))) {
+        return FreeSlow<true>(pool, pMem);
+    }
     const bool done = FreeQuick(pool, pMem);
-    const bool wake = QuickUnlock(&pool->stLock);
+    // The switch is read again: held in a register across the free, it
+    // would cost one saved and restored.
+    const bool wake = QuickUnlock(&pool->stLock, zos::LiteLockOn(&pool->stLock));
     if (__builtin_expect(wake || !done, 0)) FreeAfterQuick(pool, pMem, done, wake);
 }
 
