@@ -44,30 +44,32 @@ const std::string &Header() {
 // Arg 3 is the configured pool made without its lock: the difference to
 // arg 0 is what taking and giving the lock costs (two atomic
 // read-modify-writes per allocation and per release of a chain).
-ZPOOL PoolFor(const benchmark::State &state) {
-    if (state.range(0) == 0) return nullptr;
-    if (state.range(0) == 3) {
-        return kbench::PerLayer<ZPOOL>([] {
-            ST_ZOS_POOL_CFG cfg = *Zos_CfgGetDbufPool();
-            cfg.ucLocked = 0;
-            return Zos_PoolCreate(&cfg);
-        });
-    }
-    if (state.range(0) == 2) {
-        return kbench::PerLayer<ZPOOL>([] {
-            ST_ZOS_POOL_CFG cfg = *Zos_CfgGetDbufPool();
-            static std::vector<ST_ZOS_BKT_INFO> rows;  // the pool reads its table
-            rows.assign(cfg.pstBktInfo, cfg.pstBktInfo + cfg.ucBktCnt);
-            rows[0].uiSize = 64;
-            cfg.pstBktInfo = rows.data();
-            return Zos_PoolCreate(&cfg);
-        });
-    }
+// The pool of row kArg, made once per layer.
+template <int kArg>
+ZPOOL DbufPoolVariant() {
     return kbench::PerLayer<ZPOOL>([] {
         ST_ZOS_POOL_CFG cfg = *Zos_CfgGetDbufPool();
-        cfg.ucShrink = 0;
+        static std::vector<ST_ZOS_BKT_INFO> rows;  // the pool reads its table
+        rows.assign(cfg.pstBktInfo, cfg.pstBktInfo + cfg.ucBktCnt);
+        if constexpr (kArg == 1) cfg.ucShrink = 0;
+        if constexpr (kArg == 2) rows[0].uiSize = 64;
+        if constexpr (kArg == 3) cfg.ucLocked = 0;
+        cfg.pstBktInfo = rows.data();
         return Zos_PoolCreate(&cfg);
     });
+}
+
+ZPOOL PoolFor(const benchmark::State &state) {
+    switch (state.range(0)) {
+        case 1:
+            return DbufPoolVariant<1>();
+        case 2:
+            return DbufPoolVariant<2>();
+        case 3:
+            return DbufPoolVariant<3>();
+        default:
+            return nullptr;
+    }
 }
 
 // Sizes of the small objects: 16 to 96 bytes in a fixed cycle.

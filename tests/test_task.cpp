@@ -13,10 +13,10 @@ namespace {
 
 using ktest::WaitFor;
 
-// An entry that returns as soon as it is asked to stop.
 // While set, a stopped cooperative task waits before it returns, so the
 // state between the stop and the return can be seen.
 std::atomic<bool> g_holdExit{false};
+// An entry that returns once it is asked to stop (and not held).
 uint32_t Cooperative(ST_ZOS_TASK_START *start) {
     while (__atomic_load_n(&start->uiState, __ATOMIC_ACQUIRE) != ZOS_TASK_WAIT_DELETE ||
            g_holdExit) {

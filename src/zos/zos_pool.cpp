@@ -435,7 +435,10 @@ struct Where {
 };
 
 // The entry holding an address, from the entry last found or the cache
-// alone (no search); null when neither holds it.
+// alone (no search); null when neither holds it. The hint always points at
+// an entry that can be read, and a node address worked out from a pointer
+// below kNodeHead wraps to the last bytes of the address space, which no
+// entry reaches: neither needs a test of its own.
 inline __attribute__((always_inline)) const AddrRef *RefQuick(ZosPool *pool, uintptr_t node) {
     const AddrRef *ref = pool->pstRefHint;
     if (node >= ref->uStart && node < ref->uEnd) return ref;
@@ -458,7 +461,6 @@ inline __attribute__((always_inline)) bool InLiveBlock(const ZosPool *pool, cons
 inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *mem) {
     const uintptr_t addr = reinterpret_cast<uintptr_t>(mem);
     const Where foreign{Kind::kForeign, nullptr, nullptr};
-    if (addr < kNodeHead || pool->uiRefCnt == 0) return foreign;
     const uintptr_t node = addr - kNodeHead;
     const AddrRef *ref = RefQuick(pool, node);
     if (ref == nullptr) {
@@ -1281,8 +1283,6 @@ __attribute__((always_inline)) inline void FreeIn(ZPOOL zPool, void *pMem) {
 
 // A busy node of a block the last look-up found, put back, or false with
 // nothing changed. The lock is held (or off).
-// An address below kNodeHead wraps to the last bytes of the address
-// space, which no entry reaches.
 __attribute__((always_inline)) inline bool FreeQuick(ZosPool *pool, void *mem) {
     const uintptr_t at = reinterpret_cast<uintptr_t>(mem) - kNodeHead;
     const AddrRef *ref = RefQuick(pool, at);
