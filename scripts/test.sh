@@ -13,6 +13,7 @@
 #      it through the CMake package and through pkg-config.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+echo "== dependencies (started $(date -u +%T))"
 scripts/deps.sh test
 
 jobs=$(nproc)
@@ -21,9 +22,9 @@ failed=0
 leg() {  # name, command...
   local name=$1; shift
   echo
-  echo "== $name"
-  if "$@"; then passed=$((passed + 1)); echo "== $name: ok"
-  else failed=$((failed + 1)); echo "== $name: FAILED"; fi
+  echo "== $name (started $(date -u +%T))"
+  if "$@"; then passed=$((passed + 1)); echo "== $name: ok ($(date -u +%T))"
+  else failed=$((failed + 1)); echo "== $name: FAILED ($(date -u +%T))"; fi
 }
 
 format_check() {
@@ -34,7 +35,7 @@ host_leg() {  # preset [ctest args...]
   local preset=$1; shift
   cmake --preset "$preset" >/dev/null &&
     cmake --build "build/$preset" -j "$jobs" &&
-    ctest --test-dir "build/$preset" --output-on-failure "$@"
+    ctest --test-dir "build/$preset" --output-on-failure --timeout 1200 "$@"
 }
 
 exports_check() {
@@ -49,7 +50,7 @@ exports_check() {
 tsan_leg() {
   cmake --preset tsan >/dev/null &&
     cmake --build build/tsan -j "$jobs" --target kestro_concurrency_tests &&
-    ctest --test-dir build/tsan --output-on-failure -L concurrency
+    ctest --test-dir build/tsan --output-on-failure --timeout 1200 -L concurrency
 }
 
 # Command 1's tree: GCC, release. kestro runs in an empty directory that

@@ -1,15 +1,21 @@
 #include "zos_test.h"
 
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <regex>
 #include <sstream>
+#include <thread>
+#include <utility>
 
 namespace ktest {
 namespace {
@@ -147,6 +153,103 @@ void UseTestLogDir() {
     ::mkdir(dir.c_str(), 0755);
     Zos_CfgSetLogDir(dir.c_str());
 }
+
+namespace {
+
+// A test that runs for minutes has hung. The watchdog then prints the
+// test's name and every thread's stack (through gdb, where the host has
+// it) and ends the program, so a hang fails its run at once and shows
+// where it stands. KESTRO_TEST_WATCHDOG sets the limit in seconds (0: no
+// watchdog).
+class Watchdog : public ::testing::EmptyTestEventListener {
+  public:
+    static void Install() {
+        const char *env = std::getenv("KESTRO_TEST_WATCHDOG");
+        const long limit = env != nullptr ? std::strtol(env, nullptr, 10) : 300;
+        if (limit <= 0) return;
+        // The state is never freed: the watching thread may still look at
+        // it while the program's statics (Google Test's listener list,
+        // which owns the listener) are destroyed.
+        auto *state = new State(std::chrono::seconds(limit));
+        ::testing::UnitTest::GetInstance()->listeners().Append(new Watchdog(state));
+        std::thread(Watch, state).detach();
+    }
+
+    void OnTestStart(const ::testing::TestInfo &info) override {
+        Start(std::string(info.test_suite_name()) + "." + info.name());
+    }
+    void OnTestEnd(const ::testing::TestInfo &) override {
+        std::lock_guard<std::mutex> hold(state_->mutex);
+        state_->running = false;
+    }
+    // The program's end (the layer's statics, threads still running) is
+    // watched as one more test.
+    void OnTestProgramEnd(const ::testing::UnitTest &) override {
+        Start("the program's end, after its last test");
+    }
+
+  private:
+    struct State {
+        explicit State(std::chrono::seconds l) : limit(l) {}
+        const std::chrono::seconds limit;
+        std::mutex mutex;
+        std::string name;
+        std::chrono::steady_clock::time_point started;
+        bool running = false;
+    };
+
+    explicit Watchdog(State *state) : state_(state) {}
+
+    void Start(std::string name) {
+        std::lock_guard<std::mutex> hold(state_->mutex);
+        state_->name = std::move(name);
+        state_->started = std::chrono::steady_clock::now();
+        state_->running = true;
+    }
+
+    static void Watch(State *s) {
+        std::string name;
+        for (;;) {
+            std::this_thread::sleep_for(std::chrono::seconds(1));
+            {
+                std::lock_guard<std::mutex> hold(s->mutex);
+                if (!s->running || std::chrono::steady_clock::now() - s->started < s->limit) {
+                    continue;
+                }
+                name = s->name;
+            }
+            std::fprintf(stderr, "\nwatchdog: %s has run for %lld s; every thread's stack:\n",
+                         name.c_str(), static_cast<long long>(s->limit.count()));
+            std::fflush(stdout);
+            std::fflush(stderr);
+            DumpStacks();
+            std::_Exit(124);
+        }
+    }
+
+    static void DumpStacks() {
+        // Lets a child attach where the kernel only allows attaching to
+        // descendants.
+        ::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY, 0, 0, 0);
+        const std::string pid = std::to_string(::getpid());
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::dup2(STDERR_FILENO, STDOUT_FILENO);
+            ::execlp("gdb", "gdb", "-q", "-batch", "-p", pid.c_str(), "-ex", "thread apply all bt",
+                     static_cast<char *>(nullptr));
+            std::fprintf(stderr, "watchdog: no gdb to print the stacks\n");
+            std::_Exit(127);
+        }
+        if (child > 0) ::waitpid(child, nullptr, 0);
+    }
+
+    State *state_;
+};
+
+// Every test program links this file, so each gets the watchdog.
+const bool g_watchdog = (Watchdog::Install(), true);
+
+}  // namespace
 
 }  // namespace ktest
 
