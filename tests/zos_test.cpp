@@ -227,20 +227,35 @@ class Watchdog : public ::testing::EmptyTestEventListener {
         }
     }
 
+    // The program's stacks, then those of the processes it started (a
+    // hung test may be waiting for one of them), found through the
+    // kernel's lists of each thread's children.
     static void DumpStacks() {
         // Lets a child attach where the kernel only allows attaching to
         // descendants.
         ::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY, 0, 0, 0);
-        const std::string pid = std::to_string(::getpid());
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::dup2(STDERR_FILENO, STDOUT_FILENO);
-            ::execlp("gdb", "gdb", "-q", "-batch", "-p", pid.c_str(), "-ex", "thread apply all bt",
-                     static_cast<char *>(nullptr));
-            std::fprintf(stderr, "watchdog: no gdb to print the stacks\n");
-            std::_Exit(127);
+        std::vector<std::string> pids{std::to_string(::getpid())};
+        for (size_t i = 0; i < pids.size() && i < 16; ++i) {
+            std::error_code ec;
+            for (const auto &task :
+                 std::filesystem::directory_iterator("/proc/" + pids[i] + "/task", ec)) {
+                std::ifstream in(task.path() / "children");
+                for (std::string child; in >> child;) pids.push_back(child);
+            }
         }
-        if (child > 0) ::waitpid(child, nullptr, 0);
+        for (const std::string &pid : pids) {
+            std::fprintf(stderr, "\nwatchdog: process %s\n", pid.c_str());
+            std::fflush(stderr);
+            const pid_t gdb = ::fork();
+            if (gdb == 0) {
+                ::dup2(STDERR_FILENO, STDOUT_FILENO);
+                ::execlp("gdb", "gdb", "-q", "-batch", "-p", pid.c_str(), "-ex",
+                         "thread apply all bt", static_cast<char *>(nullptr));
+                std::fprintf(stderr, "watchdog: no gdb to print the stacks\n");
+                std::_Exit(127);
+            }
+            if (gdb > 0) ::waitpid(gdb, nullptr, 0);
+        }
     }
 
     State *state_;
