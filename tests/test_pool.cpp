@@ -28,8 +28,10 @@ std::vector<uint32_t> Counts(ZPOOL pool, uint32_t bkt) {
 }
 using V = std::vector<uint32_t>;
 
-// A pool over the given rows, logging on, lock and shrink as asked.
-class PoolTest : public ZosTest {
+// A pool over the given rows, logging on, lock and shrink as asked; on the
+// layer started with its threads (PoolTest) or without (PoolQuietTest).
+template <class Layer>
+class PoolOn : public Layer {
   protected:
     ZPOOL Make(std::vector<ST_ZOS_BKT_INFO> rows, uint8_t shrink = 0, uint8_t locked = 1) {
         rows_ = std::move(rows);
@@ -40,11 +42,13 @@ class PoolTest : public ZosTest {
     }
     void TearDown() override {
         Zos_PoolDelete(pool_);
-        ZosTest::TearDown();
+        Layer::TearDown();
     }
     std::vector<ST_ZOS_BKT_INFO> rows_;
     ZPOOL pool_ = nullptr;
 };
+class PoolTest : public PoolOn<ZosTest> {};
+class PoolQuietTest : public PoolOn<ZosQuietTest> {};
 
 }  // namespace
 
@@ -480,7 +484,10 @@ TEST_F(PoolTest, DamagedNodesStillServeWithTheirFaultLines) {
     }
 }
 
-TEST_F(PoolTest, SwitchedOffMutexesLeaveAWorkingUnlockedPool) {
+// Without the layer's threads: a task that took the module lock while
+// mutexes were on and gave it back while they were off would leave it
+// held, and shut-down would wait for it for ever.
+TEST_F(PoolQuietTest, SwitchedOffMutexesLeaveAWorkingUnlockedPool) {
     Zos_CfgSetOsMutexSupt(0);
     ASSERT_NE(Make({{32, 1, 1}}), nullptr);
     void *p = Zos_PoolAlloc(pool_, 10);
