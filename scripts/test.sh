@@ -4,7 +4,8 @@
 #   2. host clang build with AddressSanitizer + UndefinedBehaviorSanitizer:
 #      unit tests, C header check, libFuzzer targets over their corpora;
 #      the exported symbols are checked to be the C interface only;
-#   3. host clang build with ThreadSanitizer: the concurrency tests;
+#   3. host clang build with ThreadSanitizer: the concurrency tests and the
+#      unit tests (many run the layer's own tasks beside the test's thread);
 #   4. 32-bit ARM cross build, every test under qemu-arm;
 #   5. the release preset with the default compiler (GCC), as command 1
 #      builds it, and `kestro` run against known outputs (the tests are
@@ -49,8 +50,8 @@ exports_check() {
 
 tsan_leg() {
   cmake --preset tsan >/dev/null &&
-    cmake --build build/tsan -j "$jobs" --target kestro_concurrency_tests &&
-    ctest --test-dir build/tsan --output-on-failure --timeout 1200 -L concurrency
+    cmake --build build/tsan -j "$jobs" --target kestro_concurrency_tests kestro_tests &&
+    ctest --test-dir build/tsan --output-on-failure --timeout 1200 -L threads
 }
 
 # Command 1's tree: GCC, release. kestro runs in an empty directory that
