@@ -12,7 +12,8 @@ what=${1:-test}
 # Java binding (every leg), and the host JVM tests run its virtual machine.
 run_pkgs=(cmake ninja-build g++ libjemalloc-dev openjdk-17-jdk-headless)
 test_pkgs=("${run_pkgs[@]}" clang clang-format libclang-rt-14-dev googletest
-           g++-arm-linux-gnueabihf qemu-user libjemalloc2:armhf binutils pkg-config)
+           g++-arm-linux-gnueabihf qemu-user libjemalloc2:armhf binutils pkg-config
+           gdb)  # the test watchdog prints a hung test's stacks through gdb
 bench_pkgs=("${run_pkgs[@]}" libbenchmark-dev libssl-dev zlib1g-dev libfmt-dev libuv1-dev
             libosip2-dev valgrind)
 
