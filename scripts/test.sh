@@ -2,11 +2,13 @@
 # Command 2: install what is missing, then build and pass the whole suite:
 #   1. formatting of every C and C++ file (clang-format);
 #   2. host clang build with AddressSanitizer + UndefinedBehaviorSanitizer:
-#      unit tests, C header check, libFuzzer targets over their corpora;
+#      unit tests, C header check, libFuzzer targets over their corpora,
+#      the test watchdog on a test that hangs on purpose;
 #      the exported symbols are checked to be the C interface only;
 #   3. host clang build with ThreadSanitizer: the concurrency tests and the
 #      unit tests (many run the layer's own tasks beside the test's thread);
-#   4. 32-bit ARM cross build, every test under qemu-arm;
+#   4. 32-bit ARM cross build, the tests under qemu-arm (but the watchdog
+#      check);
 #   5. the release preset with the default compiler (GCC), as command 1
 #      builds it, and `kestro` run against known outputs (the tests are
 #      compiled with GCC by the ARM leg);
