@@ -1,11 +1,10 @@
 // The target of the watchdog check (tests/watchdog_check.sh): a test that
 // hangs on purpose, waiting for a process it started. Disabled, so it runs
 // only when asked for by name.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <cstdio>
 
 namespace {
 
@@ -16,12 +15,15 @@ TEST(Watchdog, DISABLED_HangsWaitingForAChild) {
     ASSERT_GE(child, 0);
     if (child == 0) {
         // Reads a pipe nobody writes: it ends when this program ends and
-        // the pipe's write end closes with it.
+        // the pipe's write end closes with it. Only calls that are safe
+        // after a fork in a program with threads (no stdio) until the exec.
+        const int null = ::open("/dev/null", O_WRONLY);
         ::dup2(fds[0], STDIN_FILENO);
+        ::dup2(null, STDOUT_FILENO);
+        ::dup2(null, STDERR_FILENO);
+        ::close(null);
         ::close(fds[0]);
         ::close(fds[1]);
-        std::freopen("/dev/null", "w", stdout);
-        std::freopen("/dev/null", "w", stderr);
         ::execl("/bin/sh", "sh", "-c", "read line", static_cast<char *>(nullptr));
         ::_exit(127);
     }

@@ -251,7 +251,10 @@ class Watchdog : public ::testing::EmptyTestEventListener {
                 ::dup2(STDERR_FILENO, STDOUT_FILENO);
                 ::execlp("gdb", "gdb", "-q", "-batch", "-p", pid.c_str(), "-ex",
                          "thread apply all bt", static_cast<char *>(nullptr));
-                std::fprintf(stderr, "watchdog: no gdb to print the stacks\n");
+                // No stdio after a fork in a program with threads.
+                static constexpr char kNoGdb[] = "watchdog: no gdb to print the stacks\n";
+                [[maybe_unused]] const ssize_t n =
+                    ::write(STDERR_FILENO, kNoGdb, sizeof(kNoGdb) - 1);
                 std::_Exit(127);
             }
             if (gdb > 0) ::waitpid(gdb, nullptr, 0);
