@@ -20,6 +20,9 @@ echo "== dependencies (started $(date -u +%T))"
 scripts/deps.sh test
 
 jobs=$(nproc)
+# ctest's limit for one test program, above the programs' own watchdog
+# (300 s a test), so that a hang shows its stacks before ctest stops it.
+ctest_limit=1200
 passed=0
 failed=0
 leg() {  # name, command...
@@ -38,7 +41,7 @@ host_leg() {  # preset [ctest args...]
   local preset=$1; shift
   cmake --preset "$preset" >/dev/null &&
     cmake --build "build/$preset" -j "$jobs" &&
-    ctest --test-dir "build/$preset" --output-on-failure --timeout 1200 "$@"
+    ctest --test-dir "build/$preset" --output-on-failure --timeout "$ctest_limit" "$@"
 }
 
 exports_check() {
@@ -53,7 +56,7 @@ exports_check() {
 tsan_leg() {
   cmake --preset tsan >/dev/null &&
     cmake --build build/tsan -j "$jobs" --target kestro_concurrency_tests kestro_tests &&
-    ctest --test-dir build/tsan --output-on-failure --timeout 1200 -L threads
+    ctest --test-dir build/tsan --output-on-failure --timeout "$ctest_limit" -L threads
 }
 
 # Command 1's tree: GCC, release. kestro runs in an empty directory that
