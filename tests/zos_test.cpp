@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -270,7 +271,12 @@ class Watchdog : public ::testing::EmptyTestEventListener {
                     ::write(STDERR_FILENO, kNoGdb, sizeof(kNoGdb) - 1);
                 std::_Exit(127);
             }
-            if (gdb > 0) ::waitpid(gdb, nullptr, 0);
+            if (gdb < 0) {
+                std::fprintf(stderr, "watchdog: cannot start gdb for process %s\n", pid.c_str());
+                continue;
+            }
+            while (::waitpid(gdb, nullptr, 0) < 0 && errno == EINTR) {
+            }
         }
     }
 
