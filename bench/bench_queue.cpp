@@ -1,6 +1,9 @@
 // Queue and priority queue against a std::mutex + std::deque +
 // std::condition_variable queue doing the same work: add then poll on one
-// thread, and one producer feeding one blocking consumer.
+// thread, and one producer feeding one blocking consumer. The priority
+// queue is also set against the same baseline keeping each level in a
+// std::list, the library's own shape (one linked node per item), which
+// shows what the node layout costs when the two threads run on two cores.
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 #include <sched.h>
@@ -8,6 +11,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <list>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -44,6 +48,7 @@ class StdQueue {
     std::deque<uintptr_t> items_;
 };
 
+template <typename Level>
 class StdPQueue {
   public:
     void Add(uint32_t level, uintptr_t v) {
@@ -71,7 +76,7 @@ class StdPQueue {
   private:
     std::mutex mutex_;
     std::condition_variable cv_;
-    std::deque<uintptr_t> levels_[kLevels];
+    Level levels_[kLevels];
     uint32_t count_ = 0;
 };
 
@@ -119,9 +124,9 @@ struct StdQueueOps {
     bool Ok() const { return true; }
 };
 
-template <bool kInOrder = false>
+template <bool kInOrder = false, typename Level = std::deque<uintptr_t>>
 struct StdPQueueOps {
-    StdPQueue q;
+    StdPQueue<Level> q;
     bool Add(uintptr_t v) {
         q.Add(LevelOf<kInOrder>(v), v);
         return true;
@@ -237,12 +242,20 @@ BENCHMARK_TEMPLATE(ProducerConsumer, StdPQueueOps<>, true)
     ->Name("PQueue/1p1c_two_cores/std")
     ->UseRealTime()
     ->Apply(kbench::MinMedian);
+BENCHMARK_TEMPLATE(ProducerConsumer, StdPQueueOps<false, std::list<uintptr_t>>, true)
+    ->Name("PQueue/1p1c_two_cores/std_list")
+    ->UseRealTime()
+    ->Apply(kbench::MinMedian);
 BENCHMARK_TEMPLATE(ProducerConsumer, ZPQueueOps<true>, true)
     ->Name("PQueue/1p1c_two_cores_in_order/kestro")
     ->UseRealTime()
     ->Apply(kbench::MinMedian);
 BENCHMARK_TEMPLATE(ProducerConsumer, StdPQueueOps<true>, true)
     ->Name("PQueue/1p1c_two_cores_in_order/std")
+    ->UseRealTime()
+    ->Apply(kbench::MinMedian);
+BENCHMARK_TEMPLATE(ProducerConsumer, StdPQueueOps<true, std::list<uintptr_t>>, true)
+    ->Name("PQueue/1p1c_two_cores_in_order/std_list")
     ->UseRealTime()
     ->Apply(kbench::MinMedian);
 
