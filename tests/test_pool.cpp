@@ -214,6 +214,36 @@ TEST_F(PoolTest, ShrinkReleasesOnlyBlocksBeyondTheInitialCount) {
     EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
 }
 
+// A block grown for an allocation hands out its first node at once, in
+// use, with the rest listed behind it; a free that empties a block takes
+// the block's other nodes out of the list wherever they lie among another
+// block's; and the block kept aside, grown into again, serves as a new one.
+TEST_F(PoolTest, GrowthHandsOutTheFirstNodeAndAnEmptiedBlockLeavesTheList) {
+    ASSERT_NE(Make({{32, 0, 3}}, 1), nullptr);
+    uint8_t *a[6];
+    a[0] = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 32));
+    ASSERT_NE(a[0], nullptr);
+    EXPECT_EQ(Counts(pool_, 0), (V{3, 2, 1, 1, 0, 1}));
+    EXPECT_EQ(Word(a[0], -8), 0u);  // bucket 0, node 0, not free
+    EXPECT_EQ(Zos_PoolChkBkt(pool_, 0), 1u);
+    for (int i = 1; i < 6; ++i) a[i] = static_cast<uint8_t *>(Zos_PoolAlloc(pool_, 32));
+    EXPECT_EQ(a[1] - a[0], a[2] - a[1]);
+    EXPECT_EQ(Word(a[3], -8), 3u);  // numbered on in the second block
+    EXPECT_EQ(Counts(pool_, 0), (V{6, 0, 6, 6, 0, 2}));
+    Zos_PoolFree(pool_, a[0]);
+    Zos_PoolFree(pool_, a[0]);
+    EXPECT_TRUE(ktest::LoggedContains("PoolFree <test pool> free twice."));
+    // The free list is now a0 a3 a4 a1; freeing a5 empties the second block.
+    for (int i : {3, 4, 1, 5}) Zos_PoolFree(pool_, a[i]);
+    EXPECT_EQ(Counts(pool_, 0), (V{3, 2, 6, 6, 5, 1}));
+    EXPECT_EQ(Zos_PoolChkBkt(pool_, 0), 1u);
+    EXPECT_EQ(Zos_PoolIsValid(pool_, a[4]), 0u);
+    for (int i : {0, 1, 3, 4, 5}) EXPECT_EQ(Zos_PoolAlloc(pool_, 32), a[i]) << i;
+    EXPECT_EQ(Counts(pool_, 0), (V{6, 0, 6, 11, 5, 2}));
+    EXPECT_EQ(Word(a[3], -8), 3u);
+    EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
+}
+
 namespace {
 
 // A backing allocator that counts what it hands out and takes back.

@@ -482,64 +482,99 @@ inline __attribute__((always_inline)) Where Locate(ZosPool *pool, const void *me
 // ---------------------------------------------------------------------
 // Buckets and blocks
 
+// Counts one node more in use in a bucket whose free count has just
+// dropped by it.
+inline void CountTaken(ZosBkt *bkt) {
+    bkt->uiAllocs++;
+    const uint32_t used = static_cast<uint32_t>(bkt->wTotal - bkt->wFree);
+    if (used > bkt->uiPeak) bkt->uiPeak = used;
+}
+
 // Lays out a block's nodes as free nodes of bucket idx, numbered on from
 // the bucket's total, and puts them at the tail of its free list in
 // address order; the block goes to the tail of the block list. A block
 // always has nodes: the block maker makes none of count 0.
-void LayOut(ZosBkt *bkt, uint32_t idx, ZosBlk *blk) {
+//
+// A block laid out for an allocation that found its bucket's free list
+// empty (`take`) hands its first node out at once: written in use, never
+// linked, and counted as taken. That is the node the allocation would take
+// from the list, and the counts, numbers and list order come out as they
+// would, without linking a node only to unlink it. Returns the first node.
+uint8_t *LayOut(ZosPool *pool, ZosBkt *bkt, uint32_t idx, ZosBlk *blk, bool take) {
     zos::DlistLinkTail(&bkt->stBlkList, &blk->stLink);
     const uint32_t count = blk->wCount;
-    blk->wFree = static_cast<uint16_t>(count);
+    const uint32_t listed = take ? count - 1 : count;
+    // The block's own free count is kept only with shrink on.
+    const bool shrink = (pool->wFlags & kFlagShrink) != 0;
+    blk->wFree = static_cast<uint16_t>(shrink ? listed : count);
     blk->wSpare = 0;
     const uint32_t stride = bkt->uiStride;
     const uint32_t redZone = kNodeHead + bkt->uiDataSize;
     const uint32_t header = idx << kBktShift | kFreeBit;
     uint32_t number = bkt->wTotal;
-    ST_ZOS_DLIST *list = &bkt->stFreeList;
-    Link *prev = list->pstTail;
-    uint8_t *node = blk->pucFirst;
-    (prev != nullptr ? prev->pstNext : list->pstHead) = &RecOf(node)->stLink;
-    // Each node links forward to where the next node's record lies (an
-    // address worked out as a number, never followed past the block); the
-    // last link is cleared after the loop.
-    for (uint8_t *const end = blk->pucEnd; node != end; node += stride) {
-        Store32(node, header | (number++ & kNodeNumMask));
+    uint8_t *const first = blk->pucFirst;
+    uint8_t *node = first;
+    if (take) {
+        // In use, with the free marker the allocation's check of a node
+        // taken from the list looks for.
+        Store32(node, (header & ~kFreeBit) | (number++ & kNodeNumMask));
         Store32(node + 4, kNodeMagic);
         Store32(node + redZone, kRedZone);
-        FreeRec *rec = RecOf(node);
-        rec->pstBlk = blk;
-        std::memcpy(rec->acMark, &kFreeMark, 4);
-        rec->stLink.pstPrev = prev;
-        rec->stLink.pstNext = reinterpret_cast<Link *>(reinterpret_cast<uintptr_t>(rec) + stride);
-        prev = &rec->stLink;
+        std::memcpy(RecOf(node)->acMark, &kFreeMark, 4);
+        node += stride;
     }
-    prev->pstNext = nullptr;
-    list->pstTail = prev;
-    list->uiCount += count;
+    if (listed != 0) {
+        ST_ZOS_DLIST *list = &bkt->stFreeList;
+        Link *prev = list->pstTail;
+        (prev != nullptr ? prev->pstNext : list->pstHead) = &RecOf(node)->stLink;
+        // Each node links forward to where the next node's record lies (an
+        // address worked out as a number, never followed past the block);
+        // the last link is cleared after the loop.
+        for (uint8_t *const end = blk->pucEnd; node != end; node += stride) {
+            Store32(node, header | (number++ & kNodeNumMask));
+            Store32(node + 4, kNodeMagic);
+            Store32(node + redZone, kRedZone);
+            FreeRec *rec = RecOf(node);
+            rec->pstBlk = blk;
+            std::memcpy(rec->acMark, &kFreeMark, 4);
+            rec->stLink.pstPrev = prev;
+            rec->stLink.pstNext =
+                reinterpret_cast<Link *>(reinterpret_cast<uintptr_t>(rec) + stride);
+            prev = &rec->stLink;
+        }
+        prev->pstNext = nullptr;
+        list->pstTail = prev;
+        list->uiCount += listed;
+    }
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal + count);
-    bkt->wFree = static_cast<uint16_t>(bkt->wFree + count);
+    bkt->wFree = static_cast<uint16_t>(bkt->wFree + listed);
+    if (take) CountTaken(bkt);
+    return first;
 }
 
 // Lays the bucket's last kept block out again when it has the size of a
 // growth step: its node range and index entry stand, and it is laid out
-// exactly as a new one. False when there is none to take.
-inline __attribute__((always_inline)) bool ReuseSpare(ZosBkt *bkt, uint32_t idx) {
+// exactly as a new one. Null when there is none to take; else the first
+// node, handed out with `take` as LayOut does.
+inline __attribute__((always_inline)) uint8_t *ReuseSpare(ZosPool *pool, ZosBkt *bkt, uint32_t idx,
+                                                          bool take) {
     ZosBlk *spare = bkt->pstSpare;
     if (spare == nullptr || spare->wCount != bkt->wIncCnt ||
         bkt->wTotal + spare->wCount > kMaxNodes) {
-        return false;
+        return nullptr;
     }
     bkt->pstSpare = reinterpret_cast<ZosBlk *>(spare->stLink.pstNext);
     bkt->uiSpares--;
-    LayOut(bkt, idx, spare);
-    return true;
+    return LayOut(pool, bkt, idx, spare, take);
 }
 
 // Adds a new block to bucket idx: the first (initial count) or a later one
 // (increment); a later one is taken from the kept blocks first, by
-// ReuseSpare, where the caller can. Faults are added to *faults.
+// ReuseSpare, where the caller can. Faults are added to *faults. With
+// `taken`, an allocation waits for the block: its first node is handed out
+// (LayOut's `take`) and stored there.
 __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool first,
-                                               uint32_t *faults) {
+                                               uint32_t *faults, uint8_t **taken = nullptr) {
     ZosBkt *bkt = &pool->pstBkts[idx];
     if (bkt->uiDataSize == 0 || (bkt->wInitCnt == 0 && bkt->wIncCnt == 0)) {
         *faults |= 1u << kBktInvalidSize;
@@ -588,25 +623,30 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
         *faults |= 1u << kBktHeapAlloc;
         return ZFAILED;
     }
-    LayOut(bkt, idx, blk);
+    uint8_t *node = LayOut(pool, bkt, idx, blk, taken != nullptr);
+    if (taken != nullptr) *taken = node;
     return ZOK;
 }
 
-// Unlinks a block's nodes one by one from a free list that holds others.
-__attribute__((noinline)) void UnlinkNodes(ZosBkt *bkt, ZosBlk *blk) {
+// Unlinks a block's nodes one by one from a free list that holds others,
+// all but `off`, a node not on the list (or null).
+__attribute__((noinline)) void UnlinkNodes(ZosBkt *bkt, ZosBlk *blk, const uint8_t *off) {
     for (uint8_t *node = blk->pucFirst; node < blk->pucEnd; node += bkt->uiStride) {
-        zos::DlistUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
+        if (node != off) zos::DlistUnlink(&bkt->stFreeList, &RecOf(node)->stLink);
     }
 }
 
 // Takes a wholly free block off its bucket: its nodes leave the free list,
 // the block leaves the block list, and the bucket's counts drop by them.
-inline __attribute__((always_inline)) void BktDetach(ZosBkt *bkt, ZosBlk *blk) {
-    if (bkt->stFreeList.uiCount == blk->wCount) {
+// `off` is a node of the block counted free but not linked (or null): the
+// one whose free empties the block, which then never joins the list.
+inline __attribute__((always_inline)) void BktDetach(ZosBkt *bkt, ZosBlk *blk,
+                                                     const uint8_t *off = nullptr) {
+    if (bkt->stFreeList.uiCount == blk->wCount - (off != nullptr ? 1u : 0u)) {
         // The bucket's only free nodes are this block's: the list empties.
         ListInit(&bkt->stFreeList, bkt->stFreeList.uiMax);
     } else {
-        UnlinkNodes(bkt, blk);
+        UnlinkNodes(bkt, blk, off);
     }
     bkt->wTotal = static_cast<uint16_t>(bkt->wTotal - blk->wCount);
     bkt->wFree = static_cast<uint16_t>(bkt->wFree - blk->wCount);
@@ -614,9 +654,10 @@ inline __attribute__((always_inline)) void BktDetach(ZosBkt *bkt, ZosBlk *blk) {
 }
 
 // Gives one wholly free block back: off its bucket, out of the index, to
-// the free function.
-__attribute__((noinline)) void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
-    BktDetach(bkt, blk);
+// the free function. `off` as for BktDetach.
+__attribute__((noinline)) void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk,
+                                           const uint8_t *off = nullptr) {
+    BktDetach(bkt, blk, off);
     RefRemove(pool, reinterpret_cast<uintptr_t>(blk->pucFirst));
     pool->pfnFree(blk);
 }
@@ -629,29 +670,24 @@ inline bool EmptiedBlockStays(const ZosBkt *bkt, const ZosBlk *blk) {
            (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink);
 }
 
-// Shrink step for a block that a free has just left wholly free: unless it
-// stays, it goes back, or a block of a growth step's size is kept aside
+// Shrink step for a block that a free is leaving wholly free and that does
+// not stay: it goes back, or a block of a growth step's size is kept aside
 // instead of going to the free function: always when the bucket keeps
-// none, else while the kept blocks stay within kSpareBytes.
-__attribute__((noinline)) void BktEmptied(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
-    if (EmptiedBlockStays(bkt, blk)) return;
+// none, else while the kept blocks stay within kSpareBytes. `node` is the
+// node freed, counted free but not linked (as BktDetach's `off`).
+__attribute__((noinline)) void BktEmptied(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk,
+                                          const uint8_t *node) {
     if (blk->wCount != bkt->wIncCnt ||
         (bkt->uiSpares != 0 &&
          uint64_t{bkt->uiSpares + 1} * bkt->uiStride * blk->wCount > kSpareBytes)) {
-        BktDeleteIn(pool, bkt, blk);
+        BktDeleteIn(pool, bkt, blk, node);
         return;
     }
-    BktDetach(bkt, blk);
+    BktDetach(bkt, blk, node);
     blk->wSpare = 1;
     blk->stLink.pstNext = reinterpret_cast<Link *>(bkt->pstSpare);
     bkt->pstSpare = blk;
     bkt->uiSpares++;
-}
-
-// After a free, with shrink on (block free counts are kept only then).
-inline __attribute__((always_inline)) void BktFreeIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *blk) {
-    blk->wFree++;
-    if (blk->wFree == blk->wCount) BktEmptied(pool, bkt, blk);
 }
 
 uint32_t BktGrpCreateIn(ZosPool *pool) {
@@ -781,10 +817,8 @@ inline bool FreeNodeIntact(const ZosBkt *bkt, uint8_t *node) {
 // as `header`.
 __attribute__((always_inline)) inline void TakeHead(ZosPool *pool, ZosBkt *bkt, uint32_t header) {
     Link *link = zos::DlistUnlinkHead(&bkt->stFreeList);
-    bkt->uiAllocs++;
     bkt->wFree--;
-    const uint32_t used = static_cast<uint32_t>(bkt->wTotal - bkt->wFree);
-    if (used > bkt->uiPeak) bkt->uiPeak = used;
+    CountTaken(bkt);
     Store32(NodeOf(link), header & ~kFreeBit);
     if ((pool->wFlags & kFlagShrink) != 0) reinterpret_cast<FreeRec *>(link)->pstBlk->wFree--;
 }
@@ -798,11 +832,15 @@ __attribute__((always_inline)) inline uint8_t *TakeNode(ZosPool *pool, uint32_t 
         ZosBkt *bkt = &pool->pstBkts[i];
         if (bkt->uiDataSize < size) continue;
         if (__builtin_expect(bkt->stFreeList.pstHead == nullptr, 0)) {
-            if (!ReuseSpare(bkt, i) && BktCreateIn(pool, i, false, faults) != ZOK) continue;
-            if (bkt->stFreeList.pstHead == nullptr) {
+            // The new block's first node is the one handed out.
+            uint8_t *node = ReuseSpare(pool, bkt, i, true);
+            if (node == nullptr && BktCreateIn(pool, i, false, faults, &node) != ZOK) continue;
+            if (node == nullptr) {
                 *faults |= 1u << kAllocFatal;
                 return nullptr;
             }
+            *found = bkt;
+            return node;
         }
         uint8_t *node = NodeOf(bkt->stFreeList.pstHead);
         const uint32_t header = Load32(node);
@@ -860,8 +898,22 @@ __attribute__((always_inline)) inline void PutNodeIn(ZosPool *pool, void *mem, v
     }
     ZosBkt *bkt = &pool->pstBkts[idx];
     if (Load32(node + kNodeHead + bkt->uiDataSize) != kRedZone) *faults |= 1u << kFreeRedZone;
-    PutBack(bkt, w.ref->pstBlk, node, header);
-    if ((pool->wFlags & kFlagShrink) != 0) BktFreeIn(pool, bkt, w.ref->pstBlk);
+    ZosBlk *blk = w.ref->pstBlk;
+    // With shrink on (block free counts are kept only then), a free that
+    // empties a block that does not stay takes the block off its bucket.
+    // The node leaves with its block, so it is counted back but never
+    // linked onto the free list it would leave at once.
+    if ((pool->wFlags & kFlagShrink) != 0) {
+        if (blk->wFree + 1 == blk->wCount && !EmptiedBlockStays(bkt, blk)) {
+            blk->wFree++;
+            bkt->wFree++;
+            bkt->uiFrees++;
+            BktEmptied(pool, bkt, blk, node);
+            return;
+        }
+        blk->wFree++;
+    }
+    PutBack(bkt, blk, node, header);
 }
 
 __attribute__((always_inline)) inline void PutNode(ZosPool *pool, void *mem, void **release,
@@ -1180,7 +1232,7 @@ KESTRO_API uint32_t Zos_BktCreate(ZPOOL zPool, uint32_t uiBktIdx, uint32_t bFirs
         zos::LiteGuard lock(&pool->stLock);
         // A first block sets the bucket's stride: only an empty bucket gets one.
         ZosBkt *bkt = &pool->pstBkts[uiBktIdx];
-        if (bFirst == 0 && ReuseSpare(bkt, uiBktIdx)) {
+        if (bFirst == 0 && ReuseSpare(pool, bkt, uiBktIdx, false) != nullptr) {
             rc = ZOK;
         } else if (bFirst == 0 || bkt->stBlkList.pstHead == nullptr) {
             rc = BktCreateIn(pool, uiBktIdx, bFirst != 0, &faults);
