@@ -490,6 +490,12 @@ inline void CountTaken(ZosBkt *bkt) {
     if (used > bkt->uiPeak) bkt->uiPeak = used;
 }
 
+// Counts one node more free in a bucket.
+inline void CountFreed(ZosBkt *bkt) {
+    bkt->wFree++;
+    bkt->uiFrees++;
+}
+
 // Lays out a block's nodes as free nodes of bucket idx, numbered on from
 // the bucket's total, and puts them at the tail of its free list in
 // address order; the block goes to the tail of the block list. A block
@@ -514,13 +520,17 @@ uint8_t *LayOut(ZosPool *pool, ZosBkt *bkt, uint32_t idx, ZosBlk *blk, bool take
     uint32_t number = bkt->wTotal;
     uint8_t *const first = blk->pucFirst;
     uint8_t *node = first;
-    if (take) {
-        // In use, with the free marker the allocation's check of a node
-        // taken from the list looks for.
-        Store32(node, (header & ~kFreeBit) | (number++ & kNodeNumMask));
+    // Header word (numbered on), magic, red zone and free marker.
+    auto stamp = [&](uint32_t head) {
+        Store32(node, head | (number++ & kNodeNumMask));
         Store32(node + 4, kNodeMagic);
         Store32(node + redZone, kRedZone);
         std::memcpy(RecOf(node)->acMark, &kFreeMark, 4);
+    };
+    if (take) {
+        // In use, with the free marker the allocation's check of a node
+        // taken from the list looks for.
+        stamp(header & ~kFreeBit);
         node += stride;
     }
     if (listed != 0) {
@@ -531,12 +541,9 @@ uint8_t *LayOut(ZosPool *pool, ZosBkt *bkt, uint32_t idx, ZosBlk *blk, bool take
         // address worked out as a number, never followed past the block);
         // the last link is cleared after the loop.
         for (uint8_t *const end = blk->pucEnd; node != end; node += stride) {
-            Store32(node, header | (number++ & kNodeNumMask));
-            Store32(node + 4, kNodeMagic);
-            Store32(node + redZone, kRedZone);
+            stamp(header);
             FreeRec *rec = RecOf(node);
             rec->pstBlk = blk;
-            std::memcpy(rec->acMark, &kFreeMark, 4);
             rec->stLink.pstPrev = prev;
             rec->stLink.pstNext =
                 reinterpret_cast<Link *>(reinterpret_cast<uintptr_t>(rec) + stride);
@@ -668,6 +675,12 @@ __attribute__((noinline)) void BktDeleteIn(ZosPool *pool, ZosBkt *bkt, ZosBlk *b
 inline bool EmptiedBlockStays(const ZosBkt *bkt, const ZosBlk *blk) {
     return bkt->wTotal == bkt->wInitCnt ||
            (bkt->wInitCnt != 0 && bkt->stBlkList.pstHead == &blk->stLink);
+}
+
+// With shrink on (block free counts are kept only then): whether freeing
+// one more node of the block empties it and takes it off its bucket.
+inline bool FreeTakesBlockOff(const ZosBkt *bkt, const ZosBlk *blk) {
+    return blk->wFree + 1 == blk->wCount && !EmptiedBlockStays(bkt, blk);
 }
 
 // Shrink step for a block that a free is leaving wholly free and that does
@@ -863,8 +876,7 @@ __attribute__((always_inline)) inline void PutBack(ZosBkt *bkt, ZosBlk *blk, uin
     rec->pstBlk = blk;
     Store32(node, header | kFreeBit);
     zos::DlistLinkTail(&bkt->stFreeList, &rec->stLink);
-    bkt->wFree++;
-    bkt->uiFrees++;
+    CountFreed(bkt);
 }
 
 // Returns one node to its bucket, the lock held; *release gets a large
@@ -904,14 +916,13 @@ __attribute__((always_inline)) inline void PutNodeIn(ZosPool *pool, void *mem, v
     // The node leaves with its block, so it is counted back but never
     // linked onto the free list it would leave at once.
     if ((pool->wFlags & kFlagShrink) != 0) {
-        if (blk->wFree + 1 == blk->wCount && !EmptiedBlockStays(bkt, blk)) {
-            blk->wFree++;
-            bkt->wFree++;
-            bkt->uiFrees++;
+        const bool off = FreeTakesBlockOff(bkt, blk);
+        blk->wFree++;
+        if (off) {
+            CountFreed(bkt);
             BktEmptied(pool, bkt, blk, node);
             return;
         }
-        blk->wFree++;
     }
     PutBack(bkt, blk, node, header);
 }
@@ -1344,7 +1355,7 @@ __attribute__((always_inline)) inline bool FreeQuick(ZosPool *pool, void *mem) {
     // A free that empties a block that then goes (aside or back) is the
     // slow step's work.
     const bool shrink = (pool->wFlags & kFlagShrink) != 0;
-    if (shrink && blk->wFree + 1 == blk->wCount && !EmptiedBlockStays(bkt, blk)) return false;
+    if (shrink && FreeTakesBlockOff(bkt, blk)) return false;
     uint8_t *node = reinterpret_cast<uint8_t *>(at);
     const uint32_t header = Load32(node);
     if ((header & kFreeBit) != 0 || Load32(node + 4) != kNodeMagic ||
