@@ -233,14 +233,21 @@ TEST_F(PoolTest, GrowthHandsOutTheFirstNodeAndAnEmptiedBlockLeavesTheList) {
     Zos_PoolFree(pool_, a[0]);
     Zos_PoolFree(pool_, a[0]);
     EXPECT_TRUE(ktest::LoggedContains("PoolFree <test pool> free twice."));
-    // The free list is now a0 a3 a4 a1; freeing a5 empties the second block.
-    for (int i : {3, 4, 1, 5}) Zos_PoolFree(pool_, a[i]);
+    // The free list is now a0 a3 a4 a1; freeing a5 empties the second block,
+    // and that free still reports a5's broken red zone.
+    for (int i : {3, 4, 1}) Zos_PoolFree(pool_, a[i]);
+    a[5][32] = 'x';
+    ktest::ClearLogged();
+    Zos_PoolFree(pool_, a[5]);
+    EXPECT_TRUE(ktest::LoggedContains("PoolFree <test pool> invalid redzone."));
     EXPECT_EQ(Counts(pool_, 0), (V{3, 2, 6, 6, 5, 1}));
     EXPECT_EQ(Zos_PoolChkBkt(pool_, 0), 1u);
     EXPECT_EQ(Zos_PoolIsValid(pool_, a[4]), 0u);
     for (int i : {0, 1, 3, 4, 5}) EXPECT_EQ(Zos_PoolAlloc(pool_, 32), a[i]) << i;
     EXPECT_EQ(Counts(pool_, 0), (V{6, 0, 6, 11, 5, 2}));
     EXPECT_EQ(Word(a[3], -8), 3u);
+    // The kept block was laid out anew: a5's red zone is whole again.
+    EXPECT_EQ(Zos_PoolChkMem(pool_, a[5]), 1u);
     EXPECT_EQ(Zos_PoolChkPool(pool_), 1u);
 }
 
