@@ -1,6 +1,9 @@
 // Many threads on one locked pool, and on the memory entry points in pool
 // mode: no node is handed out twice and the counters add up afterwards.
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <thread>
@@ -111,4 +114,102 @@ TEST(ConcPoolMode, EntryPointsInPoolModeFromManyThreads) {
     EXPECT_EQ(sh.bad, 0);
     EXPECT_EQ(Zos_MemChkPool(), ZOK);
     Zos_SysDestroy();
+}
+
+namespace {
+
+// A backing heap whose allocations can be held back: while `hold` is set,
+// an allocation (a bucket growing, under the pool's lock) waits until it
+// is cleared, so the pool's lock stays taken meanwhile.
+std::mutex g_heldLock;
+std::condition_variable g_heldCv;
+bool g_hold = false;
+bool g_holding = false;
+void *HeldAlloc(uint32_t size) {
+    std::unique_lock<std::mutex> lock(g_heldLock);
+    g_holding = g_hold;
+    g_heldCv.notify_all();
+    g_heldCv.wait(lock, [] { return !g_hold; });
+    g_holding = false;
+    return std::malloc(size);
+}
+void HeldFree(void *p) {
+    std::free(p);
+}
+
+// Sleeps on a light lock's semaphore, counted for the threads that ask;
+// the semaphore is kept so that a lost wake can be made up at the end.
+thread_local bool t_counted = false;
+std::atomic<int> g_sleeps{0};
+std::atomic<ZSEM *> g_sleptOn{nullptr};
+uint32_t CountingSemWait(ZSEM *sem, uint32_t ms) {
+    if (t_counted) {
+        g_sleptOn = sem;
+        ++g_sleeps;
+    }
+    return Zpand_SemWait(sem, ms);
+}
+
+}  // namespace
+
+// Two threads asleep on a locked pool's lock while a third holds it (its
+// bucket growing): the holder's release wakes one, and that one's release
+// the other. A waiter that left the lock word as plainly held, rather than
+// held with sleepers, would never wake the second.
+TEST_F(ZosQuietTest, ReleaseWakesEverySleeperOfALockedPoolInTurn) {
+    const ZOS_OSDEP_FUNC savedWait = ktest::Slot(45);
+    ktest::Slot(45) = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingSemWait);
+    const ST_ZOS_BKT_INFO rows[] = {{32, 0, 8}, {256, 1, 1}};
+    ST_ZOS_POOL_CFG cfg{"wake", rows, HeldAlloc, HeldFree, 1, 0, 1, 2};
+    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ASSERT_NE(pool, nullptr);
+    g_sleeps = 0;
+    {
+        std::lock_guard<std::mutex> lock(g_heldLock);
+        g_hold = true;
+    }
+    void *held = nullptr;
+    std::thread holder([&] { held = Zos_PoolAlloc(pool, 32); });
+    {
+        std::unique_lock<std::mutex> lock(g_heldLock);
+        g_heldCv.wait(lock, [] { return g_holding; });
+    }
+    std::atomic<int> done{0};
+    void *got[2] = {};
+    std::vector<std::thread> sleepers;
+    for (int i = 0; i < 2; ++i) {
+        sleepers.emplace_back([&, i] {
+            t_counted = true;
+            got[i] = Zos_PoolAlloc(pool, 200);  // another bucket, the same lock
+            ++done;
+        });
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (g_sleeps < 2 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(g_sleeps.load(), 2) << "both threads should be asleep on the lock";
+    {
+        std::lock_guard<std::mutex> lock(g_heldLock);
+        g_hold = false;
+    }
+    g_heldCv.notify_all();
+    holder.join();
+    while (done < 2 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(done.load(), 2) << "a sleeper was never woken";
+    // Wake whoever was left asleep, so that the threads can be joined.
+    for (int i = done; i < 2; ++i) Zpand_SemPost(g_sleptOn);
+    for (auto &t : sleepers) t.join();
+    ktest::Slot(45) = savedWait;
+    EXPECT_NE(held, nullptr);
+    EXPECT_NE(got[0], nullptr);
+    EXPECT_NE(got[1], nullptr);
+    EXPECT_NE(got[0], got[1]);
+    Zos_PoolFree(pool, held);
+    Zos_PoolFree(pool, got[0]);
+    Zos_PoolFree(pool, got[1]);
+    EXPECT_EQ(Zos_PoolChkPool(pool), 1u);
+    Zos_PoolDelete(pool);
 }
