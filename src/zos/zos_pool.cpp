@@ -506,13 +506,12 @@ inline void CountFreed(ZosBkt *bkt) {
 // linked, and counted as taken. That is the node the allocation would take
 // from the list, and the counts, numbers and list order come out as they
 // would, without linking a node only to unlink it. Returns the first node.
-uint8_t *LayOut(ZosPool *pool, ZosBkt *bkt, uint32_t idx, ZosBlk *blk, bool take) {
+uint8_t *LayOut(ZosBkt *bkt, uint32_t idx, ZosBlk *blk, bool take) {
     zos::DlistLinkTail(&bkt->stBlkList, &blk->stLink);
     const uint32_t count = blk->wCount;
     const uint32_t listed = take ? count - 1 : count;
-    // The block's own free count is kept only with shrink on.
-    const bool shrink = (pool->wFlags & kFlagShrink) != 0;
-    blk->wFree = static_cast<uint16_t>(shrink ? listed : count);
+    // The block's own free count is read and kept up only with shrink on.
+    blk->wFree = static_cast<uint16_t>(listed);
     blk->wSpare = 0;
     const uint32_t stride = bkt->uiStride;
     const uint32_t redZone = kNodeHead + bkt->uiDataSize;
@@ -563,8 +562,7 @@ uint8_t *LayOut(ZosPool *pool, ZosBkt *bkt, uint32_t idx, ZosBlk *blk, bool take
 // growth step: its node range and index entry stand, and it is laid out
 // exactly as a new one. Null when there is none to take; else the first
 // node, handed out with `take` as LayOut does.
-inline __attribute__((always_inline)) uint8_t *ReuseSpare(ZosPool *pool, ZosBkt *bkt, uint32_t idx,
-                                                          bool take) {
+inline __attribute__((always_inline)) uint8_t *ReuseSpare(ZosBkt *bkt, uint32_t idx, bool take) {
     ZosBlk *spare = bkt->pstSpare;
     if (spare == nullptr || spare->wCount != bkt->wIncCnt ||
         bkt->wTotal + spare->wCount > kMaxNodes) {
@@ -572,7 +570,7 @@ inline __attribute__((always_inline)) uint8_t *ReuseSpare(ZosPool *pool, ZosBkt 
     }
     bkt->pstSpare = reinterpret_cast<ZosBlk *>(spare->stLink.pstNext);
     bkt->uiSpares--;
-    return LayOut(pool, bkt, idx, spare, take);
+    return LayOut(bkt, idx, spare, take);
 }
 
 // Adds a new block to bucket idx: the first (initial count) or a later one
@@ -630,7 +628,7 @@ __attribute__((noinline)) uint32_t BktCreateIn(ZosPool *pool, uint32_t idx, bool
         *faults |= 1u << kBktHeapAlloc;
         return ZFAILED;
     }
-    uint8_t *node = LayOut(pool, bkt, idx, blk, taken != nullptr);
+    uint8_t *node = LayOut(bkt, idx, blk, taken != nullptr);
     if (taken != nullptr) *taken = node;
     return ZOK;
 }
@@ -846,7 +844,7 @@ __attribute__((always_inline)) inline uint8_t *TakeNode(ZosPool *pool, uint32_t 
         if (bkt->uiDataSize < size) continue;
         if (__builtin_expect(bkt->stFreeList.pstHead == nullptr, 0)) {
             // The new block's first node is the one handed out.
-            uint8_t *node = ReuseSpare(pool, bkt, i, true);
+            uint8_t *node = ReuseSpare(bkt, i, true);
             if (node == nullptr && BktCreateIn(pool, i, false, faults, &node) != ZOK) continue;
             if (node == nullptr) {
                 *faults |= 1u << kAllocFatal;
@@ -1243,7 +1241,7 @@ KESTRO_API uint32_t Zos_BktCreate(ZPOOL zPool, uint32_t uiBktIdx, uint32_t bFirs
         zos::LiteGuard lock(&pool->stLock);
         // A first block sets the bucket's stride: only an empty bucket gets one.
         ZosBkt *bkt = &pool->pstBkts[uiBktIdx];
-        if (bFirst == 0 && ReuseSpare(pool, bkt, uiBktIdx, false) != nullptr) {
+        if (bFirst == 0 && ReuseSpare(bkt, uiBktIdx, false) != nullptr) {
             rc = ZOK;
         } else if (bFirst == 0 || bkt->stBlkList.pstHead == nullptr) {
             rc = BktCreateIn(pool, uiBktIdx, bFirst != 0, &faults);
