@@ -184,21 +184,16 @@ TEST_F(ZosQuietTest, ReleaseWakesEverySleeperOfALockedPoolInTurn) {
             ++done;
         });
     }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (g_sleeps < 2 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_EQ(g_sleeps.load(), 2) << "both threads should be asleep on the lock";
+    EXPECT_TRUE(ktest::Eventually([] { return g_sleeps == 2; }, std::chrono::seconds(10)))
+        << "both threads should be asleep on the lock";
     {
         std::lock_guard<std::mutex> lock(g_heldLock);
         g_hold = false;
     }
     g_heldCv.notify_all();
     holder.join();
-    while (done < 2 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_EQ(done.load(), 2) << "a sleeper was never woken";
+    EXPECT_TRUE(ktest::Eventually([&] { return done == 2; }, std::chrono::seconds(10)))
+        << "a sleeper was never woken";
     // Wake whoever was left asleep, so that the threads can be joined.
     for (int i = done; i < 2; ++i) Zpand_SemPost(g_sleptOn);
     for (auto &t : sleepers) t.join();

@@ -220,8 +220,7 @@ TEST(TimerConcShutDown, FromATimerCallback) {
     uint32_t id = ZOS_INVALID_ID;
     ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
     ASSERT_EQ(Zos_TimerStart(id, 0, 10, 0, ShutsDown), ZOK);
-    for (int i = 0; i < 20000 && !g_downReturned; ++i) std::this_thread::sleep_for(1ms);
-    ASSERT_TRUE(g_downReturned.load());
+    ASSERT_TRUE(ktest::Eventually([] { return g_downReturned.load(); }, 20s));
     std::this_thread::sleep_for(200ms);
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
 }

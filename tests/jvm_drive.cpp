@@ -78,11 +78,7 @@ void WaitDrivesSettle() {
 }
 
 bool WaitHandled(size_t count) {
-    const auto end = Clock::now() + std::chrono::seconds(10);
-    while (HandledCount() < count && Clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return HandledCount() >= count;
+    return ktest::Eventually([count] { return HandledCount() >= count; }, std::chrono::seconds(10));
 }
 
 class JvmDrive : public ZosTest {

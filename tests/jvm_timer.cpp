@@ -44,11 +44,8 @@ void OnOtherExpiry(uint32_t) {
 }
 
 bool WaitFired(int count, int ms) {
-    const auto end = Clock::now() + std::chrono::milliseconds(ms);
-    while (g_fired.count < count && Clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return g_fired.count >= count;
+    return ktest::Eventually([count] { return g_fired.count >= count; },
+                             std::chrono::milliseconds(ms));
 }
 
 bool Armed() {
@@ -63,11 +60,7 @@ bool Armed() {
 // The firing is recorded before the manager arms the Java timer again:
 // waits (a bounded time) for that re-arm.
 bool ArmedSoon() {
-    const auto until = Clock::now() + std::chrono::seconds(2);
-    while (!Armed() && Clock::now() < until) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return Armed();
+    return ktest::Eventually(Armed, std::chrono::seconds(2));
 }
 
 void Active() {
@@ -261,11 +254,7 @@ size_t OsFiredCount() {
 }
 
 bool WaitOsFired(size_t n, int ms) {
-    const auto end = Clock::now() + std::chrono::milliseconds(ms);
-    while (OsFiredCount() < n && Clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return OsFiredCount() >= n;
+    return ktest::Eventually([n] { return OsFiredCount() >= n; }, std::chrono::milliseconds(ms));
 }
 
 class JvmOsTimer : public ZosTest {

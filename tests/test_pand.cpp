@@ -72,10 +72,7 @@ TEST(Pand, SpawnedThreadRunsAndKnowsItself) {
               ZOK);
     EXPECT_EQ(thread, handle);
     probe.self = thread;
-    const auto t0 = Clock::now();
-    while (probe.ran == 0 && Clock::now() - t0 < std::chrono::seconds(10)) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    ASSERT_TRUE(ktest::Eventually([&] { return probe.ran != 0; }, std::chrono::seconds(10)));
     ASSERT_EQ(probe.ran, 1);
     EXPECT_EQ(probe.isCurrent, 1u);
     EXPECT_EQ(probe.isMain, 0u);

@@ -207,9 +207,7 @@ TEST_F(ZosTest, TaskTableNamesAndStatisticsOfThreadlessRecords) {
 
     // The timer task of start-up is listed as running once its thread runs.
     const uint32_t timer = Zos_TaskGetTaskId("TIMER");
-    for (int i = 0; i < 300 && Zos_TaskGetState(timer) != ZOS_TASK_RUNNING; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    ktest::Eventually([timer] { return Zos_TaskGetState(timer) == ZOS_TASK_RUNNING; });
     ktest::ClearPrinted();
     Zos_TaskDbgShow();
     std::string shown = ktest::Mask(ktest::Printed(), "RUNNING: [0-9]+us", "RUNNING: <T>us");

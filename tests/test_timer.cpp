@@ -49,16 +49,7 @@ size_t FiredCount() {
     return g_fired.size();
 }
 
-// True once pred holds, polling for at most `limit`.
-template <typename P>
-bool Eventually(P pred, std::chrono::milliseconds limit = 3000ms) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
+using ktest::Eventually;
 
 class QTimerTest : public ZosTest {
   protected:

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kestro_lite.h"
@@ -77,6 +79,17 @@ class FailingHeap {
     ZOS_OSDEP_FUNC malloc_;
     ZOS_OSDEP_FUNC free_;
 };
+
+// True once pred holds, polling every millisecond for at most `limit`.
+template <typename P>
+bool Eventually(P pred, std::chrono::milliseconds limit = std::chrono::milliseconds(3000)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 // Directory for files a test writes (under the build tree, or /tmp).
 std::string TempDir();
