@@ -548,6 +548,13 @@ TEST_F(ZosTest, InvokeWordLayoutAndLimits) {
     EXPECT_EQ(Zos_ModEvntInvoke(Fn(Nine), ten, 9), ZOK);
     EXPECT_EQ(g_call, "36/9");
     EXPECT_EQ(Zos_ModEvntInvoke(nullptr, ten, 1), ZFAILED);
+    // No words is a call without arguments; words promised but not given
+    // are refused before the call.
+    g_call.clear();
+    EXPECT_EQ(Zos_ModEvntInvoke(Fn(Nine), nullptr, 9), ZFAILED);
+    EXPECT_EQ(g_call, "");
+    EXPECT_EQ(Zos_ModEvntInvoke(Fn(NoArgs), nullptr, 0), ZOK);
+    EXPECT_EQ(g_call, "none");
     void *bare = Zos_EvntCreate();
     EXPECT_EQ(Zos_ModEvntProc(bare), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("ModEvntProc invalid parameter."));

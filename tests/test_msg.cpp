@@ -47,6 +47,17 @@ TEST_F(ZosTest, MsgConstructorsAndGetters) {
     m = Zos_MsgCreateX(1, 2, 3, 0, nullptr, 0);  // nothing to carry: no event yet
     EXPECT_EQ(Zos_MsgGetObject(m), 0u);
     Zos_MsgDelete(m);
+    // Either half of the data alone is kept as given, as by Zos_MsgSetData.
+    m = Zos_MsgCreateX(1, 2, 3, 0, data, 0);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(Zos_MsgGetData(m), data);
+    EXPECT_EQ(Zos_MsgGetDataLen(m), 0u);
+    Zos_MsgDelete(m);
+    m = Zos_MsgCreateX(1, 2, 3, 0, nullptr, 5);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(Zos_MsgGetData(m), nullptr);
+    EXPECT_EQ(Zos_MsgGetDataLen(m), 5u);
+    Zos_MsgDelete(m);
 
     void *out = nullptr;
     m = Zos_MsgCreateXD(5, 6, 7, 0x77, 300, &out);

@@ -371,8 +371,17 @@ TEST_F(TimerTest, DestroyTwiceAndUseAfterDestroy) {
     uint32_t id = 0;
     ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
     ASSERT_EQ(Zos_TimerStart(id, 0, 1000, 0, Record), ZOK);
+    void *self = Zos_EnvLocateTmrMgr();
+    ASSERT_NE(self, nullptr);
     Zos_TimerDestroy();
     Zos_TimerDestroy();
+    // A stopped manager's task, or that of a record that is no manager,
+    // is not started again.
+    for (void *mgr : {self, static_cast<void *>(&id), static_cast<void *>(nullptr)}) {
+        EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
+        Zos_TimerTaskStop(mgr);
+    }
+    EXPECT_EQ(Zos_TaskGetTaskId("TIMER"), ZOS_INVALID_ID);
     EXPECT_EQ(Zos_EnvLocateTmrMgr(), nullptr);
     EXPECT_EQ(Zos_EnvLocateOsTmrMgr(), nullptr);
     EXPECT_EQ(Zos_TimerStart(id, 0, 1000, 0, Record), ZFAILED);
