@@ -439,6 +439,11 @@ TEST_F(DbufTest, AllocationTraceLabels) {
     EXPECT_NE(ktest::Printed().find("\"membuf create\""), std::string::npos);
     ASSERT_EQ(Zos_DbufDumpDelete(m, "x.c", 1), ZOK);
     EXPECT_EQ(Zos_DbufDumpPrint(m), ZFAILED);  // no trace any more
+    // Nor anything to add to or take away.
+    EXPECT_EQ(Zos_DbufDumpStack(m, "x.c", 2), ZFAILED);
+    EXPECT_EQ(Zos_DbufDumpDelete(m, "x.c", 3), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DbufDumpStack invalid id."));
+    EXPECT_TRUE(ktest::LoggedContains("DbufDumpDelete invalid id."));
     EXPECT_EQ(Zos_DbufDelete(m), ZOK);
     EXPECT_EQ(Zos_DbufChkPool(), ZOK);
 }

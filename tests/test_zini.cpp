@@ -101,6 +101,7 @@ TEST_F(ZiniTest, CreateResultsAndUsableObjects) {
     EXPECT_TRUE(ktest::LoggedContains("IniCreate null parameter."));
     EXPECT_EQ(Zini_CreateX("[a]", 3, nullptr), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("IniCreateX null parameter."));
+    EXPECT_EQ(Zini_Init(nullptr), ZFAILED);
 
     // No path, no text or an empty one: -1 with an empty, usable object.
     ZiniFile *ini = nullptr;
