@@ -200,8 +200,11 @@ TEST_F(ZosTest, LevelsInvalidHandlesAndTheLineLimit) {
 TEST_F(ZosTest, DebugCommandsMatchTheirGoldenText) {
     ZLOGID dbg = Zos_LogCreateX("DBG", nullptr, ZOS_LOG_FLAG_MUTEX, 0, 0);
     ZLOGID mem = Zos_LogCreateX("MEM", nullptr, 0, ZOS_LOG_LEVEL_ALL, 1);
+    // A cache that was never written to shows as empty.
+    ZLOGID idle = Zos_LogCreateX("IDLE", nullptr, 0, ZOS_LOG_LEVEL_ERROR, 1);
     ASSERT_NE(dbg, nullptr);
     ASSERT_NE(mem, nullptr);
+    ASSERT_NE(idle, nullptr);
     Zos_LogInfo(mem, "kept in memory");
     ktest::ClearPrinted();
     const struct {
@@ -227,6 +230,7 @@ TEST_F(ZosTest, DebugCommandsMatchTheirGoldenText) {
     EXPECT_EQ(cached(ktest::Printed()), cached(ktest::Golden("log_dbg.txt")));
     Zos_LogDelete(dbg);
     Zos_LogDelete(mem);
+    Zos_LogDelete(idle);
 }
 
 TEST_F(ZosTest, CacheSizeRedirectionAndDisplayHook) {

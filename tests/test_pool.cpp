@@ -253,12 +253,14 @@ TEST_F(PoolTest, GrowthHandsOutTheFirstNodeAndAnEmptiedBlockLeavesTheList) {
 
 namespace {
 
-// A backing allocator that counts what it hands out and takes back.
+// A backing allocator that counts what it hands out and takes back, and
+// fails once it has handed out g_backBudget more (-1: never).
 int g_backAllocs = 0;
 int g_backFrees = 0;
-bool g_backFail = false;
+int g_backBudget = -1;
 void *CountedAlloc(uint32_t size) {
-    if (g_backFail) return nullptr;
+    if (g_backBudget == 0) return nullptr;
+    if (g_backBudget > 0) --g_backBudget;
     ++g_backAllocs;
     return std::malloc(size);
 }
@@ -369,14 +371,53 @@ TEST_F(PoolTest, GrowthBeyondTheKeptBlockStillFailsWithItsAllocator) {
     void *a = Zos_PoolAlloc(pool, 64);
     ASSERT_NE(a, nullptr);
     Zos_PoolFree(pool, a);  // kept
-    g_backFail = true;
+    g_backBudget = 0;
     void *b = Zos_PoolAlloc(pool, 64);  // the kept block: no allocator call
     EXPECT_EQ(b, a);
     EXPECT_EQ(Zos_PoolAlloc(pool, 64), nullptr);  // a new block: refused
     EXPECT_TRUE(ktest::LoggedContains("BktCreate <spare> heap alloc."));
     EXPECT_EQ(Counts(pool, 0), (V{1, 0, 1, 2, 1, 1}));
-    g_backFail = false;
+    g_backBudget = -1;
     Zos_PoolFree(pool, b);
+    Zos_PoolDelete(pool);
+    EXPECT_EQ(g_backFrees, g_backAllocs);
+}
+
+// The pool's address index grows by doubling from 16 entries. When that
+// growth fails, the block or large allocation it was to index goes back to
+// the allocator at once, the call fails with the lines of a failed heap
+// allocation and no count moves; with the allocator well again the same
+// calls succeed.
+TEST_F(PoolTest, AFailedIndexGrowthGivesTheNewMemoryBack) {
+    const ST_ZOS_BKT_INFO rows[] = {{64, 0, 1}};
+    ZPOOL pool = CountedPool(rows);
+    ASSERT_NE(pool, nullptr);
+    std::vector<void *> held;
+    for (int i = 0; i < 16; ++i) held.push_back(Zos_PoolAlloc(pool, 64));
+    ASSERT_EQ(std::count(held.begin(), held.end(), nullptr), 0);
+    const V before = Counts(pool, 0);
+    for (const uint32_t size : {64u, 65u}) {
+        const int allocs = g_backAllocs;
+        g_backBudget = 1;  // the block or large allocation, not the index
+        ktest::ClearLogged();
+        EXPECT_EQ(Zos_PoolAlloc(pool, size), nullptr) << size;
+        EXPECT_EQ(g_backAllocs, allocs + 1) << size;
+        EXPECT_EQ(g_backFrees, 1 + (size == 65u ? 1 : 0)) << size;
+        EXPECT_EQ(Counts(pool, 0), before) << size;
+        std::string lines;
+        for (const ktest::LogLine &l : ktest::Logged()) lines += l.msg + "|";
+        EXPECT_EQ(lines, size == 64u ? "BktCreate <spare> heap alloc.|"
+                                       "PoolAlloc <spare> bucket node is empty.|"
+                                     : "PoolHeapAlloc <spare> heap alloc 80 bytes.|");
+    }
+    EXPECT_EQ(Zos_PoolGetHeapSize(pool), 0u);
+    g_backBudget = -1;
+    held.push_back(Zos_PoolAlloc(pool, 64));
+    held.push_back(Zos_PoolAlloc(pool, 65));
+    EXPECT_NE(held[16], nullptr);
+    EXPECT_NE(held[17], nullptr);
+    EXPECT_EQ(Zos_PoolChkPool(pool), 1u);
+    for (void *p : held) Zos_PoolFree(pool, p);
     Zos_PoolDelete(pool);
     EXPECT_EQ(g_backFrees, g_backAllocs);
 }

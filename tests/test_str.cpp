@@ -225,7 +225,12 @@ TEST(Str, SearchesAndComparisons) {
     got += Zos_StrTok(nullptr, " ", &save2);
     EXPECT_EQ(got, "axbcy");
     EXPECT_EQ(Zos_StrTok(nullptr, ",;", &save1), nullptr);
+    // A null side sorts first, but nothing to compare, or the same memory
+    // (null included), compares equal.
     EXPECT_EQ(Zos_MemCmp(nullptr, "a", 1), -1);
+    EXPECT_EQ(Zos_MemCmp("a", nullptr, 1), 1);
+    EXPECT_EQ(Zos_MemCmp(nullptr, "a", 0), 0);
+    EXPECT_EQ(Zos_MemCmp(nullptr, nullptr, 4), 0);
 }
 
 TEST_F(ZosTest, Str2NpsMakesFormatSafeCopies) {
