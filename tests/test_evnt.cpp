@@ -236,6 +236,12 @@ TEST_F(EvntTest, DeletedEventIsRefused) {
     EXPECT_EQ(Zos_EvntGetMsgId(gone), nullptr);
     EXPECT_EQ(Zos_EParmFindZ(gone, 0), nullptr);
     EXPECT_EQ(Zos_EvntClone(gone), nullptr);
+    // A refused getter still clears its length out.
+    uint32_t lens[3] = {9, 9, 9};
+    EXPECT_EQ(Zos_EParmGetMem(gone, 1, &lens[0]), nullptr);
+    EXPECT_EQ(Zos_EParmGetNStr(gone, 1, &lens[1]), nullptr);
+    EXPECT_EQ(Zos_EParmGetNUStr(gone, 1, &lens[2]), nullptr);
+    EXPECT_EQ(lens[0] + lens[1] + lens[2], 0u);
     Zos_EvntDelete(gone);
     for (const char *text :
          {"EParmSetInt invalid id", "EParmGetStr invalid id", "EvntAlloc invalid id.",

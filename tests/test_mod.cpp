@@ -460,8 +460,32 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
     for (int i = 0; i < 5; ++i) Zos_MsgSendX(own, parked, 1, 0, "x", 1);
 }
 
+// The state setters write only the task's state word, which the task
+// reports back; an unknown id is refused.
+TEST_F(ZosTest, StateSettersWriteTheStateTheTaskReports) {
+    const uint32_t t = Start("STATES", 3, true);
+    ASSERT_NE(t, ZOS_INVALID_ID);
+    EXPECT_EQ(Zos_TaskGetState(t), ZOS_TASK_PENDING);  // until the host drives it
+    const struct {
+        uint32_t (*set)(uint32_t);
+        uint32_t state, run;
+    } steps[] = {{Zos_ModTaskSetWaitDelete, ZOS_TASK_WAIT_DELETE, 0},
+                 {Zos_ModTaskSetReady, ZOS_TASK_READY, 1},
+                 {Zos_ModTaskSetDelete, ZOS_TASK_DELETED, 0},
+                 {Zos_ModTaskSetRuning, ZOS_TASK_RUNNING, 1}};
+    for (const auto &step : steps) {
+        EXPECT_EQ(step.set(t), ZOK);
+        EXPECT_EQ(Zos_TaskGetState(t), step.state);
+        EXPECT_EQ(Zos_ModTaskIsRun(t), step.run);
+        EXPECT_EQ(step.set(0xFFFFFFF0u), ZFAILED);
+    }
+    EXPECT_EQ(Zos_ModTaskStop(t), ZOK);
+}
+
 TEST_F(ZosTest, ModInitFailsWithoutMemoryForTheTable) {
     Zos_SysDestroy();
+    EXPECT_EQ(Zos_ModPostMsg(nullptr), ZFAILED);  // no manager to post through
+    EXPECT_EQ(Zos_ModPostMsgX(nullptr, 1), ZFAILED);
     ktest::ClearPrinted();
     Zos_CfgSetPrintDisp(ktest::PrintHook);
     ktest::UseTestLogDir();

@@ -287,6 +287,12 @@ TEST_F(SmsPduTest, SubmitAndRelayEncoders) {
     EXPECT_EQ(PDU_3gppEncodeSubmit(tpdu.data(), 15, "+86x", 9, rp, sizeof(rp)), 20);
     EXPECT_EQ(Hex(rp, 5), "000900000F") << "an invalid centre is left out";
     EXPECT_EQ(PDU_3gppEncodeSubmit(tpdu.data(), 15, nullptr, 9, rp, 39), -1);
+    // RP-User-data's length is one byte: 255 is the longest TPDU.
+    const Bytes longest(256, 0x11);
+    Bytes big(1024);
+    EXPECT_EQ(PDU_3gppEncodeSubmit(longest.data(), 255, nullptr, 9, big.data(), 1024), 260);
+    EXPECT_EQ(big[4], 0xFF);
+    EXPECT_EQ(PDU_3gppEncodeSubmit(longest.data(), 256, nullptr, 9, big.data(), 1024), -1);
 
     EXPECT_EQ(PDU_3gppEncodeDeliverReport(0, 5, 0, rp, sizeof(rp)), 6);
     EXPECT_EQ(Hex(rp, 6), "020541020000");
