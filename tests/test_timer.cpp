@@ -372,12 +372,14 @@ TEST_F(TimerTest, DestroyTwiceAndUseAfterDestroy) {
     ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
     ASSERT_EQ(Zos_TimerStart(id, 0, 1000, 0, Record), ZOK);
     void *self = Zos_EnvLocateTmrMgr();
+    void *os = Zos_EnvLocateOsTmrMgr();
     ASSERT_NE(self, nullptr);
+    ASSERT_NE(os, nullptr);
     Zos_TimerDestroy();
     Zos_TimerDestroy();
     // A stopped manager's task, or that of a record that is no manager,
     // is not started again.
-    for (void *mgr : {self, static_cast<void *>(&id), static_cast<void *>(nullptr)}) {
+    for (void *mgr : {self, os, static_cast<void *>(&id), static_cast<void *>(nullptr)}) {
         EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
         Zos_TimerTaskStop(mgr);
     }
