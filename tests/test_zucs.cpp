@@ -133,7 +133,7 @@ TEST_F(ZucsTest, AllocatingFormsAndCodePageStubs) {
 TEST_F(ZucsTest, StrictDecoderRefusesWhatUtf8Forbids) {
     EXPECT_EQ(Decode("\x4D\xD0\xB0\xE4\xBA\x8C\xF0\x90\x8C\x82"),
               (std::vector<int32_t>{0x4D, 0x430, 0x4E8C, 0x10302}));
-    EXPECT_EQ(Decode("\xF4\x8F\xBF\xBD"), std::vector<int32_t>{0x10FFFD});
+    EXPECT_EQ(Decode("\xF4\x8F\xBF\xBF"), std::vector<int32_t>{0x10FFFF});  // the last one
     EXPECT_EQ(Decode("\xF2\x80\x80\x80"), std::vector<int32_t>{0x80000});
     const char *bad[] = {
         "\xC0\x80",          // overlong NUL
