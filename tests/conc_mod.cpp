@@ -10,7 +10,7 @@
 
 namespace {
 
-using ktest::WaitFor;
+using ktest::Eventually;
 
 constexpr uint32_t kProducers = 4;
 constexpr uint32_t kPerProducer = 2000;
@@ -69,7 +69,8 @@ TEST_F(ZosTest, ConcManyPostersToAThreadedTask) {
     uint32_t task = 0;
     ASSERT_EQ(Zos_ModTaskStart("SINK", 3, 4096, 0, 0, nullptr, nullptr, Collect, &task), ZOK);
     Produce(task);
-    ASSERT_TRUE(WaitFor([] { return g_count == kProducers * kPerProducer; }, 30000));
+    ASSERT_TRUE(Eventually([] { return g_count == kProducers * kPerProducer; },
+                           std::chrono::milliseconds(30000)));
     CheckOrder();
 }
 
@@ -87,7 +88,7 @@ TEST_F(ZosTest, ConcStopWhilePosting) {
             }
         });
     }
-    ASSERT_TRUE(WaitFor([] { return g_count > 100; }));
+    ASSERT_TRUE(Eventually([] { return g_count > 100; }));
     EXPECT_EQ(Zos_ModTaskStop(task), ZOK);
     const uint32_t handled = g_count;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -127,7 +128,7 @@ TEST_F(ZosTest, ConcStopWaitsForTheSharedHandler) {
     ASSERT_EQ(Zos_ModTaskStart("SLOW", 3, 0, 0, 1, nullptr, SlowExit, SlowShared, &g_slowTask),
               ZOK);
     ASSERT_EQ(Zos_MsgSendX(g_slowTask, g_slowTask, 1, 0, nullptr, 0), ZOK);
-    ASSERT_TRUE(WaitFor([] { return g_slowIn.load(); }));
+    ASSERT_TRUE(Eventually([] { return g_slowIn.load(); }));
     EXPECT_EQ(Zos_ModTaskStop(g_slowTask), ZOK);
     EXPECT_EQ(g_exitSawDone, 1) << "the exit callback ran while the handler still ran";
 
@@ -135,7 +136,7 @@ TEST_F(ZosTest, ConcStopWaitsForTheSharedHandler) {
     ASSERT_EQ(Zos_ModTaskStart("SLOW", 3, 0, 0, 1, nullptr, SlowExit, SlowShared, &g_slowTask),
               ZOK);
     ASSERT_EQ(Zos_MsgSendX(g_slowTask, g_slowTask, 2, 0, nullptr, 0), ZOK);
-    ASSERT_TRUE(WaitFor([] { return g_exitSawDone != -1; }));
+    ASSERT_TRUE(Eventually([] { return g_exitSawDone != -1; }));
     EXPECT_EQ(Zos_TaskGetState(g_slowTask), 0u);
 }
 
@@ -170,7 +171,7 @@ TEST_F(ZosTest, ConcSubscribeWhilePublishing) {
     stop = true;
     churn.join();
     EXPECT_EQ(published, 2000u);  // SUB_A stays subscribed throughout
-    EXPECT_TRUE(WaitFor([] { return g_calls >= 2000; }, 30000));
+    EXPECT_TRUE(Eventually([] { return g_calls >= 2000; }, std::chrono::milliseconds(30000)));
 }
 
 using ConcHost = ktest::HostModTest;
@@ -205,7 +206,7 @@ TEST_F(ConcHost, ConcStopWaitsForAHandlerThatDroveTheQueue) {
     ASSERT_EQ(Zos_MsgSendX(g_outerTask, g_outerTask, 1, 0, nullptr, 0), ZOK);
     ASSERT_EQ(Zos_MsgSendX(inner, inner, 1, 0, nullptr, 0), ZOK);
     std::thread host([] { Zos_ModDriveMsg(); });
-    ASSERT_TRUE(WaitFor([] { return g_slowIn.load(); }));
+    ASSERT_TRUE(Eventually([] { return g_slowIn.load(); }));
     EXPECT_EQ(Zos_ModTaskStop(g_outerTask), ZOK);
     EXPECT_EQ(g_exitSawDone, 1) << "the exit callback ran while the handler still ran";
     host.join();
@@ -228,7 +229,8 @@ TEST_F(ConcHost, ConcPostersToHostDrivenTasksThroughTheLooper) {
     });
     Produce(task);
     side.join();
-    ASSERT_TRUE(WaitFor([] { return g_count == kProducers * kPerProducer + 200; }, 30000));
+    ASSERT_TRUE(Eventually([] { return g_count == kProducers * kPerProducer + 200; },
+                           std::chrono::milliseconds(30000)));
     {
         // The side task's messages arrive in order too.
         std::lock_guard<std::mutex> lock(g_lock);
@@ -271,7 +273,8 @@ TEST_F(ConcHost, ConcPostsWhileTheUiThreadStalls) {
         });
     }
     for (auto &t : posters) t.join();
-    ASSERT_TRUE(WaitFor([] { return g_count == kProducers * kPerProducer * 2; }, 30000))
+    ASSERT_TRUE(Eventually([] { return g_count == kProducers * kPerProducer * 2; },
+                           std::chrono::milliseconds(30000)))
         << g_count.load();
     CheckOrder(kProducers * kPerProducer * 2);
     loop.Stop();
@@ -335,7 +338,7 @@ TEST_F(LateTest, ConcHandlersOutliveShutdown) {
     auto posted = std::make_shared<std::atomic<uint32_t>>(ZFAILED + 1);
     std::thread poster(
         [shared, posted] { *posted = Zos_ModPerformX(shared, PerformOutlivesShutdown, ""); });
-    ASSERT_TRUE(WaitFor([] { return g_lateIn == 2; }));
+    ASSERT_TRUE(Eventually([] { return g_lateIn == 2; }));
     Zos_SysDestroy();
     EXPECT_EQ(g_lateOut, 0u);
     EXPECT_EQ(*posted, ZFAILED + 1) << "the poster returned before its perform";
@@ -347,8 +350,8 @@ TEST_F(LateTest, ConcHandlersOutliveShutdown) {
     EXPECT_EQ(fresh[0], own);
     EXPECT_EQ(fresh[1], shared);
     g_letGo = true;
-    ASSERT_TRUE(WaitFor([] { return g_lateOut == 2; }));
-    const bool released = WaitFor([posted] { return *posted != ZFAILED + 1; });
+    ASSERT_TRUE(Eventually([] { return g_lateOut == 2; }));
+    const bool released = Eventually([posted] { return *posted != ZFAILED + 1; });
     EXPECT_TRUE(released) << "the perform's poster still waits";
     if (released) {
         poster.join();
@@ -362,7 +365,7 @@ TEST_F(LateTest, ConcHandlersOutliveShutdown) {
     EXPECT_EQ(g_freshExits, 0u);
     ASSERT_EQ(Zos_MsgSendX(fresh[0], fresh[0], 1, 0, nullptr, 0), ZOK);
     ASSERT_EQ(Zos_MsgSendX(fresh[1], fresh[1], 1, 0, nullptr, 0), ZOK);
-    EXPECT_TRUE(WaitFor([] { return g_fresh == 2; }));
+    EXPECT_TRUE(Eventually([] { return g_fresh == 2; }));
 }
 
 namespace {
@@ -383,7 +386,7 @@ TEST_F(LateTest, ConcHandlerShutsTheLayerDown) {
     uint32_t task = 0;
     ASSERT_EQ(Zos_ModTaskStart("DOWN", 3, 16, 0, 0, nullptr, OwnExit, ShutsDown, &task), ZOK);
     ASSERT_EQ(Zos_MsgSendX(task, task, 1, 0, nullptr, 0), ZOK);
-    ASSERT_TRUE(WaitFor([] { return g_downReturned.load(); }, 20000));
+    ASSERT_TRUE(Eventually([] { return g_downReturned.load(); }, std::chrono::milliseconds(20000)));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
     EXPECT_EQ(g_ownExits, 0u);

@@ -1,26 +1,15 @@
 // Helpers of the task and module tests: a fixture that starts the layer in
-// a chosen drive mode, waiting for a condition, and a host loop thread
-// (the Linux looper watching the message pipe, driving the manager).
+// a chosen drive mode, and a host loop thread (the Linux looper watching
+// the message pipe, driving the manager).
 #pragma once
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <thread>
 
 #include "zos_test.h"
 
 namespace ktest {
-
-// Polls the condition every millisecond for at most ms; its last value.
-inline bool WaitFor(const std::function<bool()> &cond, int ms = 5000) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (!cond()) {
-        if (std::chrono::steady_clock::now() > end) return cond();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 // A thread running a looper with the message pipe on it, so posted
 // functions and drive requests run there. The manager's drive requests go

@@ -105,7 +105,8 @@ TEST_F(ZosTest, LastPauseOrResumeRequestWins) {
         EXPECT_EQ(Zos_ModTaskPause(id, resume), ZOK);
     g_hold = false;
     ASSERT_EQ(Zos_MsgSendX(id, id, 2, 0, "y", 1), ZOK);
-    EXPECT_TRUE(ktest::WaitFor([] { return g_handled == 2; }, 2000)) << g_handled;
+    EXPECT_TRUE(ktest::Eventually([] { return g_handled == 2; }, std::chrono::milliseconds(2000)))
+        << g_handled;
     EXPECT_EQ(Zos_ModTaskStop(id), ZOK);
 }
 
@@ -169,12 +170,12 @@ TEST_F(ZosTest, TimerAndHubFailCleanlyAtEveryAllocation) {
         g_failAt = 0;
         ASSERT_EQ(Zos_ModTaskPause(task, 1), ZOK);
         if (ret == ZOK) {
-            EXPECT_TRUE(ktest::WaitFor([] { return g_got == 105; })) << pubRound;
+            EXPECT_TRUE(ktest::Eventually([] { return g_got == 105; })) << pubRound;
         } else {
             ++pubFailed;
         }
         // Whatever the subscriber's queue took is gone once handled.
-        EXPECT_TRUE(ktest::WaitFor([] { return g_live == 0; })) << pubRound << ": " << g_live;
+        EXPECT_TRUE(ktest::Eventually([] { return g_live == 0; })) << pubRound << ": " << g_live;
         EXPECT_EQ(g_got, ret == ZOK ? 105u : 0u) << pubRound;
     }
     EXPECT_TRUE(timerDone && subDone && pubDone);
@@ -185,7 +186,7 @@ TEST_F(ZosTest, TimerAndHubFailCleanlyAtEveryAllocation) {
     EXPECT_EQ(Zos_ModPubEvnt("af.event", "%u", 1u), ZFAILED);  // no subscriber left
     EXPECT_EQ(Zos_ModSubEvnt("af.event", task, hub, 200), ZOK);
     EXPECT_EQ(Zos_ModPubEvnt("af.event", "%u", 1u), ZOK);
-    EXPECT_TRUE(ktest::WaitFor([] { return g_got == 201; }));
+    EXPECT_TRUE(ktest::Eventually([] { return g_got == 201; }));
     EXPECT_EQ(Zos_ModTaskStop(task), ZOK);
 }
 

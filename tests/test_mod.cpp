@@ -17,7 +17,7 @@
 
 namespace {
 
-using ktest::WaitFor;
+using ktest::Eventually;
 
 // What the handlers saw, in order: "<task name>:<type>".
 std::mutex g_seenLock;
@@ -280,11 +280,11 @@ TEST_F(ModHost, SynchronousPerformQueuedAtStopLetsItsPosterGo) {
         returned = true;
     });
     // Queued: the post asked the host for a drive.
-    ASSERT_TRUE(WaitFor([&] { return g_driveRequests.load() != posts; }));
+    ASSERT_TRUE(Eventually([&] { return g_driveRequests.load() != posts; }));
     EXPECT_FALSE(returned.load());
     EXPECT_EQ(Zos_ModTaskStop(task), ZOK);
     Zos_ModDriveMsg();  // drops the perform of the stopped task
-    const bool letGo = WaitFor([&] { return returned.load(); }, 3000);
+    const bool letGo = Eventually([&] { return returned.load(); }, std::chrono::milliseconds(3000));
     EXPECT_TRUE(letGo);
     if (letGo) {
         poster.join();
@@ -304,7 +304,7 @@ TEST_F(ModHost, RoadOfAMessageThroughTheLooper) {
     const uint32_t drivesBefore = ktest::HostLoop::drives;
     for (uint32_t type = 1; type <= 5; ++type)
         ASSERT_EQ(Zos_MsgSendX(a, a, type, 0, nullptr, 0), ZOK);
-    ASSERT_TRUE(WaitFor([] { return SeenNow().size() == 5; }));
+    ASSERT_TRUE(Eventually([] { return SeenNow().size() == 5; }));
     EXPECT_EQ(SeenNow().front(), "LOOP_A:1");
     EXPECT_EQ(SeenNow().back(), "LOOP_A:5");
     EXPECT_GE(ktest::HostLoop::drives - drivesBefore, 5u);  // one drive per message at least
@@ -349,7 +349,7 @@ TEST_F(ModHost, PipeRecordsRunInWriteOrderAndEmptyPipeReturns) {
     });
     other.join();
     for (uintptr_t i = 50; i < 100; ++i) Zpand_UiProcEvnt(1000 + i, Note);
-    ASSERT_TRUE(WaitFor([] { return g_ran == 100; }));
+    ASSERT_TRUE(Eventually([] { return g_ran == 100; }));
     EXPECT_EQ(Misplaced(1000), 0u);
     loop.Stop();
     // The callback on an empty pipe returns at once and calls nothing.
@@ -371,7 +371,8 @@ TEST_F(ModHost, PostsBeyondAFullPipeWaitAndRunInOrder) {
     Zpand_UiProcEvnt(0, Stall);
     for (uintptr_t i = 1; i <= kPosts; ++i) Zpand_UiProcEvnt(i, Note);
     g_stalled = false;
-    ASSERT_TRUE(WaitFor([] { return g_ran == kPosts; }, 20000)) << g_ran.load() << " ran";
+    ASSERT_TRUE(Eventually([] { return g_ran == kPosts; }, std::chrono::milliseconds(20000)))
+        << g_ran.load() << " ran";
     EXPECT_EQ(Misplaced(), 0u);
     loop.Stop();
 }
@@ -384,12 +385,12 @@ TEST_F(ModHost, ReplacedUiPipeHandsItsPostsOn) {
     auto oldLoop = std::make_unique<ktest::HostLoop>();
     ASSERT_TRUE(oldLoop->SetUp());
     Zpand_UiProcEvnt(0, Stall);
-    ASSERT_TRUE(WaitFor([] { return g_entered.load(); }));
+    ASSERT_TRUE(Eventually([] { return g_entered.load(); }));
     for (uintptr_t i = 1; i <= 100; ++i) Zpand_UiProcEvnt(i, Note);
     ktest::HostLoop newLoop;
     ASSERT_TRUE(newLoop.SetUp());
     for (uintptr_t i = 101; i <= 200; ++i) Zpand_UiProcEvnt(i, Note);
-    const bool all = WaitFor([] { return g_ran == 200; });
+    const bool all = Eventually([] { return g_ran == 200; });
     g_stalled = false;
     ASSERT_TRUE(all) << g_ran.load() << " ran";
     EXPECT_EQ(Misplaced(), 0u);
@@ -430,7 +431,7 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
         ASSERT_EQ(Zos_MsgSendX(own, own, t, 0, nullptr, 0), ZOK);
         ASSERT_EQ(Zos_MsgSendX(own, shared, 10 + t, 0, nullptr, 0), ZOK);
     }
-    ASSERT_TRUE(WaitFor([] { return SeenNow().size() == 6; }));
+    ASSERT_TRUE(Eventually([] { return SeenNow().size() == 6; }));
     std::vector<std::string> ownSeen, sharedSeen;
     for (const auto &s : SeenNow()) (s.rfind("OWN", 0) == 0 ? ownSeen : sharedSeen).push_back(s);
     EXPECT_EQ(ownSeen, (std::vector<std::string>{"OWN:1", "OWN:2", "OWN:3"}));
@@ -443,7 +444,7 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
     std::this_thread::sleep_for(std::chrono::milliseconds(150));
     EXPECT_EQ(SeenNow().size(), 6u);
     ASSERT_EQ(Zos_ModTaskPause(own, 1), ZOK);
-    ASSERT_TRUE(WaitFor([] { return SeenNow().size() == 7; }));
+    ASSERT_TRUE(Eventually([] { return SeenNow().size() == 7; }));
 
     uint32_t dup = 0;
     EXPECT_EQ(Zos_ModTaskStart("OWN", 3, 0, 0, 0, nullptr, nullptr, Record, &dup), ZFAILED);
@@ -615,7 +616,7 @@ TEST_F(ZosTest, SynchronousPerformFromTheTargetTaskRunsAtOnce) {
     g_selfDone = 0;
     g_selfTask = Start("SELF", 3, false, PerformOnSelf);
     ASSERT_EQ(Zos_MsgSendX(g_selfTask, g_selfTask, 1, 0, nullptr, 0), ZOK);
-    ASSERT_TRUE(WaitFor([] { return g_selfDone != 0 && g_selfDone != 1; }));
+    ASSERT_TRUE(Eventually([] { return g_selfDone != 0 && g_selfDone != 1; }));
     EXPECT_EQ(g_selfDone, 2);
 }
 
@@ -639,7 +640,7 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
 
     EXPECT_EQ(Zos_ModPubEvnt("call.up", "%d %s", -42, "hello"), ZOK);
     EXPECT_TRUE(ktest::LoggedContains("ModPubEvnt event call.up."));
-    ASSERT_TRUE(WaitFor([] {
+    ASSERT_TRUE(Eventually([] {
         std::lock_guard<std::mutex> lock(g_pubLock);
         return g_pub.size() == 3;
     }));
@@ -687,7 +688,7 @@ TEST_F(ZosTest, DeferredCallsOfAThreadedTaskRunAfterItsMessage) {
     const uint32_t t = Start("LEAVE_OWN", 3, false, LeaveThenRecord);
     ASSERT_EQ(Zos_MsgSendX(t, t, 1, 0, nullptr, 0), ZOK);
     ASSERT_EQ(Zos_MsgSendX(t, t, 2, 0, nullptr, 0), ZOK);
-    ASSERT_TRUE(WaitFor([] { return SeenNow().size() == 4; }));
+    ASSERT_TRUE(Eventually([] { return SeenNow().size() == 4; }));
     EXPECT_EQ(SeenNow(), (std::vector<std::string>{"LEAVE_OWN:1", "deferred:9:abc", "LEAVE_OWN:2",
                                                    "deferred:9:abc"}));
 }

@@ -11,7 +11,7 @@
 
 namespace {
 
-using ktest::WaitFor;
+using ktest::Eventually;
 
 // While set, a stopped cooperative task waits before it returns, so the
 // state between the stop and the return can be seen.
@@ -63,7 +63,7 @@ TEST_F(ZosTest, ModuleStopOfAPlainTaskLetsItEnd) {
     const std::string ended = "task<PLAIN_STOP:" + std::to_string(id) + "> mission complete.";
     const std::string forced = "task<UNKNOWN_TASK:" + std::to_string(id) + "> mission complete.";
     ASSERT_TRUE(
-        WaitFor([&] { return ktest::LoggedContains(ended) || ktest::LoggedContains(forced); }));
+        Eventually([&] { return ktest::LoggedContains(ended) || ktest::LoggedContains(forced); }));
     EXPECT_TRUE(ktest::LoggedContains(ended));
 }
 
@@ -76,7 +76,7 @@ TEST_F(ZosTest, TaskSpawnClampsPriorityAndGettersFallBack) {
     EXPECT_STREQ(Zos_TaskGetName(low), "T_LOW");
     EXPECT_EQ(Zos_TaskGetTaskId("T_HIGH"), high);
     EXPECT_EQ(Zos_TaskIsSpawn(low), 1u);
-    EXPECT_TRUE(WaitFor([&] { return Zos_TaskGetState(low) == ZOS_TASK_RUNNING; }));
+    EXPECT_TRUE(Eventually([&] { return Zos_TaskGetState(low) == ZOS_TASK_RUNNING; }));
     EXPECT_TRUE(ktest::LoggedContains("task<T_LOW:" + std::to_string(low) + "> spawn ok."));
     EXPECT_EQ(Zos_TaskIsCurrent(low), 0u);  // not from the test's thread
 
@@ -110,7 +110,7 @@ TEST_F(ZosTest, TaskSpawnClampsPriorityAndGettersFallBack) {
     EXPECT_EQ(Zos_TaskCease(low), ZOK);
     EXPECT_EQ(Zos_TaskGetState(low), ZOS_TASK_WAIT_DELETE);
     g_holdExit = false;
-    EXPECT_TRUE(WaitFor([&] { return Zos_TaskGetState(low) == 0; }));  // returned and released
+    EXPECT_TRUE(Eventually([&] { return Zos_TaskGetState(low) == 0; }));  // returned and released
     EXPECT_TRUE(ktest::LoggedContains("task<T_LOW:" + std::to_string(low) + "> mission complete."));
     EXPECT_EQ(Zos_TaskDelete(high), ZOK);
     EXPECT_TRUE(ktest::LoggedContains("task<T_HIGH:" + std::to_string(high) + "> delete ok."));
@@ -124,7 +124,7 @@ TEST_F(ZosTest, TaskIgnoringStopIsForcedAfter200Polls) {
     g_deletes.clear();
     uint32_t id = 0;
     ASSERT_EQ(Zos_TaskSpawn("STUBBORN", 5, 0, Stubborn, 0, &id), ZOK);
-    ASSERT_TRUE(WaitFor([&] { return Zos_TaskGetState(id) == ZOS_TASK_RUNNING; }));
+    ASSERT_TRUE(Eventually([&] { return Zos_TaskGetState(id) == ZOS_TASK_RUNNING; }));
     ZOS_OSDEP_FUNC delay = ktest::Slot(97), del = ktest::Slot(96);
     ktest::Slot(97) = reinterpret_cast<ZOS_OSDEP_FUNC>(FastDelay);
     ktest::Slot(96) = reinterpret_cast<ZOS_OSDEP_FUNC>(RecordDelete);
@@ -139,8 +139,8 @@ TEST_F(ZosTest, TaskIgnoringStopIsForcedAfter200Polls) {
     // The thread still runs; when its entry returns it finds its record
     // gone and touches nothing.
     g_release = true;
-    EXPECT_TRUE(WaitFor([] { return g_stubbornDone.load(); }));
-    EXPECT_TRUE(WaitFor([&] {
+    EXPECT_TRUE(Eventually([] { return g_stubbornDone.load(); }));
+    EXPECT_TRUE(Eventually([&] {
         return ktest::LoggedContains("task<UNKNOWN_TASK:" + std::to_string(id) +
                                      "> mission complete.");
     }));
@@ -152,7 +152,7 @@ TEST_F(ZosTest, TaskWaitDeleteLimitsAndSpawnFailure) {
     g_deletes.clear();
     uint32_t id = 0;
     ASSERT_EQ(Zos_TaskSpawn("WAITER", 5, 0, Stubborn, 0, &id), ZOK);
-    ASSERT_TRUE(WaitFor([&] { return Zos_TaskGetState(id) == ZOS_TASK_RUNNING; }));
+    ASSERT_TRUE(Eventually([&] { return Zos_TaskGetState(id) == ZOS_TASK_RUNNING; }));
     ZOS_OSDEP_FUNC delay = ktest::Slot(97), del = ktest::Slot(96);
     ktest::Slot(97) = reinterpret_cast<ZOS_OSDEP_FUNC>(FastDelay);
     ktest::Slot(96) = reinterpret_cast<ZOS_OSDEP_FUNC>(RecordDelete);
@@ -181,7 +181,7 @@ TEST_F(ZosTest, TaskWaitDeleteLimitsAndSpawnFailure) {
     ktest::Slot(95) = nullptr;
     EXPECT_EQ(Zos_TaskSpawn("NOSLOT", 2, 0, Cooperative, 0, &id), ZFAILED);
     ktest::Slot(95) = spawn;
-    EXPECT_TRUE(WaitFor([] { return g_stubbornDone.load(); }));
+    EXPECT_TRUE(Eventually([] { return g_stubbornDone.load(); }));
 }
 
 TEST_F(ZosTest, TaskTableNamesAndStatisticsOfThreadlessRecords) {

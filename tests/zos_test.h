@@ -80,12 +80,13 @@ class FailingHeap {
     ZOS_OSDEP_FUNC free_;
 };
 
-// True once pred holds, polling every millisecond for at most `limit`.
+// True once pred holds, polling every millisecond for at most `limit`;
+// at the limit, pred's last value.
 template <typename P>
-bool Eventually(P pred, std::chrono::milliseconds limit = std::chrono::milliseconds(3000)) {
+bool Eventually(P pred, std::chrono::milliseconds limit = std::chrono::milliseconds(5000)) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (!pred()) {
-        if (std::chrono::steady_clock::now() > end) return false;
+        if (std::chrono::steady_clock::now() > end) return pred();
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
