@@ -95,6 +95,8 @@ TEST(Pand, FilesAndDirectories) {
     uintptr_t f = 7;
     EXPECT_EQ(Zpand_FileOpen((dir + "/missing").c_str(), "rb", &f), ZFAILED);
     EXPECT_EQ(f, 0u);
+    EXPECT_EQ(Zpand_FileOpen(nullptr, "wb", &f) + Zpand_FileOpen(file.c_str(), nullptr, &f),
+              2 * ZFAILED);
     ASSERT_EQ(Zpand_FileOpen(file.c_str(), "wb", &f), ZOK);
     EXPECT_EQ(Zpand_FileSeek(f, 0, 9), ZFAILED);
     EXPECT_EQ(Zpand_FileClose(f), ZOK);
@@ -106,6 +108,29 @@ TEST(Pand, FilesAndDirectories) {
     EXPECT_EQ(Zpand_FileRemoveX(dir.c_str()), ZOK);
     ST_ZOS_FILE_STAT st{};
     EXPECT_EQ(Zpand_FileStat(dir.c_str(), &st), ZFAILED);
+}
+
+// The layer's lock calls check their handles before these are reached, so
+// a missing handle, or one that holds no lock, is checked here.
+TEST(Pand, LockCallsRefuseAMissingOrEmptyHandle) {
+    uintptr_t empty = 0;
+    for (uintptr_t *h : {static_cast<uintptr_t *>(nullptr), &empty}) {
+        EXPECT_EQ(Zpand_MutexLock(h) + Zpand_MutexUnlock(h) + Zpand_MutexDelete(h) +
+                      Zpand_SharexLock(h) + Zpand_SharexUnlock(h) + Zpand_SharexLockEx(h) +
+                      Zpand_SharexUnlockEx(h) + Zpand_SharexDelete(h) + Zpand_SemWait(h, 0) +
+                      Zpand_SemPost(h) + Zpand_SemDelete(h),
+                  11 * ZFAILED);
+    }
+    EXPECT_EQ(Zpand_MutexCreate(nullptr) + Zpand_SharexCreate(nullptr) +
+                  Zpand_SemCreate(nullptr, 1) + Zpand_SemCreateOne(nullptr),
+              4 * ZFAILED);
+    ZSEM sem = 0;
+    ASSERT_EQ(Zpand_SemCreate(&sem, 1), ZOK);
+    EXPECT_EQ(Zpand_SemWait(&sem, 0), ZOK);
+    EXPECT_EQ(Zpand_SemWait(&sem, 0), ZFAILED);
+    EXPECT_EQ(Zpand_SemPost(&sem), ZOK);
+    EXPECT_EQ(Zpand_SemWait(&sem, 0), ZOK);
+    EXPECT_EQ(Zpand_SemDelete(&sem), ZOK);
 }
 
 // The descriptor sets are checked through the address module
