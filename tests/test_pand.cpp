@@ -3,6 +3,7 @@
 // process without a Java virtual machine (the library's situation on any
 // host that never loads it from Java).
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -12,6 +13,7 @@
 
 #include "zos_test.h"
 #include "zpand_jni.h"
+#include "zpand_looper.h"
 
 using Clock = std::chrono::steady_clock;
 
@@ -95,8 +97,9 @@ TEST(Pand, FilesAndDirectories) {
     uintptr_t f = 7;
     EXPECT_EQ(Zpand_FileOpen((dir + "/missing").c_str(), "rb", &f), ZFAILED);
     EXPECT_EQ(f, 0u);
-    EXPECT_EQ(Zpand_FileOpen(nullptr, "wb", &f) + Zpand_FileOpen(file.c_str(), nullptr, &f),
-              2 * ZFAILED);
+    EXPECT_EQ(Zpand_FileOpen(nullptr, "wb", &f) + Zpand_FileOpen(file.c_str(), nullptr, &f) +
+                  Zpand_FileRename(nullptr, file.c_str()) + Zpand_FileRename(file.c_str(), nullptr),
+              4 * ZFAILED);
     ASSERT_EQ(Zpand_FileOpen(file.c_str(), "wb", &f), ZOK);
     EXPECT_EQ(Zpand_FileSeek(f, 0, 9), ZFAILED);
     EXPECT_EQ(Zpand_FileClose(f), ZOK);
@@ -131,6 +134,69 @@ TEST(Pand, LockCallsRefuseAMissingOrEmptyHandle) {
     EXPECT_EQ(Zpand_SemPost(&sem), ZOK);
     EXPECT_EQ(Zpand_SemWait(&sem, 0), ZOK);
     EXPECT_EQ(Zpand_SemDelete(&sem), ZOK);
+}
+
+// The host looper: the timer tests drive it through callbacks only, so its
+// other answers are checked here, on a thread of their own whose end
+// releases the looper.
+TEST(Pand, LooperReportsWakesTimeoutsCallbacksAndBareDescriptors) {
+    std::thread([] {
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_ERROR);
+        ALooper *l = ALooper_prepare(0);
+        ASSERT_NE(l, nullptr);
+        EXPECT_EQ(ALooper_prepare(0), l);
+        EXPECT_EQ(ALooper_forThread(), l);
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_TIMEOUT);
+        ALooper_wake(l);
+        EXPECT_EQ(ALooper_pollOnce(1000, nullptr, nullptr, nullptr), ALOOPER_POLL_WAKE);
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_TIMEOUT);
+
+        int p[2];
+        ASSERT_EQ(pipe(p), 0);
+        EXPECT_EQ(ALooper_addFd(l, -1, 7, ALOOPER_EVENT_INPUT, nullptr, nullptr), -1);
+        EXPECT_EQ(ALooper_addFd(nullptr, p[0], 7, ALOOPER_EVENT_INPUT, nullptr, nullptr), -1);
+        // Without a callback, a ready descriptor comes back to the caller
+        // under its identifier, as often as it stays ready.
+        int tag = 0;
+        ASSERT_EQ(ALooper_addFd(l, p[0], 7, ALOOPER_EVENT_INPUT, nullptr, &tag), 1);
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_TIMEOUT);
+        ASSERT_EQ(write(p[1], "x", 1), 1);
+        int fd = -1, events = 0;
+        void *data = nullptr;
+        EXPECT_EQ(ALooper_pollOnce(1000, &fd, &events, &data), 7);
+        EXPECT_EQ(fd, p[0]);
+        EXPECT_EQ(events, ALOOPER_EVENT_INPUT);
+        EXPECT_EQ(data, &tag);
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), 7);
+        // Added again with a callback, it runs there until the callback
+        // asks to be removed.
+        static int calls = 0;
+        ASSERT_EQ(ALooper_addFd(
+                      l, p[0], 7, ALOOPER_EVENT_INPUT,
+                      [](int, int ev, void *d) -> int {
+                          EXPECT_EQ(ev, ALOOPER_EVENT_INPUT);
+                          ++*static_cast<int *>(d);
+                          return ++calls < 2 ? 1 : 0;
+                      },
+                      &tag),
+                  1);
+        EXPECT_EQ(ALooper_pollOnce(0, &fd, &events, &data), ALOOPER_POLL_CALLBACK);
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_CALLBACK);
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_TIMEOUT);
+        EXPECT_EQ(tag, 2);
+        EXPECT_EQ(ALooper_removeFd(l, p[0]), 0);
+        EXPECT_EQ(ALooper_removeFd(nullptr, p[0]), -1);
+        close(p[0]);
+        close(p[1]);
+        // A reference taken and given back on another thread leaves the
+        // looper working.
+        ALooper_acquire(l);
+        std::thread([l] {
+            ALooper_wake(l);
+            ALooper_release(l);
+        }).join();
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_WAKE);
+    }).join();
 }
 
 // The descriptor sets are checked through the address module
