@@ -603,12 +603,12 @@ std::vector<std::string> g_pub;
 uint32_t g_pubTasks[4];
 // Notes what arrived and whether it runs on the subscriber's task (the
 // third subscriber's task is drained by MOD_MGR).
-void OnPub(const char *name, size_t data, int32_t value, const char *text) {
+void OnPub(const char *name, size_t data, int32_t value, const char *text, uint32_t last) {
     const uint32_t runner = data == 3 ? Zos_TaskGetTaskId("MOD_MGR") : g_pubTasks[data];
     const bool right = Zos_TaskIsCurrent(runner) != 0;
     std::lock_guard<std::mutex> lock(g_pubLock);
     g_pub.push_back(std::string(name) + "/" + std::to_string(data) + "/" + std::to_string(value) +
-                    "/" + text + (right ? "/on task" : "/elsewhere"));
+                    "/" + text + "/" + std::to_string(last) + (right ? "/on task" : "/elsewhere"));
 }
 }  // namespace
 
@@ -638,7 +638,10 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
     EXPECT_EQ(Zos_ModSubEvnt("x", t1, nullptr, 1), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("ModSubEvnt null parameter."));
 
-    EXPECT_EQ(Zos_ModPubEvnt("call.up", "%d %s", -42, "hello"), ZOK);
+    // The publish copies the format behind a prefix of its own. Eight
+    // characters fill that copy's block exactly (the heap rounds sizes to
+    // 4 bytes), so a copy that runs over it does not go unseen.
+    EXPECT_EQ(Zos_ModPubEvnt("call.up", "%d %s %u", -42, "hello", 7u), ZOK);
     EXPECT_TRUE(ktest::LoggedContains("ModPubEvnt event call.up."));
     ASSERT_TRUE(Eventually([] {
         std::lock_guard<std::mutex> lock(g_pubLock);
@@ -650,9 +653,9 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
         got = g_pub;
     }
     std::sort(got.begin(), got.end());
-    EXPECT_EQ(
-        got, (std::vector<std::string>{"call.up/1/-42/hello/on task", "call.up/2/-42/hello/on task",
-                                       "call.up/3/-42/hello/on task"}));
+    EXPECT_EQ(got, (std::vector<std::string>{"call.up/1/-42/hello/7/on task",
+                                             "call.up/2/-42/hello/7/on task",
+                                             "call.up/3/-42/hello/7/on task"}));
     EXPECT_EQ(Zos_ModPubEvnt("nobody", "%d", 1), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("ModPubEvnt no subscriber nobody."));
     // Unsubscribing the last subscriber removes the entry.
