@@ -94,6 +94,9 @@ TEST_F(ZosTest, DirectoriesAndEmptySlots) {
     const std::string sub = dir + "/sub";
     EXPECT_EQ(Zfile_DirMake(sub.c_str()), ZOK);
     EXPECT_EQ(Zfile_DirMake(sub.c_str()), ZFAILED);  // exists
+    ktest::ClearLogged();
+    EXPECT_EQ(Zfile_DirMake(nullptr), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DirMake null parameter(s)."));
     EXPECT_EQ(Zfile_SaveSafe((dir + "/x").c_str(), "1", 1), ZOK);
     EXPECT_EQ(Zfile_SaveSafe((dir + "/y").c_str(), nullptr, 0), ZOK);  // an empty file
 

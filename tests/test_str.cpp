@@ -177,6 +177,11 @@ TEST(Str, CopiesCaseAndPredicates) {
     EXPECT_EQ(Zos_NStrNCpy(b, sizeof b, "abcdef", 2), ZOK);
     EXPECT_STREQ(b, "ab");
     const ST_ZOS_SSTR empty = {nullptr, 5}, xy = {const_cast<char *>("xyz"), 2};
+    // No room, or no target, is refused before anything is written.
+    EXPECT_EQ(Zos_NStrNCpy(b, 0, "abcdef", 2) + Zos_NStrNCpy(nullptr, 8, "abcdef", 2) +
+                  Zos_NStrXCpy(b, 0, &xy) + Zos_NStrXCpy(nullptr, 8, &xy),
+              4 * ZFAILED);
+    EXPECT_STREQ(b, "ab");
     EXPECT_EQ(Zos_NStrXCpy(b, sizeof b, &empty), ZOK);
     EXPECT_STREQ(b, "");
     EXPECT_EQ(Zos_NStrUXCpy(nullptr, 0, &empty), ZOK);
