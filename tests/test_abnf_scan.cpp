@@ -76,17 +76,19 @@ TEST_F(ZosTest, AbnfSaveRestoreMove) {
     ASSERT_EQ(Abnf_GetChr(&d.msg, &c), ZOK);
     EXPECT_EQ(c, '0');
     EXPECT_EQ(d.msg.ucStopChr, '1');
-    Abnf_SaveBufState(&d.msg, &save);
+    EXPECT_EQ(Abnf_SaveBufState(&d.msg, &save), ZOK);
     Abnf_GetChr(&d.msg, &c);
     Abnf_GetChr(&d.msg, &c);
     EXPECT_EQ(c, '2');
-    Abnf_RestoreBufState(&d.msg, &save);
+    EXPECT_EQ(Abnf_RestoreBufState(&d.msg, &save), ZOK);
     Abnf_GetChr(&d.msg, &c);
     EXPECT_EQ(c, '1');
     // The record's own saved state when none is given.
-    Abnf_SaveBufState(&d.msg, nullptr);
+    EXPECT_EQ(Abnf_SaveBufState(&d.msg, nullptr), ZOK);
     Abnf_GetChr(&d.msg, &c);
-    Abnf_RestoreBufState(&d.msg, nullptr);
+    EXPECT_EQ(Abnf_RestoreBufState(&d.msg, nullptr), ZOK);
+    EXPECT_EQ(Abnf_SaveBufState(nullptr, &save) + Abnf_RestoreBufState(nullptr, &save),
+              2 * ZFAILED);
     Abnf_GetChr(&d.msg, &c);
     EXPECT_EQ(c, '2');
 

@@ -112,6 +112,9 @@ TEST_F(ZosTest, DirectoriesAndEmptySlots) {
     EXPECT_EQ(Zfile_DirRemove(sub.c_str()), ZOK);
     EXPECT_EQ(Zfile_DirOpen(sub.c_str(), &d), ZFAILED);
     EXPECT_EQ(d, 0u);
+    ktest::ClearLogged();
+    EXPECT_EQ(Zfile_DirClose(d), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DirClose invalid id."));
 
     // An empty platform slot is a failure, never a crash.
     ktest::ClearLogged();
