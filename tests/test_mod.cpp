@@ -669,6 +669,21 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
     EXPECT_EQ(Zos_ModSubEvnt("left.over", t1, Fn(OnPub), 1), ZOK);
 }
 
+// The hub taken down before shut-down: its subscriptions go with it, and a
+// second take-down (shut-down makes one more) finds nothing to delete.
+TEST_F(ZosTest, EventHubTakenDownEarlyRefusesQuietly) {
+    const uint32_t t = Start("HUBDOWN", 3, false);
+    ASSERT_EQ(Zos_ModSubEvnt("early", t, Fn(OnPub), 1), ZOK);
+    Zos_ModEhDestroy();
+    ktest::ClearLogged();
+    Zos_ModEhDestroy();
+    EXPECT_EQ(Zos_ModEhFindEntry("early"), nullptr);
+    EXPECT_EQ(Zos_ModEhSub("early", t, Fn(OnPub), 1), ZFAILED);
+    EXPECT_EQ(Zos_ModPubEvnt("early", "%d", 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModPubEvnt no subscriber early."));
+    EXPECT_FALSE(ktest::LoggedContains("invalid id"));
+}
+
 TEST_F(ModHost, StopNotificationThroughTheSharedQueue) {
     const uint32_t a = Start("NOTIFIED", 3, true);
     Zos_MsgSendX(a, a, 1, 0, nullptr, 0);
