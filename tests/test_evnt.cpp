@@ -81,7 +81,7 @@ TEST_F(EvntTest, ParameterIsNeverOverwrittenAndChainsKeepOrder) {
     EXPECT_EQ(Zos_EParmErase(evt_, 0), ZFAILED);
     EXPECT_EQ(Zos_EParmGetInt(evt_, 14), -14);
     ST_ZOS_EPARM stray{};
-    EXPECT_EQ(Zos_EParmRmv(evt_, &stray), ZFAILED);
+    EXPECT_EQ(Zos_EParmRmv(evt_, &stray) + Zos_EParmRmv(evt_, nullptr), 2 * ZFAILED);
     ST_ZOS_EPARM *added = nullptr;
     ASSERT_EQ(Zos_EParmAdd(evt_, 0, &added), ZOK);
     EXPECT_EQ(seven->pstNext->pstNext, added);
@@ -169,6 +169,11 @@ TEST_F(EvntTest, MemoryAndElementDataCopyOrBorrow) {
     EXPECT_EQ(Zos_EParmGetElemDbuf(evt_), nullptr);
     ASSERT_EQ(Zos_EParmSetElemDbuf(evt_, db), ZOK);
     EXPECT_EQ(Zos_DbufRefCnt(db), 2u);
+    ASSERT_EQ(Zos_EParmSetElemDbuf(evt_, db), ZOK);  // the same one again: no release
+    EXPECT_EQ(Zos_DbufRefCnt(db), 2u);
+    // Another buffer in its place releases the slot's reference to it.
+    ASSERT_EQ(Zos_EParmSetElemDbuf(evt_, Zos_DbufCreate(nullptr, 1, 64)), ZOK);
+    EXPECT_EQ(Zos_DbufRefCnt(db), 1u);
     Zos_EvntDelete(evt_);
     evt_ = nullptr;
     EXPECT_EQ(Zos_DbufRefCnt(db), 1u);

@@ -107,6 +107,9 @@ TEST_F(ZosTest, MsgInsideEventSharesItsArena) {
     EXPECT_TRUE(ktest::LoggedContains("MsgCreateE alloc mem."));
     EXPECT_EQ(Zos_MsgCreateED(nullptr, 1, 2, 3, 0, nullptr, 0), nullptr);
     EXPECT_TRUE(ktest::LoggedContains("MsgCreateED alloc mem."));
+    // The sends built on them fail with their constructor.
+    EXPECT_EQ(Zos_MsgSendE(e, 1, 2, 3) + Zos_MsgSendED(nullptr, 1, 2, 3, 0, nullptr, 0),
+              2 * ZFAILED);
 }
 
 // An arena that outlives the events and messages made in it gets their
