@@ -218,6 +218,45 @@ TEST_F(SmsPduTest, SemiOctetsAndFillers) {
     EXPECT_EQ(_PDU_pduBcdToChar(15), -1);
 }
 
+// The user data behind TP-UDL and the optional header: where it starts,
+// what is left, and how long it is in septets (header septets taken off)
+// or in bytes (all that is left).
+TEST_F(SmsPduTest, UserDataAndHeaderLocated) {
+    PduBuf buf;
+    PduUserData ud;
+    const auto decode = [&](const char *hex, int32_t udhi, int32_t septets) {
+        const Bytes in = FromHex(hex);
+        EXPECT_EQ(_PDU_pduInitDecode(&buf, in.data(), static_cast<uint32_t>(in.size())), 0);
+        std::memset(&ud, 0xAA, sizeof ud);  // what an earlier use left
+        return _PDU_pduDecodeUserDataAndHeader(&buf, udhi, septets, &ud);
+    };
+    const auto cleared = [&] {
+        return ud.auiReserved[0] == 0 && ud.auiReserved[1] == 0 && ud.auiReserved[2] == 0;
+    };
+    // 10 septets behind a 5-byte header, which takes 7 septets with its length byte.
+    EXPECT_EQ(decode("0A0500032A0201C8341A", 1, 1), 10);
+    EXPECT_EQ(ud.pucData, buf.pucStart + 7);
+    EXPECT_EQ(ud.uiRemaining, 3u);
+    EXPECT_EQ(ud.uiDataLen, 3u);
+    EXPECT_TRUE(cleared());
+    EXPECT_EQ(decode("03414243", 0, 0), 4);  // 8-bit data: every byte left
+    EXPECT_EQ(ud.pucData, buf.pucStart + 1);
+    EXPECT_EQ(ud.uiDataLen, 3u);
+    EXPECT_TRUE(cleared());
+    // A header and nothing after it: no bytes left reads as all ones.
+    EXPECT_EQ(decode("020100", 1, 1), 3);
+    EXPECT_EQ(ud.uiRemaining, 0xFFFFFFFFu);
+    EXPECT_EQ(ud.uiDataLen, 0u);
+    // A header longer than the input fails, with the record cleared.
+    EXPECT_EQ(decode("050900", 1, 1), -1);
+    EXPECT_EQ(ud.pucData, nullptr);
+    EXPECT_TRUE(cleared());
+    EXPECT_EQ(_PDU_pduDecodeUserDataAndHeader(nullptr, 0, 0, &ud) +
+                  _PDU_pduDecodeUserDataAndHeader(&buf, 0, 0, nullptr),
+              -2);
+    _PDU_pduInitUserData(nullptr);  // nothing to clear
+}
+
 TEST_F(SmsPduTest, BufferNeverPassesItsEnd) {
     PduBuf buf;
     std::vector<uint8_t> big(PDU_BUF_SIZE + 1, 0x11);

@@ -78,6 +78,12 @@ TEST_F(ZosTest, TaskSpawnClampsPriorityAndGettersFallBack) {
     EXPECT_EQ(Zos_TaskIsSpawn(low), 1u);
     EXPECT_TRUE(Eventually([&] { return Zos_TaskGetState(low) == ZOS_TASK_RUNNING; }));
     EXPECT_TRUE(ktest::LoggedContains("task<T_LOW:" + std::to_string(low) + "> spawn ok."));
+    // The thread function runs a task only from the task's own start block.
+    // (A copy asks to stop at once, so an entry wrongly run on it returns.)
+    ST_ZOS_TASK_START unknown{ZOS_INVALID_ID, 0}, copy{low, ZOS_TASK_WAIT_DELETE};
+    EXPECT_EQ(Zos_TaskEntry(nullptr), ZFAILED);
+    EXPECT_EQ(Zos_TaskEntry(&unknown), ZFAILED);
+    EXPECT_EQ(Zos_TaskEntry(&copy), ZFAILED);
     EXPECT_EQ(Zos_TaskIsCurrent(low), 0u);  // not from the test's thread
 
     // A spawned task has a thread of its own: its statistics stay 0.
