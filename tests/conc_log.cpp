@@ -84,6 +84,59 @@ TEST_F(ZosTest, ThreadsShareOneLogWithARotatingFile) {
 }
 
 namespace {
+// Two watchers, each given its own user word: a watcher called with the
+// other's word saw a torn pair.
+std::atomic<int> g_pairCalls{0};
+std::atomic<int> g_tornPairs{0};
+int g_userA = 0, g_userB = 0;
+void WatchA(void *user, uint32_t, const char *) {
+    g_pairCalls.fetch_add(1, std::memory_order_relaxed);
+    if (user != &g_userA) g_tornPairs.fetch_add(1, std::memory_order_relaxed);
+}
+void WatchB(void *user, uint32_t, const char *) {
+    g_pairCalls.fetch_add(1, std::memory_order_relaxed);
+    if (user != &g_userB) g_tornPairs.fetch_add(1, std::memory_order_relaxed);
+}
+}  // namespace
+
+// A redirected log's lines are shown by the target, but still reach the
+// redirected log's own watcher, which another thread keeps replacing: the
+// watcher and its word are read together, under the log's lock.
+TEST_F(ZosTest, RedirectedLogReadsItsWatcherUnderItsLock) {
+    ZLOGID src = Zos_LogCreateX("SRC", nullptr, ZOS_LOG_FLAG_MUTEX, ZOS_LOG_LEVEL_ALL, 4096);
+    ZLOGID dst = Zos_LogCreateX("DST", nullptr, ZOS_LOG_FLAG_MUTEX, ZOS_LOG_LEVEL_ALL, 4096);
+    ASSERT_NE(src, nullptr);
+    ASSERT_NE(dst, nullptr);
+    ASSERT_EQ(Zos_LogRedirect(src, dst), ZOK);
+    ASSERT_EQ(Zos_LogSetWatcher(src, WatchA, &g_userA), ZOK);
+    g_pairCalls = 0;
+    g_tornPairs = 0;
+    constexpr int kWriters = 2, kLines = 2000;
+    std::atomic<int> writing{kWriters};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kWriters; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < kLines; ++i) Zos_LogInfo(src, "line %d", i);
+            writing.fetch_sub(1);
+        });
+    }
+    threads.emplace_back([&] {
+        for (int i = 0; writing.load() != 0; ++i) {
+            if (i % 2 == 0) {
+                Zos_LogSetWatcher(src, WatchB, &g_userB);
+            } else {
+                Zos_LogSetWatcher(src, WatchA, &g_userA);
+            }
+        }
+    });
+    for (std::thread &th : threads) th.join();
+    EXPECT_EQ(g_pairCalls.load(), kWriters * kLines);
+    EXPECT_EQ(g_tornPairs.load(), 0);
+    EXPECT_EQ(Zos_LogDelete(src), ZOK);
+    EXPECT_EQ(Zos_LogDelete(dst), ZOK);
+}
+
+namespace {
 std::atomic<bool> g_inWatcher{false};
 std::atomic<bool> g_lineDone{false};
 // Holds the test's line up long enough for shut-down to reach the logs and
