@@ -446,41 +446,45 @@ TEST_F(TimerTest, OsManagerArmsForTheSoonestExpiryOnly) {
     Zpand_TimerSetStop(nullptr);
 }
 
-// The host timer's own calls, on a thread with its own looper: a zero
-// length still runs once, a run is one-shot, and a stop drops a pending run.
+// The host timer's own calls, on this thread's looper (the layer's
+// user-interface looper, when a start-up on this thread has named it): a
+// zero length still runs once, a run is one-shot, and a stop drops a
+// pending run.
+std::atomic<int> g_hostRuns{0};
+void CountHostRun(uint32_t) {
+    ++g_hostRuns;
+}
+void PollFor(std::chrono::milliseconds span) {
+    const auto end = std::chrono::steady_clock::now() + span;
+    while (std::chrono::steady_clock::now() < end) ALooper_pollOnce(5, nullptr, nullptr, nullptr);
+}
+
 TEST(TimerBridge, HostTimerRunsOnceAndNotAfterAStop) {
-    std::thread([] {
-        static std::atomic<int> runs{0};
-        const PFN_ZPAND_TIMER_CB count = [](uint32_t) { ++runs; };
-        EXPECT_EQ(Zpand_HostTimerStart(0, count) + Zpand_HostTimerStop(), 2 * ZFAILED);
-        ASSERT_NE(ALooper_prepare(0), nullptr);
-        ASSERT_EQ(Zpand_HostTimerInit(), ZOK);
-        EXPECT_EQ(Zpand_HostTimerInit(), ZOK);
-        const auto pollFor = [](std::chrono::milliseconds span) {
-            const auto end = std::chrono::steady_clock::now() + span;
-            while (std::chrono::steady_clock::now() < end)
-                ALooper_pollOnce(5, nullptr, nullptr, nullptr);
-        };
-        ASSERT_EQ(Zpand_HostTimerStart(0, count), ZOK);
-        for (int i = 0; i < 200 && runs == 0; ++i) ALooper_pollOnce(5, nullptr, nullptr, nullptr);
-        EXPECT_EQ(runs, 1) << "a zero length runs at once";
-        pollFor(50ms);
-        EXPECT_EQ(runs, 1) << "one run per start";
-        ASSERT_EQ(Zpand_HostTimerStart(20, count), ZOK);
-        std::this_thread::sleep_for(40ms);  // expired, not yet polled
-        ASSERT_EQ(Zpand_HostTimerStop(), ZOK);
-        pollFor(50ms);
-        EXPECT_EQ(runs, 1) << "a stopped timer does not call back";
-        const auto t0 = std::chrono::steady_clock::now();
-        ASSERT_EQ(Zpand_HostTimerStart(30, count), ZOK);
-        while (runs == 1 && std::chrono::steady_clock::now() - t0 < 2s) {
-            ALooper_pollOnce(5, nullptr, nullptr, nullptr);
-        }
-        EXPECT_EQ(runs, 2);
-        EXPECT_GE(std::chrono::steady_clock::now() - t0, 30ms);
-        EXPECT_EQ(Zpand_HostTimerDestroy(), ZOK);
-        EXPECT_EQ(Zpand_HostTimerStart(0, count), ZFAILED);
-    }).join();
+    g_hostRuns = 0;
+    EXPECT_EQ(Zpand_HostTimerDestroy(), ZOK);  // nothing to take down
+    EXPECT_EQ(Zpand_HostTimerStart(0, CountHostRun) + Zpand_HostTimerStop(), 2 * ZFAILED);
+    ASSERT_NE(ALooper_prepare(0), nullptr);
+    ASSERT_EQ(Zpand_HostTimerInit(), ZOK);
+    EXPECT_EQ(Zpand_HostTimerInit(), ZOK);
+    ASSERT_EQ(Zpand_HostTimerStart(0, CountHostRun), ZOK);
+    for (int i = 0; i < 200 && g_hostRuns == 0; ++i) ALooper_pollOnce(5, nullptr, nullptr, nullptr);
+    EXPECT_EQ(g_hostRuns, 1) << "a zero length runs at once";
+    PollFor(50ms);
+    EXPECT_EQ(g_hostRuns, 1) << "one run per start";
+    ASSERT_EQ(Zpand_HostTimerStart(20, CountHostRun), ZOK);
+    std::this_thread::sleep_for(40ms);  // expired, not yet polled
+    ASSERT_EQ(Zpand_HostTimerStop(), ZOK);
+    PollFor(50ms);
+    EXPECT_EQ(g_hostRuns, 1) << "a stopped timer does not call back";
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_EQ(Zpand_HostTimerStart(30, CountHostRun), ZOK);
+    while (g_hostRuns == 1 && std::chrono::steady_clock::now() - t0 < 2s) {
+        ALooper_pollOnce(5, nullptr, nullptr, nullptr);
+    }
+    EXPECT_EQ(g_hostRuns, 2);
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, 30ms);
+    EXPECT_EQ(Zpand_HostTimerDestroy(), ZOK);
+    EXPECT_EQ(Zpand_HostTimerStart(0, CountHostRun), ZFAILED);
 }
 
 // The host timer: a timerfd on this thread's looper. (The slots without a
