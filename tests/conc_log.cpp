@@ -89,13 +89,10 @@ namespace {
 std::atomic<int> g_pairCalls{0};
 std::atomic<int> g_tornPairs{0};
 int g_userA = 0, g_userB = 0;
-void WatchA(void *user, uint32_t, const char *) {
+template <int *Mine>
+void Watch(void *user, uint32_t, const char *) {
     g_pairCalls.fetch_add(1, std::memory_order_relaxed);
-    if (user != &g_userA) g_tornPairs.fetch_add(1, std::memory_order_relaxed);
-}
-void WatchB(void *user, uint32_t, const char *) {
-    g_pairCalls.fetch_add(1, std::memory_order_relaxed);
-    if (user != &g_userB) g_tornPairs.fetch_add(1, std::memory_order_relaxed);
+    if (user != Mine) g_tornPairs.fetch_add(1, std::memory_order_relaxed);
 }
 }  // namespace
 
@@ -108,7 +105,7 @@ TEST_F(ZosTest, RedirectedLogReadsItsWatcherUnderItsLock) {
     ASSERT_NE(src, nullptr);
     ASSERT_NE(dst, nullptr);
     ASSERT_EQ(Zos_LogRedirect(src, dst), ZOK);
-    ASSERT_EQ(Zos_LogSetWatcher(src, WatchA, &g_userA), ZOK);
+    ASSERT_EQ(Zos_LogSetWatcher(src, Watch<&g_userA>, &g_userA), ZOK);
     g_pairCalls = 0;
     g_tornPairs = 0;
     constexpr int kWriters = 2, kLines = 2000;
@@ -123,9 +120,9 @@ TEST_F(ZosTest, RedirectedLogReadsItsWatcherUnderItsLock) {
     threads.emplace_back([&] {
         for (int i = 0; writing.load() != 0; ++i) {
             if (i % 2 == 0) {
-                Zos_LogSetWatcher(src, WatchB, &g_userB);
+                Zos_LogSetWatcher(src, Watch<&g_userB>, &g_userB);
             } else {
-                Zos_LogSetWatcher(src, WatchA, &g_userA);
+                Zos_LogSetWatcher(src, Watch<&g_userA>, &g_userA);
             }
         }
     });

@@ -170,14 +170,11 @@ TEST(Pand, LooperReportsWakesTimeoutsCallbacksAndBareDescriptors) {
         EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), 7);
         // Added again with a callback, it runs there until the callback
         // asks to be removed.
-        static int calls;
-        calls = 0;
         ASSERT_EQ(ALooper_addFd(
                       l, p[0], 7, ALOOPER_EVENT_INPUT,
                       [](int, int ev, void *d) -> int {
                           EXPECT_EQ(ev, ALOOPER_EVENT_INPUT);
-                          ++*static_cast<int *>(d);
-                          return ++calls < 2 ? 1 : 0;
+                          return ++*static_cast<int *>(d) < 2 ? 1 : 0;
                       },
                       &tag),
                   1);

@@ -450,13 +450,20 @@ TEST_F(TimerTest, OsManagerArmsForTheSoonestExpiryOnly) {
 // user-interface looper, when a start-up on this thread has named it): a
 // zero length still runs once, a run is one-shot, and a stop drops a
 // pending run.
+// Runs this thread's looper until done() holds or the limit passes; done()'s
+// last value.
+template <typename P>
+bool PollUntil(P done, std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!done() && std::chrono::steady_clock::now() < end) {
+        ALooper_pollOnce(5, nullptr, nullptr, nullptr);
+    }
+    return done();
+}
+constexpr auto kNever = [] { return false; };
 std::atomic<int> g_hostRuns{0};
 void CountHostRun(uint32_t) {
     ++g_hostRuns;
-}
-void PollFor(std::chrono::milliseconds span) {
-    const auto end = std::chrono::steady_clock::now() + span;
-    while (std::chrono::steady_clock::now() < end) ALooper_pollOnce(5, nullptr, nullptr, nullptr);
 }
 
 TEST(TimerBridge, HostTimerRunsOnceAndNotAfterAStop) {
@@ -467,20 +474,18 @@ TEST(TimerBridge, HostTimerRunsOnceAndNotAfterAStop) {
     ASSERT_EQ(Zpand_HostTimerInit(), ZOK);
     EXPECT_EQ(Zpand_HostTimerInit(), ZOK);
     ASSERT_EQ(Zpand_HostTimerStart(0, CountHostRun), ZOK);
-    for (int i = 0; i < 200 && g_hostRuns == 0; ++i) ALooper_pollOnce(5, nullptr, nullptr, nullptr);
+    PollUntil([] { return g_hostRuns != 0; }, 1s);
     EXPECT_EQ(g_hostRuns, 1) << "a zero length runs at once";
-    PollFor(50ms);
+    PollUntil(kNever, 50ms);
     EXPECT_EQ(g_hostRuns, 1) << "one run per start";
     ASSERT_EQ(Zpand_HostTimerStart(20, CountHostRun), ZOK);
     std::this_thread::sleep_for(40ms);  // expired, not yet polled
     ASSERT_EQ(Zpand_HostTimerStop(), ZOK);
-    PollFor(50ms);
+    PollUntil(kNever, 50ms);
     EXPECT_EQ(g_hostRuns, 1) << "a stopped timer does not call back";
     const auto t0 = std::chrono::steady_clock::now();
     ASSERT_EQ(Zpand_HostTimerStart(30, CountHostRun), ZOK);
-    while (g_hostRuns == 1 && std::chrono::steady_clock::now() - t0 < 2s) {
-        ALooper_pollOnce(5, nullptr, nullptr, nullptr);
-    }
+    PollUntil([] { return g_hostRuns != 1; }, 2s);
     EXPECT_EQ(g_hostRuns, 2);
     EXPECT_GE(std::chrono::steady_clock::now() - t0, 30ms);
     EXPECT_EQ(Zpand_HostTimerDestroy(), ZOK);
@@ -503,9 +508,7 @@ TEST(TimerBridge, HostTimerOnLooper) {
     const auto t0 = std::chrono::steady_clock::now();
     ASSERT_EQ(Zos_TimerOsStart(a, 0, 30, 0, Record), ZOK);
     ASSERT_EQ(Zos_TimerOsStart(b, 0, 200, 0, Record), ZOK);
-    while (FiredCount() < 4 && std::chrono::steady_clock::now() - t0 < 3s) {
-        ALooper_pollOnce(100, nullptr, nullptr, nullptr);
-    }
+    PollUntil([] { return FiredCount() >= 4; }, 3s);
     const auto fired = Fired();
     ASSERT_GE(fired.size(), 4u);
     EXPECT_EQ(fired[0].first, a);
@@ -599,11 +602,12 @@ TEST(TimerHostLoop, OsTimeoutReachesHostDrivenTask) {
     ASSERT_EQ(Zos_TimerOsCreate(task, ZOS_TIMER_FLAG_PERIOD, &t), ZOK);
     ASSERT_EQ(Zos_TimerOsStart(t, 3, 30, 5, nullptr), ZOK);
     std::vector<Got> got;
-    const auto end = std::chrono::steady_clock::now() + 3s;
-    while (got.size() < 3 && std::chrono::steady_clock::now() < end) {
-        ALooper_pollOnce(50, nullptr, nullptr, nullptr);
-        for (const Got &g : TakeGot()) got.push_back(g);
-    }
+    PollUntil(
+        [&] {
+            for (const Got &g : TakeGot()) got.push_back(g);
+            return got.size() >= 3;
+        },
+        3s);
     ASSERT_GE(got.size(), 3u);
     for (const Got &g : got) {
         EXPECT_EQ(g.msgType, ZOS_TIMER_MSG_TYPE);
