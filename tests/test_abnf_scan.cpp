@@ -417,10 +417,12 @@ TEST_F(ZosTest, AbnfErrorReport) {
     EXPECT_EQ(text, ktest::Golden("abnf_report.txt"));
 
     // Context windows of at most 62 bytes, starting at most 10 bytes before
-    // the error, at the start, middle and end of a text.
+    // the error, at the first byte, near the start, middle and end of a text.
     std::string t;
     for (int i = 0; i < 100; i++) t += char('A' + i % 26);
     AbnfDec w(0, t);
+    const std::string first = Report(w, 0, 16);
+    EXPECT_NE(first.find("    \"" + t.substr(0, 62) + "\"\r\n     ^\r\n"), std::string::npos);
     const std::string start = Report(w, 3, 16);
     EXPECT_NE(start.find("    \"" + t.substr(0, 62) + "\"\r\n        ^\r\n"), std::string::npos);
     const std::string mid = Report(w, 50, 16);

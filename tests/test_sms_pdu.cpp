@@ -170,6 +170,10 @@ TEST_F(SmsPduTest, Ucs2ToUtf8) {
                  "A");
     EXPECT_EQ(pdu_utf16_to_utf8(ucs2.data(), 10, out, 7), 6) << "stops beyond size - 4";
     EXPECT_STREQ(out, "\xE4\xB8\xAD\xE5\x85\xB4");
+    // The one-, two- and three-byte forms at their edges.
+    const Bytes edges = FromHex("007F008007FF0800");
+    EXPECT_EQ(pdu_utf16_to_utf8(edges.data(), 8, out, sizeof(out)), 8);
+    EXPECT_STREQ(out, "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80");
     EXPECT_EQ(pdu_utf16_to_utf8(ucs2.data(), 1, out, sizeof(out)), 0);
     EXPECT_EQ(pdu_utf16_to_utf8(ucs2.data(), 10, out, 3), 0);
     const Bytes stop = FromHex("0041FFFF0042");
