@@ -1,7 +1,8 @@
 // Module manager: host-driven drives (one message per drive request),
-// priorities and arrival order, posting failures, deferred calls, control
-// messages, performs with every argument kind on the caller's word layout,
-// the event hub and shut-down with messages still queued.
+// priorities and arrival order, the event sends, posting failures, deferred
+// calls, control messages, performs with every argument kind on the
+// caller's word layout, the event hub and shut-down with messages still
+// queued.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -188,6 +189,36 @@ TEST_F(ModHost, PrioritiesFirstThenArrivalOrder) {
     for (int i = 0; i < 5; ++i) Zos_ModDriveMsg();
     EXPECT_EQ(SeenNow(),
               (std::vector<std::string>{"URGENT:4", "EQ_A:5", "EQ_A:1", "EQ_B:2", "EQ_A:3"}));
+}
+
+// The event sends: the handler gets the event, the object word and the
+// data, and the priority forms go ahead of the task's own priority.
+int32_t RecordEvent(void *msg) {
+    const ZEVNT e = Zos_MsgGetEvntId(msg);
+    const auto *data = static_cast<const char *>(Zos_MsgGetData(msg));
+    Seen(std::to_string(Zos_MsgGetType(msg)) + ":" + std::to_string(Zos_MsgGetObject(msg)) + ":" +
+         (data != nullptr ? std::string(data, Zos_MsgGetDataLen(msg)) : "") + ":" +
+         (e != nullptr ? Zos_EParmGetStr(e, 1) : "no event"));
+    return 0;
+}
+
+TEST_F(ModHost, EventSendsCarryTheEventObjectAndData) {
+    const uint32_t a = Start("EVT_A", 3, true, RecordEvent);
+    ktest::ClearLogged();
+    auto event = [](const char *text) {
+        ZEVNT e = Zos_EvntCreate();
+        EXPECT_EQ(Zos_EParmSetStr(e, 1, text), ZOK);
+        return e;
+    };
+    ASSERT_EQ(Zos_MsgSendE(event("e"), a, a, 1), ZOK);
+    ASSERT_EQ(Zos_MsgSendED(event("ed"), a, a, 2, 0x55, "xy", 2), ZOK);
+    ASSERT_EQ(Zos_MsgSendEP(event("ep"), a, a, 3, 1), ZOK);
+    ASSERT_EQ(Zos_MsgSendEDP(event("edp"), a, a, 4, 0x66, "z", 1, 2), ZOK);
+    EXPECT_EQ(g_driveRequests, 4u);
+    for (int i = 0; i < 4; ++i) Zos_ModDriveMsg();
+    EXPECT_EQ(SeenNow(),
+              (std::vector<std::string>{"3:0::ep", "4:102:z:edp", "1:0::e", "2:85:xy:ed"}));
+    EXPECT_TRUE(ktest::Logged().empty());
 }
 
 TEST_F(ModHost, PostFailuresLeaveNothingQueued) {
