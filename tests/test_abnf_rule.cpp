@@ -324,6 +324,15 @@ TEST_F(ZosTest, AbnfEncoders) {
     EXPECT_EQ(Abnf_AddPairSStr(&e.msg, '"', nullptr), ZFAILED);
     EXPECT_EQ(e.err.usErrCode, ABNF_ERR_NULL_STR);
     EXPECT_TRUE(ktest::LoggedContains("AbnfAddPairSStr null string."));
+    // Without a message every adder refuses.
+    const uint32_t refused[] = {
+        Abnf_AddPstChr(nullptr, 'a'),     Abnf_AddPstStr(nullptr, "a"),
+        Abnf_AddPstStrN(nullptr, "a", 1), Abnf_AddPstSStr(nullptr, &s),
+        Abnf_AddPstLSStr(nullptr, &s),    Abnf_AddPairSStr(nullptr, '"', &s),
+        Abnf_AddUiDigit(nullptr, 1),      Abnf_AddUsDigit(nullptr, 1),
+        Abnf_AddUcDigit(nullptr, 1),      Abnf_AddXUiDigit(nullptr, 1),
+        Abnf_AddQval(nullptr, 1),         Abnf_AddTkn(nullptr, tbl, 3, 1)};
+    for (size_t i = 0; i < std::size(refused); ++i) EXPECT_EQ(refused[i], ZFAILED) << i;
 
     // A memory buffer refuses appends: code 23 and the messages in order
     // (the inner append's first).

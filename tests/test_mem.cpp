@@ -124,6 +124,17 @@ TEST_P(MemModeTest, SizeBoundsOfTheEntryPoints) {
     Zos_Free(g);
 }
 
+// A second start of the memory layer keeps the heap or pool it has: a
+// block taken before goes back without complaint.
+TEST_P(MemModeTest, SecondStartKeepsWhatItHas) {
+    void *before = Zos_Malloc(40);
+    ASSERT_NE(before, nullptr);
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_MemInit(), ZOK);
+    Zos_Free(before);
+    EXPECT_TRUE(ktest::Logged().empty());
+}
+
 TEST_P(MemModeTest, SystemStrings) {
     EXPECT_EQ(Zos_SysStrAlloc(""), nullptr);
     EXPECT_EQ(Zos_SysStrAlloc(nullptr), nullptr);

@@ -71,7 +71,19 @@ TEST_F(ZbaseX, ResultsInArenaAndSystemStrings) {
     EXPECT_EQ(Run(Zbase64_DecodeX, Run(B64Url, data, arena_), arena_), data);
     EXPECT_EQ(Run(Zbase32_DecodeX, Run(Zbase32_EncodeX, data, nullptr), nullptr), data);
     EXPECT_EQ(Run(Zbase16_DecodeX, Run(Zbase16_EncodeX, data, arena_), nullptr), data);
+    // A missing out argument refuses the call before anything is written.
+    char *text = nullptr;
+    uint32_t len = 7;
     EXPECT_EQ(Zbase64_DecodeXX(arena_, "Zg==", 4, nullptr, nullptr), ZFAILED);
+    EXPECT_EQ(Zbase64_DecodeXX(arena_, "Zg==", 4, &text, nullptr), ZFAILED);
+    EXPECT_EQ(Zbase64_DecodeXX(arena_, "Zg==", 4, nullptr, &len), ZFAILED);
+    EXPECT_EQ(len, 7u);
+    const ST_ZOS_SSTR in{const_cast<char *>("666F"), 4};
+    for (auto fn :
+         {Zbase64_DecodeX, Zbase32_EncodeX, Zbase32_DecodeX, Zbase16_EncodeX, Zbase16_DecodeX}) {
+        EXPECT_EQ(fn(arena_, &in, nullptr), ZFAILED);
+    }
+    EXPECT_EQ(Zbase64_EncodeX(arena_, &in, 0, nullptr), ZFAILED);
 }
 
 TEST_F(ZbaseX, FailuresClearLogAndKeepNothing) {
