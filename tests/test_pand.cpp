@@ -199,6 +199,30 @@ TEST(Pand, LooperReportsWakesTimeoutsCallbacksAndBareDescriptors) {
 
 // The descriptor sets are checked through the address module
 // (test_inet.cpp), which refuses negative descriptors before these do.
+// The host facts the UUID node is drawn from.
+TEST(Pand, HostFactsAndTheirRefusals) {
+    ST_ZPAND_SYS_INFO info;
+    std::memset(&info, 0xA5, sizeof(info));
+    ASSERT_EQ(Zpand_GetSysInfo(&info), ZOK);
+    EXPECT_GT(info.uiTotalRam, 0u);
+    EXPECT_LE(info.uiFreeRam, info.uiTotalRam);
+    EXPECT_GT(info.uiProcs, 0u);
+    EXPECT_GT(info.uiMemUnit, 0u);
+    EXPECT_EQ(Zpand_GetSysInfo(nullptr), ZFAILED);
+
+    char want[256] = {};
+    ASSERT_EQ(gethostname(want, sizeof(want) - 1), 0);
+    char name[256];
+    ASSERT_EQ(Zpand_GetHostName(name, sizeof(name)), ZOK);
+    EXPECT_STREQ(name, want);
+    ASSERT_NE(want[0], '\0');
+    char cut[2] = {'x', 'x'};  // a name cut to fit
+    EXPECT_EQ(Zpand_GetHostName(cut, sizeof(cut)), ZOK);
+    EXPECT_EQ(cut[0], want[0]);
+    EXPECT_EQ(cut[1], '\0');
+    EXPECT_EQ(Zpand_GetHostName(nullptr, 8) + Zpand_GetHostName(name, 0), 2 * ZFAILED);
+}
+
 TEST(Pand, ByteOrderAndDescriptorSets) {
     const uint32_t net = Zpand_InetHtonl(0x01020304u);
     unsigned char bytes[4];

@@ -3,6 +3,7 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -36,11 +37,13 @@ KESTRO_API uint32_t Zpand_GetSysInfo(ST_ZPAND_SYS_INFO *pstInfo) {
 
 KESTRO_API uint32_t Zpand_GetHostName(char *pcName, uint32_t uiSize) {
     if (pcName == nullptr || uiSize == 0) return ZFAILED;
-    if (gethostname(pcName, uiSize) != 0) {
+    // A name longer than the buffer is copied cut, unterminated: glibc then
+    // answers ENAMETOOLONG, other C libraries success.
+    if (gethostname(pcName, uiSize) != 0 && errno != ENAMETOOLONG) {
         pcName[0] = '\0';
         return ZFAILED;
     }
-    pcName[uiSize - 1] = '\0';  // a cut name need not be terminated
+    pcName[uiSize - 1] = '\0';
     return ZOK;
 }
 
