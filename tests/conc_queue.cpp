@@ -271,3 +271,47 @@ TEST_F(ZosTest, PQueueRemovesWhileItIsPolled) {
     EXPECT_TRUE(used == 0 && gets == kItems + 1 && puts == gets) << used << " " << gets;
     EXPECT_EQ(Zos_PQueueDelete(q), ZOK);
 }
+
+// The node bucket the queues stand on, locked and shared by threads that
+// take and give nodes in bursts: a node is held by one thread at a time,
+// and the counts balance when they are done.
+TEST_F(ZosTest, LockedNodeBucketHandsEachNodeToOneThreadAtATime) {
+    constexpr int kThreads = 4;
+    constexpr size_t kHold = 8;  // kThreads * kHold nodes fit below the maximum
+    ZDBKT bkt = Zos_DbktCreate(1, 1, 2 * sizeof(uintptr_t), 4, 64, 4);
+    ASSERT_NE(bkt, nullptr);
+    std::atomic<int> clashes{0}, refused{0};
+    std::vector<std::thread> threads;
+    for (uintptr_t t = 1; t <= kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            std::vector<uintptr_t *> held;
+            for (uintptr_t i = 0; i < 20000; ++i) {
+                if (held.size() < kHold) {
+                    auto *node = static_cast<uintptr_t *>(Zos_DbktGetBkt(bkt));
+                    if (node == nullptr) {
+                        ++refused;
+                        continue;
+                    }
+                    node[0] = t;
+                    node[1] = i;
+                    held.push_back(node);
+                    continue;
+                }
+                for (uintptr_t *node : held) {
+                    if (node[0] != t) ++clashes;
+                    if (Zos_DbktPutBkt(bkt, node) != ZOK) ++refused;
+                }
+                held.clear();
+            }
+            for (uintptr_t *node : held) Zos_DbktPutBkt(bkt, node);
+        });
+    }
+    for (auto &th : threads) th.join();
+    uint32_t free = 0, used = 1, gets = 0, puts = 0;
+    ASSERT_EQ(Zos_DbktGetCount(bkt, &free, &used, &gets, &puts, nullptr), ZOK);
+    EXPECT_EQ(clashes.load(), 0);
+    EXPECT_EQ(refused.load(), 0);
+    EXPECT_EQ(used, 0u);
+    EXPECT_EQ(gets, puts);
+    EXPECT_EQ(Zos_DbktDelete(bkt), ZOK);
+}
