@@ -205,6 +205,17 @@ bool Made(H handle, F del) {
     return true;
 }
 
+// A mutex, semaphore or one-count semaphore maker whose g_lockFailAt-th
+// call fails; the others go to the platform's maker in g_lockMaker.
+ZOS_OSDEP_FUNC g_lockMaker = nullptr;
+int g_lockCalls = 0;
+int g_lockFailAt = 0;
+template <typename... Args>
+uint32_t FailingLock(Args... args) {
+    if (++g_lockCalls == g_lockFailAt) return ZFAILED;
+    return reinterpret_cast<uint32_t (*)(Args...)>(g_lockMaker)(args...);
+}
+
 uint32_t SameWord(uintptr_t item, uintptr_t key, uintptr_t, uintptr_t) {
     return item == key ? 0 : 1;
 }
@@ -293,5 +304,29 @@ TEST_F(ZosQuietTest, ContainerCreatesFailCleanlyAtEveryAllocation) {
         }
         EXPECT_TRUE(done) << make.name;
         EXPECT_GT(failed, 0) << make.name;
+    }
+    // A mutex or semaphore the platform cannot make, at each making in
+    // turn, fails the creates that need one the same way.
+    const std::pair<uint32_t, ZOS_OSDEP_FUNC> makers[] = {
+        {32, reinterpret_cast<ZOS_OSDEP_FUNC>(FailingLock<ZMUTEX *>)},
+        {42, reinterpret_cast<ZOS_OSDEP_FUNC>(FailingLock<ZSEM *, uint32_t>)},
+        {43, reinterpret_cast<ZOS_OSDEP_FUNC>(FailingLock<ZSEM *>)}};
+    for (const auto &[slot, failing] : makers) {
+        g_lockMaker = ktest::Slot(slot);
+        ktest::Slot(slot) = failing;
+        for (const Make &make : kMakes) {
+            for (int n = 1; n <= kMaxRounds; ++n) {
+                const ktest::FailingHeap heap;
+                g_live = 0;
+                g_lockCalls = 0;
+                g_lockFailAt = n;
+                const bool made = make.run();
+                const bool hit = g_lockCalls >= n;
+                EXPECT_EQ(made, !hit) << make.name << " " << slot << " " << n;
+                EXPECT_EQ(g_live, 0) << make.name << " " << slot << " " << n;
+                if (!hit) break;
+            }
+        }
+        ktest::Slot(slot) = g_lockMaker;
     }
 }
