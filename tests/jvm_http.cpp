@@ -193,6 +193,12 @@ TEST_F(JvmHttp, RefusedConnectionReportsFailure) {
 TEST_F(JvmHttp, BoundOnceAndClosedConnectionsStaySilent) {
     // Loading bound the class; binding again is refused.
     EXPECT_EQ(Zpand_HttpOnLoad(kjvm::Env()), ZFAILED);
+    // Bound, the bridge still refuses a missing connection object.
+    EXPECT_EQ(Zpand_HttpConn(nullptr) + Zpand_HttpDisconn(nullptr) +
+                  Zpand_HttpSetProp(nullptr, "a", "b") + Zpand_HttpSetCfg(nullptr, "a", "b") +
+                  Zpand_HttpSetBody(nullptr, "a", "b") + Zpand_HttpSetFile(nullptr, "a", "b"),
+              6 * ZFAILED);
+    EXPECT_EQ(Zpand_HttpGetBody(nullptr), nullptr);
     const int32_t id = Zos_HttpOpen(Url("/echo").c_str(), nullptr, nullptr);
     ASSERT_GT(id, 0);
     EXPECT_EQ(Zos_HttpDisconn(id), ZOK);
