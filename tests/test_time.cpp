@@ -185,7 +185,10 @@ TEST_F(TimeTest, RecordToSecondsMovesByRecordZoneLessCurrentZone) {
     EXPECT_EQ(Zos_Time2SysTime(int64_t{1} << 32, &rec), wide ? ZOK : ZFAILED);
     EXPECT_TRUE(Zos_SysTime2Time(nullptr, &t) == ZFAILED && t == 0);
     EXPECT_EQ(Zos_SysTime2Time(&rec, nullptr), ZFAILED);
-    EXPECT_EQ(Zos_SysTime2MTime(nullptr, nullptr) & Zos_MTime2SysTime(nullptr, &rec), ZFAILED);
+    ST_ZOS_TM tm{};
+    EXPECT_EQ(Zos_SysTime2MTime(nullptr, &tm) + Zos_SysTime2MTime(&rec, nullptr) +
+                  Zos_MTime2SysTime(nullptr, &rec) + Zos_MTime2SysTime(&tm, nullptr),
+              4 * ZFAILED);
     SetTz("IST-5:30");  // the move by the offset must not overflow
     EXPECT_EQ(Zos_Time2SysTimeU(INT64_MIN, &rec), ZFAILED);
     ZOS_OSDEP_FUNC saved = ktest::Slot(11);
