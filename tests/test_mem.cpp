@@ -125,13 +125,16 @@ TEST_P(MemModeTest, SizeBoundsOfTheEntryPoints) {
 }
 
 // A second start of the memory layer keeps the heap or pool it has: a
-// block taken before goes back without complaint.
+// block taken before goes back without complaint. The same for the power
+// memory pool.
 TEST_P(MemModeTest, SecondStartKeepsWhatItHas) {
     void *before = Zos_Malloc(40);
     ASSERT_NE(before, nullptr);
     ktest::ClearLogged();
     EXPECT_EQ(Zos_MemInit(), ZOK);
     Zos_Free(before);
+    EXPECT_EQ(Zos_PMemInit(), ZOK);
+    EXPECT_EQ(Zos_PMemInit(), ZOK);
     EXPECT_TRUE(ktest::Logged().empty());
 }
 

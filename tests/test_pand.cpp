@@ -223,6 +223,15 @@ TEST(Pand, HostFactsAndTheirRefusals) {
     EXPECT_EQ(Zpand_GetHostName(nullptr, 8) + Zpand_GetHostName(name, 0), 2 * ZFAILED);
 }
 
+TEST(Pand, LocalTimeAndMakeTimeRoundTripAndRefuseNulls) {
+    const int64_t t = 1610708400;
+    ST_ZOS_TM tm{};
+    ASSERT_EQ(Zpand_LocalTime(&t, &tm), ZOK);
+    EXPECT_EQ(Zpand_MkTime(&tm), t);
+    EXPECT_EQ(Zpand_LocalTime(nullptr, &tm) + Zpand_LocalTime(&t, nullptr), 2 * ZFAILED);
+    EXPECT_EQ(Zpand_MkTime(nullptr), -1);
+}
+
 TEST(Pand, ByteOrderAndDescriptorSets) {
     const uint32_t net = Zpand_InetHtonl(0x01020304u);
     unsigned char bytes[4];
