@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kMakers = 3;
 constexpr int kPerMaker = 700;  // together past the registry's first two sizes
-constexpr int kRounds = 8;      // each about 60 ms under the sanitizers
+constexpr int kRounds = 8;      // each about 60 ms under AddressSanitizer
 constexpr int kSentinels = 64;  // spread over the table, so moves meet them
 
 }  // namespace

@@ -1,7 +1,8 @@
-// Allocation failures on the runtime's create paths: start-up, timers,
-// the event hub, and the containers, buffers and pools. Every platform-heap allocation of a call
-// fails in turn until the call succeeds without an injected failure; each failed call must report
-// it, leave nothing allocated, and leave the layer usable for the next call.
+// Allocation failures on the create paths: start-up, timers, the event
+// hub, and the containers, buffers and pools. Every platform-heap
+// allocation of a call fails in turn until the call succeeds without an
+// injected failure; each failed call must fail as a whole, leave nothing
+// allocated, and leave the layer usable for the next call.
 #include <atomic>
 #include <functional>
 #include <string>
@@ -226,7 +227,7 @@ const ST_ZOS_POOL_CFG kPool{"af pool", kRows, nullptr, nullptr, 1, 1, 1, 2};
 const Make kMakes[] = {
     {"queue",
      [] {
-         ZQUEUE q = reinterpret_cast<ZQUEUE>(&q);
+         ZQUEUE q = reinterpret_cast<ZQUEUE>(&q);  // not null: a failed create clears it
          if (Zos_QueueCreate(1, 1, 2, 8, &q) != ZOK) return Made(q, Zos_QueueDelete);
          uintptr_t v = 0;
          EXPECT_EQ(Zos_QueueAdd(q, 5) + Zos_QueuePoll(q, 0, &v), ZOK);
