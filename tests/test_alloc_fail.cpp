@@ -282,6 +282,34 @@ const Make kMakes[] = {
      }},
 };
 
+// Runs a create round after round, the n-th failure armed by arm(n),
+// until a round reaches no armed failure. Each round that reached one must
+// fail and keep no block; the last must make its object. Answers how many
+// rounds failed.
+int FailEachInTurn(const Make &make, void (*arm)(int), bool (*reached)(), const std::string &what) {
+    for (int n = 1; n <= kMaxRounds; ++n) {
+        const ktest::FailingHeap heap;
+        g_live = 0;
+        arm(n);
+        const bool made = make.run();
+        const bool hit = reached();
+        arm(0);
+        EXPECT_EQ(made, !hit) << what << " " << n;
+        EXPECT_EQ(g_live, 0) << what << " " << n;
+        if (!hit) return n - 1;
+    }
+    ADD_FAILURE() << what << " still fails after " << kMaxRounds << " rounds";
+    return kMaxRounds;
+}
+
+void ArmLock(int n) {
+    g_lockCalls = 0;
+    g_lockFailAt = n;
+}
+bool LockReached() {
+    return g_lockFailAt != 0 && g_lockCalls >= g_lockFailAt;
+}
+
 }  // namespace
 
 // Each create fails at every allocation it makes, in turn: it fails,
@@ -290,21 +318,7 @@ const Make kMakes[] = {
 // nothing else draws from the heap meanwhile.
 TEST_F(ZosQuietTest, ContainerCreatesFailCleanlyAtEveryAllocation) {
     for (const Make &make : kMakes) {
-        int failed = 0;
-        bool done = false;
-        for (int n = 1; n <= kMaxRounds && !done; ++n) {
-            const ktest::FailingHeap heap;
-            g_live = 0;
-            FailAt(n);
-            const bool made = make.run();
-            done = !Hit();
-            g_failAt = 0;
-            EXPECT_EQ(made, done) << make.name << " " << n;
-            failed += made ? 0 : 1;
-            EXPECT_EQ(g_live, 0) << make.name << " " << n;
-        }
-        EXPECT_TRUE(done) << make.name;
-        EXPECT_GT(failed, 0) << make.name;
+        EXPECT_GT(FailEachInTurn(make, FailAt, Hit, make.name), 0) << make.name;
     }
     // A mutex or semaphore the platform cannot make, at each making in
     // turn, fails the creates that need one the same way.
@@ -316,17 +330,8 @@ TEST_F(ZosQuietTest, ContainerCreatesFailCleanlyAtEveryAllocation) {
         g_lockMaker = ktest::Slot(slot);
         ktest::Slot(slot) = failing;
         for (const Make &make : kMakes) {
-            for (int n = 1; n <= kMaxRounds; ++n) {
-                const ktest::FailingHeap heap;
-                g_live = 0;
-                g_lockCalls = 0;
-                g_lockFailAt = n;
-                const bool made = make.run();
-                const bool hit = g_lockCalls >= n;
-                EXPECT_EQ(made, !hit) << make.name << " " << slot << " " << n;
-                EXPECT_EQ(g_live, 0) << make.name << " " << slot << " " << n;
-                if (!hit) break;
-            }
+            FailEachInTurn(make, ArmLock, LockReached,
+                           std::string(make.name) + " slot " + std::to_string(slot));
         }
         ktest::Slot(slot) = g_lockMaker;
     }

@@ -197,8 +197,6 @@ TEST(Pand, LooperReportsWakesTimeoutsCallbacksAndBareDescriptors) {
     }).join();
 }
 
-// The descriptor sets are checked through the address module
-// (test_inet.cpp), which refuses negative descriptors before these do.
 // The host facts the UUID node is drawn from.
 TEST(Pand, HostFactsAndTheirRefusals) {
     ST_ZPAND_SYS_INFO info;
@@ -232,6 +230,8 @@ TEST(Pand, LocalTimeAndMakeTimeRoundTripAndRefuseNulls) {
     EXPECT_EQ(Zpand_MkTime(nullptr), -1);
 }
 
+// The descriptor sets are checked through the address module
+// (test_inet.cpp), which refuses negative descriptors before these do.
 TEST(Pand, ByteOrderAndDescriptorSets) {
     const uint32_t net = Zpand_InetHtonl(0x01020304u);
     unsigned char bytes[4];

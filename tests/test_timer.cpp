@@ -446,10 +446,6 @@ TEST_F(TimerTest, OsManagerArmsForTheSoonestExpiryOnly) {
     Zpand_TimerSetStop(nullptr);
 }
 
-// The host timer's own calls, on this thread's looper (the layer's
-// user-interface looper, when a start-up on this thread has named it): a
-// zero length still runs once, a run is one-shot, and a stop drops a
-// pending run.
 // Runs this thread's looper until done() holds or the limit passes; done()'s
 // last value.
 template <typename P>
@@ -466,6 +462,10 @@ void CountHostRun(uint32_t) {
     ++g_hostRuns;
 }
 
+// The host timer's own calls, on this thread's looper (the layer's
+// user-interface looper, when a start-up on this thread has named it): a
+// zero length still runs once, a run is one-shot, and a stop drops a
+// pending run.
 TEST(TimerBridge, HostTimerRunsOnceAndNotAfterAStop) {
     g_hostRuns = 0;
     EXPECT_EQ(Zpand_HostTimerDestroy(), ZOK);  // nothing to take down
