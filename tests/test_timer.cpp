@@ -367,6 +367,42 @@ TEST_F(TimerTest, TaskSleepsUntilTheSoonestExpiry) {
     Zos_TimerStop(p);
 }
 
+// The self manager's task stopped and started again: a start that cannot
+// make its semaphore, its queue timer or its task fails with its line and
+// keeps none of them, and the next start runs timers again.
+TEST_F(TimerTest, TaskStartFailsAtEachPartThenStartsAgain) {
+    void *mgr = Zos_EnvLocateTmrMgr();
+    ASSERT_NE(mgr, nullptr);
+    Zos_TimerTaskStop(mgr);
+    ASSERT_EQ(Zos_TaskGetTaskId("TIMER"), ZOS_INVALID_ID);
+
+    const ZOS_OSDEP_FUNC sem = ktest::Slot(42);
+    ktest::Slot(42) =
+        reinterpret_cast<ZOS_OSDEP_FUNC>(+[](ZSEM *, uint32_t) -> uint32_t { return ZFAILED; });
+    EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
+    ktest::Slot(42) = sem;
+    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart create semaphore."));
+
+    const uint32_t count = Zos_CfgGetTimerCount();
+    ASSERT_EQ(Zos_CfgSetTimerCount(0x10000000), ZOK);  // more nodes than one block holds
+    EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
+    ASSERT_EQ(Zos_CfgSetTimerCount(count), ZOK);
+    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart create queue timer."));
+
+    const ZOS_OSDEP_FUNC spawn = ktest::Slot(95);
+    ktest::Slot(95) = nullptr;
+    EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
+    ktest::Slot(95) = spawn;
+    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart spawn task."));
+    EXPECT_EQ(Zos_TaskGetTaskId("TIMER"), ZOS_INVALID_ID);
+
+    ASSERT_EQ(Zos_TimerTaskStart(mgr), ZOK);
+    uint32_t id = 0;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
+    ASSERT_EQ(Zos_TimerStart(id, 0, 20, 0, Record), ZOK);
+    EXPECT_TRUE(Eventually([] { return FiredCount() == 1; }));
+}
+
 TEST_F(TimerTest, DestroyTwiceAndUseAfterDestroy) {
     uint32_t id = 0;
     ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
