@@ -277,7 +277,8 @@ const Make kMakes[] = {
     {"timer queue",
      [] {
          ZQTIMER q = reinterpret_cast<ZQTIMER>(&q);
-         Zos_QTimerCreate(&q, 8);
+         const uint32_t ret = Zos_QTimerCreate(&q, 8);
+         EXPECT_EQ(ret == ZOK, q != nullptr);
          return Made(q, Zos_QTimerDelete);
      }},
 };

@@ -407,8 +407,15 @@ TEST_F(InetTest, LocalAddress) {
     EXPECT_EQ(Zos_InetGetLocalIp(ip, sizeof(ip)), ZFAILED);
     EXPECT_STREQ(ip, "");
     EXPECT_TRUE(ktest::LoggedContains("InetGetLocalIp get failed."));
+    // So does one that answers success with an empty text.
+    Zpand_InetSetLocalIpSource([](char *buf, uint32_t) -> uint32_t {
+        buf[0] = '\0';
+        return ZOK;
+    });
+    EXPECT_EQ(Zos_InetGetLocalIp(ip, sizeof(ip)), ZFAILED);
     Zpand_InetSetLocalIpSource(nullptr);
     EXPECT_EQ(Zos_InetGetLocalIp(nullptr, 10), ZFAILED);
+    EXPECT_EQ(Zpand_InetGetLocalIp(nullptr, 10) + Zpand_InetGetLocalIp(ip, 0), 2 * ZFAILED);
 }
 
 TEST_F(InetTest, ResolvesLocalhost) {

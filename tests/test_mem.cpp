@@ -106,6 +106,11 @@ TEST_P(MemModeTest, SizeBoundsOfTheEntryPoints) {
     ASSERT_NE(z, nullptr);
     for (int i = 0; i < 33; ++i) EXPECT_EQ(z[i], 0);
     Zos_Free(z);
+    // One byte is the smallest block each entry point gives.
+    for (void *one : {Zos_Malloc(1), Zos_MallocClrd(1), Zos_Calloc(1, 1)}) {
+        EXPECT_NE(one, nullptr);
+        Zos_Free(one);
+    }
 
     EXPECT_EQ(Zos_Calloc(0x10000, 0x10000), nullptr);  // overflows 32 bits
     EXPECT_EQ(Zos_Calloc(0, 5), nullptr);

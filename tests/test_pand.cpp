@@ -102,10 +102,18 @@ TEST(Pand, FilesAndDirectories) {
               4 * ZFAILED);
     ASSERT_EQ(Zpand_FileOpen(file.c_str(), "wb", &f), ZOK);
     EXPECT_EQ(Zpand_FileSeek(f, 0, 9), ZFAILED);
+    int64_t pos = -1;
+    EXPECT_EQ(Zpand_FileTell(f, nullptr), ZFAILED);
+    EXPECT_EQ(Zpand_FileTell(f, &pos), ZOK);
+    EXPECT_EQ(pos, 0);
     EXPECT_EQ(Zpand_FileClose(f), ZOK);
     char line[4];
     uint32_t n = 0;
-    EXPECT_EQ(Zpand_FileRead(0, line, 1, &n) + Zpand_FileClose(0), 2 * ZFAILED);
+    EXPECT_EQ(Zpand_FileRead(0, line, 1, &n) + Zpand_FileWrite(0, line, 1, &n) +
+                  Zpand_FileFlush(0) + Zpand_FileGets(0, line, 4) + Zpand_FileSeek(0, 0, 0) +
+                  Zpand_FileTell(0, &pos) + Zpand_FileClose(0),
+              7 * ZFAILED);
+    EXPECT_EQ(Zpand_FileEof(0), 1u);
     EXPECT_EQ(Zpand_FileRemoveX(dir.c_str()), ZFAILED);  // not empty
     EXPECT_EQ(Zpand_FileRemove(file.c_str()), ZOK);
     EXPECT_EQ(Zpand_FileRemoveX(dir.c_str()), ZOK);

@@ -149,6 +149,9 @@ TEST_F(SmsPduTest, MostSignificantBitFirstPackings) {
     EXPECT_EQ(ansi7bitAscii_to_ascii(out, 11, text), 11);
     EXPECT_STREQ(text, "hello world");
     EXPECT_EQ(ascii_to_7bitAsciiAnsi("hello world", out, 9, &flag), 0) << "no room";
+    EXPECT_EQ(ascii_to_7bitAsciiAnsi(nullptr, out, sizeof(out), &flag) +
+                  ascii_to_7bitAsciiAnsi("ab", nullptr, sizeof(out), &flag),
+              0);
     EXPECT_EQ(ascii_to_7bitAsciiAnsi("h\xE9", out, sizeof(out), &flag), 0);
     EXPECT_EQ(flag, 1);
 
@@ -307,6 +310,9 @@ TEST_F(SmsPduTest, SubmitAndRelayEncoders) {
     EXPECT_STREQ(hex, "3107039121F30000AA05E8329BFD06");
     EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(0, "5551234", "", 0, hex, sizeof(hex), 0), 24);
     EXPECT_STREQ(hex, "11000781551532F40000AA00");
+    // An address of no digits is its length 0 and its type alone.
+    EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(7, "+", "", 0, hex, sizeof(hex), 0), 16);
+    EXPECT_STREQ(hex, "110700910000AA00");
     // A character outside the alphabet sends the whole text as UCS-2.
     EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(1, "10086",
                                        "\xE4\xB8\xAD"
