@@ -52,6 +52,10 @@ TEST_F(ZosTest, AbnfMsgInitAndState) {
     ASSERT_EQ(Abnf_GetSStrChrset(&d.msg, sets.set, 1, &out), ZOK);
     EXPECT_EQ(S(out), "abc");
     EXPECT_EQ(d.msg.ucStopChr, '1');
+    AbnfDec ws(0, "ab\tcd");  // white space outside the set stops the scan too
+    ASSERT_EQ(Abnf_GetSStrChrset(&ws.msg, sets.set, 1, &out), ZOK);
+    EXPECT_EQ(S(out), "ab");
+    EXPECT_EQ(ws.msg.ucStopChr, '\t');
     EXPECT_EQ(Abnf_GetScannedStr(&d.msg, &out), ZOK);
     EXPECT_EQ(S(out), "abc");
     EXPECT_EQ(Abnf_GetScanningStr(&d.msg, &out), ZOK);
@@ -122,6 +126,9 @@ TEST_F(ZosTest, AbnfLineEndingsPerProtocol) {
     AbnfDec sdp2(1, "\r\nx");
     EXPECT_EQ(Abnf_ProcEol(&sdp2.msg, &eol), ZOK);
     EXPECT_EQ(sdp2.msg.ucPendEol, 2);
+    uint8_t next = 0;  // the next token starts behind the pending ending
+    EXPECT_EQ(Abnf_GetChr(&sdp2.msg, &next), ZOK);
+    EXPECT_EQ(next, 'x');
     // MGCP: LF is one, pending 1; CR LF pending 2; a lone CR is none.
     AbnfDec mgcp(2, "\nx");
     EXPECT_EQ(Abnf_ProcEol(&mgcp.msg, &eol), ZOK);
