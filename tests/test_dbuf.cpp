@@ -332,6 +332,8 @@ TEST_F(DbufTest, CopiesFlatteningOffsetsAndChains) {
     EXPECT_TRUE(ktest::LoggedContains("DbufCopyD invalid length."));
     ASSERT_EQ(Zos_DbufCopyD(b, 100, 8, out), ZOK);  // across the boundary
     EXPECT_EQ(std::string(out, 8), d.substr(100, 8));
+    ASSERT_EQ(Zos_DbufCopyD(b, 120, 8, out), ZOK);  // inside the second block
+    EXPECT_EQ(std::string(out, 8), d.substr(120, 8));
 
     EXPECT_EQ(Zos_DbufIsFlat(b), 0u);
     ZDBUF flat = Zos_DbufFlat(b);

@@ -43,6 +43,19 @@ void FixClock() {
     ktest::Slot(12) = reinterpret_cast<ZOS_OSDEP_FUNC>(NoZone);
 }
 
+// Bytes in use in the print pool, read from the "Mem:" row of its listing.
+uint64_t PrintPoolInUse() {
+    ktest::ClearPrinted();
+    EXPECT_EQ(Zos_PrintDbgShow(), ZOK);
+    const std::string shown = ktest::Printed();
+    const size_t at = shown.find("Mem:");
+    if (at == std::string::npos) return 0;
+    std::istringstream row(shown.substr(at + 4));
+    uint64_t total = 0, used = 0;
+    row >> total >> used;
+    return used;
+}
+
 struct Seen {
     uint32_t level = 0;
     std::string msg;
@@ -302,6 +315,11 @@ TEST_F(ZosTest, HexDumpLines) {
     EXPECT_EQ(Zos_LogBuf(log, ZOS_LOG_LEVEL_INFO, data.data(), 1000), ZOK);
     EXPECT_GT(seen.calls, 1);
     EXPECT_EQ(seen.msg.rfind("     5a 5a", 0), 0u) << seen.msg.substr(0, 20);
+    // Each dump gives its line buffer back to the print pool.
+    const uint64_t inUse = PrintPoolInUse();
+    EXPECT_GT(inUse, 0u);
+    for (int i = 0; i < 20; ++i) Zos_LogBuf(log, ZOS_LOG_LEVEL_INFO, three, 3);
+    EXPECT_LE(PrintPoolInUse(), inUse);
     Zos_LogDelete(log);
 }
 

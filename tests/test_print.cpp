@@ -165,6 +165,7 @@ TEST_F(ZosTest, AccumulatorFlushesBeforeItOverflows) {
     EXPECT_EQ(Zos_DbufLen(dbuf), 8u + 127u);  // flushed before the piece that overflows
     EXPECT_EQ(Zos_PrintOutEnd(dbuf, buf, &len), ZOK);
     EXPECT_EQ(len, 0u);
+    EXPECT_STREQ(buf, "");  // the accumulator is left empty for the next round
     EXPECT_EQ(Zos_DbufLen(dbuf), 8u + 127u + 400u);
     char text[16] = {};
     EXPECT_EQ(Zos_DbufCopyD(dbuf, 0, 9, text), ZOK);
