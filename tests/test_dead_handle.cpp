@@ -137,6 +137,8 @@ TEST_F(ZosTest, DeadHandlePools) {
     ExpectRefused("PoolFree <unknown> invalid magic.", [&] { Zos_PoolFree(pool, p); });
     ExpectRefused("PoolChkPool <unknown> invalid magic.",
                   [&] { EXPECT_EQ(Zos_PoolChkPool(pool), 0u); });
+    ExpectRefused("PoolFillPoison <unknown> invalid magic.",
+                  [&] { EXPECT_EQ(Zos_PoolFillPoison(pool, p), ZFAILED); });
 }
 
 // Many handles alive, deleted in a scrambled order: every handle still

@@ -194,6 +194,27 @@ TEST(Pand, LooperReportsWakesTimeoutsCallbacksAndBareDescriptors) {
         EXPECT_EQ(ALooper_removeFd(nullptr, p[0]), -1);
         close(p[0]);
         close(p[1]);
+        // More descriptors than the looper's first table holds: each comes
+        // back under its own identifier, and removing them all leaves none.
+        int many[6][2];
+        for (int i = 0; i < 6; ++i) {
+            ASSERT_EQ(pipe(many[i]), 0);
+            ASSERT_EQ(ALooper_addFd(l, many[i][0], 10 + i, ALOOPER_EVENT_INPUT, nullptr, nullptr),
+                      1);
+        }
+        for (int i : {5, 0, 3}) {
+            ASSERT_EQ(write(many[i][1], "x", 1), 1);
+            EXPECT_EQ(ALooper_pollOnce(1000, &fd, nullptr, nullptr), 10 + i);
+            EXPECT_EQ(fd, many[i][0]);
+            char c = 0;
+            ASSERT_EQ(read(many[i][0], &c, 1), 1);
+        }
+        for (auto &m : many) {
+            EXPECT_EQ(ALooper_removeFd(l, m[0]), 1);
+            close(m[0]);
+            close(m[1]);
+        }
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_TIMEOUT);
         // A reference taken and given back on another thread leaves the
         // looper working.
         ALooper_acquire(l);
