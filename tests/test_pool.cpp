@@ -518,6 +518,14 @@ TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
     Zos_PoolFree(pool_, foreign);
     EXPECT_TRUE(same());
     EXPECT_EQ(Stat(other, 0).uiFree, 0u);
+    // So it is by a pool whose one row starts empty, before its first entry.
+    const ST_ZOS_BKT_INFO none{32, 0, 1};
+    ST_ZOS_POOL_CFG emptyCfg{"empty", &none, nullptr, nullptr, 0, 0, 1, 1};
+    ZPOOL empty = Zos_PoolCreate(&emptyCfg);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(Zos_PoolIsValid(empty, foreign), 0u);
+    Zos_PoolFree(empty, foreign);
+    Zos_PoolDelete(empty);
     Zos_PoolFree(other, foreign);
     EXPECT_EQ(Stat(other, 0).uiFree, 1u);
     Zos_PoolDelete(other);
