@@ -403,6 +403,45 @@ TEST_F(TimerTest, TaskStartFailsAtEachPartThenStartsAgain) {
     EXPECT_TRUE(Eventually([] { return FiredCount() == 1; }));
 }
 
+// The OS manager's task the same way: a platform timer that will not
+// start, a queue timer too large, and a task name already taken.
+TEST_F(TimerTest, OsTaskStartFailsAtEachPartThenStartsAgain) {
+    void *os = Zos_EnvLocateOsTmrMgr();
+    ASSERT_NE(os, nullptr);
+    Zos_TimerTaskStop(os);
+    ASSERT_EQ(Zos_TaskGetTaskId("TIMEROS"), ZOS_INVALID_ID);
+
+    const ZOS_OSDEP_FUNC init = ktest::Slot(103);
+    ktest::Slot(103) = reinterpret_cast<ZOS_OSDEP_FUNC>(+[]() -> uint32_t { return ZFAILED; });
+    EXPECT_EQ(Zos_TimerTaskStart(os), ZFAILED);
+    ktest::Slot(103) = init;
+    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart init os timer."));
+
+    const uint32_t count = Zos_CfgGetTimerCount();
+    ASSERT_EQ(Zos_CfgSetTimerCount(0x10000000), ZOK);
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_TimerTaskStart(os), ZFAILED);
+    ASSERT_EQ(Zos_CfgSetTimerCount(count), ZOK);
+    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart create queue timer."));
+
+    uint32_t squatter = ZOS_INVALID_ID;
+    const PFN_ZOS_MOD_ENTRY idle = [](void *) -> int32_t { return 0; };
+    ASSERT_EQ(Zos_ModTaskStart("TIMEROS", 3, 0, 0, 0, nullptr, nullptr, idle, &squatter), ZOK);
+    {
+        // The queue timer made before the task start failed goes back.
+        const ktest::FailingHeap heap;
+        ktest::g_failAt = 0;
+        ktest::g_live = 0;
+        EXPECT_EQ(Zos_TimerTaskStart(os), ZFAILED);
+        EXPECT_EQ(ktest::g_live, 0);
+    }
+    EXPECT_TRUE(ktest::LoggedContains("already exist."));
+    ASSERT_EQ(Zos_ModTaskStop(squatter), ZOK);
+
+    ASSERT_EQ(Zos_TimerTaskStart(os), ZOK);
+    EXPECT_NE(Zos_TaskGetTaskId("TIMEROS"), ZOS_INVALID_ID);
+}
+
 TEST_F(TimerTest, DestroyTwiceAndUseAfterDestroy) {
     uint32_t id = 0;
     ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
