@@ -514,6 +514,36 @@ TEST_F(ZosTest, StateSettersWriteTheStateTheTaskReports) {
     EXPECT_EQ(Zos_ModTaskStop(t), ZOK);
 }
 
+// A drive around one message: its start moves a pending or ready task to
+// running and gives the task's entry, its stop moves it back to ready. A
+// task waiting for its delete is marked deleted instead; an unknown id is
+// refused and gives no entry.
+TEST_F(ZosTest, DriveStartAndStopMoveTheTaskState) {
+    const uint32_t t = Start("DRIVEN", 3, true);
+    ASSERT_NE(t, ZOS_INVALID_ID);
+    PFN_ZOS_MOD_ENTRY entry = nullptr;
+    ASSERT_EQ(Zos_ModDriveStart(t, &entry), ZOK);
+    EXPECT_EQ(Zos_TaskGetState(t), ZOS_TASK_RUNNING);
+    EXPECT_EQ(entry, Record);
+    EXPECT_EQ(Zos_ModDriveStop(t), ZOK);
+    EXPECT_EQ(Zos_TaskGetState(t), ZOS_TASK_READY);
+    ASSERT_EQ(Zos_ModDriveStart(t, nullptr), ZOK);
+    EXPECT_EQ(Zos_TaskGetState(t), ZOS_TASK_RUNNING);
+    ASSERT_EQ(Zos_ModDriveStop(t), ZOK);
+
+    ASSERT_EQ(Zos_ModTaskSetWaitDelete(t), ZOK);
+    ASSERT_EQ(Zos_ModDriveStart(t, nullptr), ZOK);
+    EXPECT_EQ(Zos_TaskGetState(t), ZOS_TASK_DELETED);
+    EXPECT_EQ(Zos_ModDriveStop(t), ZOK);
+    EXPECT_EQ(Zos_TaskGetState(t), ZOS_TASK_DELETED);  // only a running task goes back
+
+    EXPECT_EQ(Zos_ModDriveStart(0xFFFFFFF0u, &entry), ZFAILED);
+    EXPECT_EQ(entry, nullptr);
+    EXPECT_EQ(Zos_ModDriveStop(0xFFFFFFF0u), ZFAILED);
+    ASSERT_EQ(Zos_ModTaskSetReady(t), ZOK);
+    EXPECT_EQ(Zos_ModTaskStop(t), ZOK);
+}
+
 TEST_F(ZosTest, ModInitFailsWithoutMemoryForTheTable) {
     Zos_SysDestroy();
     EXPECT_EQ(Zos_ModPostMsg(nullptr), ZFAILED);  // no manager to post through
