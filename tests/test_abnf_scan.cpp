@@ -56,6 +56,11 @@ TEST_F(ZosTest, AbnfMsgInitAndState) {
     ASSERT_EQ(Abnf_GetSStrChrset(&ws.msg, sets.set, 1, &out), ZOK);
     EXPECT_EQ(S(out), "ab");
     EXPECT_EQ(ws.msg.ucStopChr, '\t');
+    uint8_t tab = 0;
+    ASSERT_EQ(Abnf_GetChr(&ws.msg, &tab), ZOK);
+    ASSERT_EQ(Abnf_GetSStrChrset(&ws.msg, sets.set, 1, &out), ZOK);
+    EXPECT_EQ(S(out), "cd");
+    EXPECT_EQ(ws.msg.ucStopChr, 0) << "a scan that reaches the end stops at no character";
     EXPECT_EQ(Abnf_GetScannedStr(&d.msg, &out), ZOK);
     EXPECT_EQ(S(out), "abc");
     EXPECT_EQ(Abnf_GetScanningStr(&d.msg, &out), ZOK);
