@@ -367,6 +367,15 @@ TEST_F(TimerTest, TaskSleepsUntilTheSoonestExpiry) {
     Zos_TimerStop(p);
 }
 
+// A manager's task start that must fail and give back every block it took.
+void StartFailsKeepingNothing(void *mgr) {
+    const ktest::FailingHeap heap;
+    ktest::g_failAt = 0;
+    ktest::g_live = 0;
+    EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
+    EXPECT_EQ(ktest::g_live, 0);
+}
+
 // The self manager's task stopped and started again: a start that cannot
 // make its semaphore, its queue timer or its task fails with its line and
 // keeps none of them, and the next start runs timers again.
@@ -379,19 +388,19 @@ TEST_F(TimerTest, TaskStartFailsAtEachPartThenStartsAgain) {
     const ZOS_OSDEP_FUNC sem = ktest::Slot(42);
     ktest::Slot(42) =
         reinterpret_cast<ZOS_OSDEP_FUNC>(+[](ZSEM *, uint32_t) -> uint32_t { return ZFAILED; });
-    EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
+    StartFailsKeepingNothing(mgr);
     ktest::Slot(42) = sem;
     EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart create semaphore."));
 
     const uint32_t count = Zos_CfgGetTimerCount();
     ASSERT_EQ(Zos_CfgSetTimerCount(0x10000000), ZOK);  // more nodes than one block holds
-    EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
+    StartFailsKeepingNothing(mgr);
     ASSERT_EQ(Zos_CfgSetTimerCount(count), ZOK);
     EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart create queue timer."));
 
     const ZOS_OSDEP_FUNC spawn = ktest::Slot(95);
     ktest::Slot(95) = nullptr;
-    EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
+    StartFailsKeepingNothing(mgr);
     ktest::Slot(95) = spawn;
     EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart spawn task."));
     EXPECT_EQ(Zos_TaskGetTaskId("TIMER"), ZOS_INVALID_ID);
@@ -413,28 +422,20 @@ TEST_F(TimerTest, OsTaskStartFailsAtEachPartThenStartsAgain) {
 
     const ZOS_OSDEP_FUNC init = ktest::Slot(103);
     ktest::Slot(103) = reinterpret_cast<ZOS_OSDEP_FUNC>(+[]() -> uint32_t { return ZFAILED; });
-    EXPECT_EQ(Zos_TimerTaskStart(os), ZFAILED);
+    StartFailsKeepingNothing(os);
     ktest::Slot(103) = init;
     EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart init os timer."));
 
     const uint32_t count = Zos_CfgGetTimerCount();
     ASSERT_EQ(Zos_CfgSetTimerCount(0x10000000), ZOK);
-    ktest::ClearLogged();
-    EXPECT_EQ(Zos_TimerTaskStart(os), ZFAILED);
+    StartFailsKeepingNothing(os);
     ASSERT_EQ(Zos_CfgSetTimerCount(count), ZOK);
     EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart create queue timer."));
 
     uint32_t squatter = ZOS_INVALID_ID;
     const PFN_ZOS_MOD_ENTRY idle = [](void *) -> int32_t { return 0; };
     ASSERT_EQ(Zos_ModTaskStart("TIMEROS", 3, 0, 0, 0, nullptr, nullptr, idle, &squatter), ZOK);
-    {
-        // The queue timer made before the task start failed goes back.
-        const ktest::FailingHeap heap;
-        ktest::g_failAt = 0;
-        ktest::g_live = 0;
-        EXPECT_EQ(Zos_TimerTaskStart(os), ZFAILED);
-        EXPECT_EQ(ktest::g_live, 0);
-    }
+    StartFailsKeepingNothing(os);  // its queue timer, made first, goes back
     EXPECT_TRUE(ktest::LoggedContains("already exist."));
     ASSERT_EQ(Zos_ModTaskStop(squatter), ZOK);
 
