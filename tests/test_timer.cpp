@@ -367,13 +367,33 @@ TEST_F(TimerTest, TaskSleepsUntilTheSoonestExpiry) {
     Zos_TimerStop(p);
 }
 
-// A manager's task start that must fail and give back every block it took.
-void StartFailsKeepingNothing(void *mgr) {
-    const ktest::FailingHeap heap;
-    ktest::g_failAt = 0;
-    ktest::g_live = 0;
-    EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED);
-    EXPECT_EQ(ktest::g_live, 0);
+// A manager's task start that must fail with its line and give back
+// every block it took.
+void StartFailsKeepingNothing(void *mgr, const char *line) {
+    {
+        const ktest::FailingHeap heap;
+        ktest::g_failAt = 0;
+        ktest::g_live = 0;
+        EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED) << line;
+        EXPECT_EQ(ktest::g_live, 0) << line;
+    }
+    EXPECT_TRUE(ktest::LoggedContains(line)) << line;
+}
+
+// The same with one platform slot replaced for the start.
+void StartFailsWithSlot(void *mgr, uint32_t slot, ZOS_OSDEP_FUNC replacement, const char *line) {
+    const ZOS_OSDEP_FUNC saved = ktest::Slot(slot);
+    ktest::Slot(slot) = replacement;
+    StartFailsKeepingNothing(mgr, line);
+    ktest::Slot(slot) = saved;
+}
+
+// The same with more timers configured than one block of nodes holds.
+void StartFailsOnItsQueueTimer(void *mgr) {
+    const uint32_t count = Zos_CfgGetTimerCount();
+    ASSERT_EQ(Zos_CfgSetTimerCount(0x10000000), ZOK);
+    StartFailsKeepingNothing(mgr, "TimerTaskStart create queue timer.");
+    ASSERT_EQ(Zos_CfgSetTimerCount(count), ZOK);
 }
 
 // The self manager's task stopped and started again: a start that cannot
@@ -384,25 +404,11 @@ TEST_F(TimerTest, TaskStartFailsAtEachPartThenStartsAgain) {
     ASSERT_NE(mgr, nullptr);
     Zos_TimerTaskStop(mgr);
     ASSERT_EQ(Zos_TaskGetTaskId("TIMER"), ZOS_INVALID_ID);
-
-    const ZOS_OSDEP_FUNC sem = ktest::Slot(42);
-    ktest::Slot(42) =
-        reinterpret_cast<ZOS_OSDEP_FUNC>(+[](ZSEM *, uint32_t) -> uint32_t { return ZFAILED; });
-    StartFailsKeepingNothing(mgr);
-    ktest::Slot(42) = sem;
-    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart create semaphore."));
-
-    const uint32_t count = Zos_CfgGetTimerCount();
-    ASSERT_EQ(Zos_CfgSetTimerCount(0x10000000), ZOK);  // more nodes than one block holds
-    StartFailsKeepingNothing(mgr);
-    ASSERT_EQ(Zos_CfgSetTimerCount(count), ZOK);
-    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart create queue timer."));
-
-    const ZOS_OSDEP_FUNC spawn = ktest::Slot(95);
-    ktest::Slot(95) = nullptr;
-    StartFailsKeepingNothing(mgr);
-    ktest::Slot(95) = spawn;
-    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart spawn task."));
+    const auto noSem = +[](ZSEM *, uint32_t) -> uint32_t { return ZFAILED; };
+    StartFailsWithSlot(mgr, 42, reinterpret_cast<ZOS_OSDEP_FUNC>(noSem),
+                       "TimerTaskStart create semaphore.");
+    StartFailsOnItsQueueTimer(mgr);
+    StartFailsWithSlot(mgr, 95, nullptr, "TimerTaskStart spawn task.");
     EXPECT_EQ(Zos_TaskGetTaskId("TIMER"), ZOS_INVALID_ID);
 
     ASSERT_EQ(Zos_TimerTaskStart(mgr), ZOK);
@@ -413,30 +419,21 @@ TEST_F(TimerTest, TaskStartFailsAtEachPartThenStartsAgain) {
 }
 
 // The OS manager's task the same way: a platform timer that will not
-// start, a queue timer too large, and a task name already taken.
+// start, a queue timer too large, and a task name already taken (its
+// queue timer, made first, goes back).
 TEST_F(TimerTest, OsTaskStartFailsAtEachPartThenStartsAgain) {
     void *os = Zos_EnvLocateOsTmrMgr();
     ASSERT_NE(os, nullptr);
     Zos_TimerTaskStop(os);
     ASSERT_EQ(Zos_TaskGetTaskId("TIMEROS"), ZOS_INVALID_ID);
-
-    const ZOS_OSDEP_FUNC init = ktest::Slot(103);
-    ktest::Slot(103) = reinterpret_cast<ZOS_OSDEP_FUNC>(+[]() -> uint32_t { return ZFAILED; });
-    StartFailsKeepingNothing(os);
-    ktest::Slot(103) = init;
-    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart init os timer."));
-
-    const uint32_t count = Zos_CfgGetTimerCount();
-    ASSERT_EQ(Zos_CfgSetTimerCount(0x10000000), ZOK);
-    StartFailsKeepingNothing(os);
-    ASSERT_EQ(Zos_CfgSetTimerCount(count), ZOK);
-    EXPECT_TRUE(ktest::LoggedContains("TimerTaskStart create queue timer."));
-
+    StartFailsWithSlot(os, 103,
+                       reinterpret_cast<ZOS_OSDEP_FUNC>(+[]() -> uint32_t { return ZFAILED; }),
+                       "TimerTaskStart init os timer.");
+    StartFailsOnItsQueueTimer(os);
     uint32_t squatter = ZOS_INVALID_ID;
     const PFN_ZOS_MOD_ENTRY idle = [](void *) -> int32_t { return 0; };
     ASSERT_EQ(Zos_ModTaskStart("TIMEROS", 3, 0, 0, 0, nullptr, nullptr, idle, &squatter), ZOK);
-    StartFailsKeepingNothing(os);  // its queue timer, made first, goes back
-    EXPECT_TRUE(ktest::LoggedContains("already exist."));
+    StartFailsKeepingNothing(os, "already exist.");
     ASSERT_EQ(Zos_ModTaskStop(squatter), ZOK);
 
     ASSERT_EQ(Zos_TimerTaskStart(os), ZOK);
