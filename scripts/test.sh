@@ -37,11 +37,28 @@ format_check() {
   git ls-files -- '*.c' '*.cpp' '*.h' '*.hpp' | xargs -r clang-format --dry-run --Werror
 }
 
+# A failed test's own lines sit in the middle of a long output; the lines
+# that say what failed are gathered from ctest's log and printed again at
+# the end of the run, the failed names last.
+details=$(mktemp)
+names=$(mktemp)
+trap 'rm -f "$details" "$names"' EXIT
+run_ctest() {  # build-dir [ctest args...]
+  local dir=$1; shift
+  ctest --test-dir "$dir" --output-on-failure --timeout "$ctest_limit" "$@" && return 0
+  local log=$dir/Testing/Temporary/LastTest.log
+  { echo "-- $dir"; grep -E -A7 ': Failure$' "$log" | head -40; } >>"$details" 2>&1
+  { echo "-- $dir"
+    grep -E '^\[  FAILED  \]|^(SUMMARY|ERROR): |WARNING: ThreadSanitizer|Timeout|Exception:' "$log" |
+      sort -u | head -20; } >>"$names" 2>&1
+  return 1
+}
+
 host_leg() {  # preset [ctest args...]
   local preset=$1; shift
   cmake --preset "$preset" >/dev/null &&
     cmake --build "build/$preset" -j "$jobs" &&
-    ctest --test-dir "build/$preset" --output-on-failure --timeout "$ctest_limit" "$@"
+    run_ctest "build/$preset" "$@"
 }
 
 exports_check() {
@@ -56,7 +73,7 @@ exports_check() {
 tsan_leg() {
   cmake --preset tsan >/dev/null &&
     cmake --build build/tsan -j "$jobs" --target kestro_concurrency_tests kestro_tests &&
-    ctest --test-dir build/tsan --output-on-failure --timeout "$ctest_limit" -L threads
+    run_ctest build/tsan -L threads
 }
 
 # Command 1's tree: GCC, release. kestro runs in an empty directory that
@@ -134,6 +151,11 @@ leg "arm under qemu" host_leg arm
 leg "gcc release + kestro" release_leg
 leg "install and consume" install_leg
 
+if [ -s "$names" ]; then
+  echo
+  echo "== what failed"
+  cat "$details" "$names"
+fi
 echo
 echo "legs: $passed passed, $failed failed"
 [ "$failed" -eq 0 ]
