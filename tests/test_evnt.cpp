@@ -159,7 +159,10 @@ TEST_F(EvntTest, MemoryAndElementDataCopyOrBorrow) {
     ZDBUF db = Zos_DbufCreate(nullptr, 1, 128);
     ASSERT_EQ(Zos_DbufPstAddStrD(db, "payload"), ZOK);
     ASSERT_EQ(Zos_EParmSetElemDataX(evt_, db), ZOK);
-    EXPECT_EQ(std::string(static_cast<char *>(Zos_EParmGetElemData(evt_, &len)), len), "payload");
+    // The length is read after the call that writes it, not beside it in one
+    // argument list (GCC evaluates arguments right to left).
+    const auto *data = static_cast<char *>(Zos_EParmGetElemData(evt_, &len));
+    EXPECT_EQ(std::string(data, len), "payload");
 
     // Slot 7 owns its buffer: released with the event, handed back by Clr.
     ASSERT_EQ(Zos_DbufClone(db), db);
