@@ -372,7 +372,8 @@ TEST_F(TimerTest, TaskSleepsUntilTheSoonestExpiry) {
 // (from any thread): the layer's other threads allocate meanwhile too.
 std::mutex g_takenLock;
 std::set<void *> g_taken;
-std::thread::id g_taker;
+// Written by the test's thread, read by any thread that allocates meanwhile.
+std::atomic<std::thread::id> g_taker;
 
 void *TakenMalloc(uint32_t size) {
     void *p = Zpand_Malloc(size);
