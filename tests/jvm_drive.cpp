@@ -128,7 +128,9 @@ TEST_F(JvmDrive, MessagesAreHandledOnTheJavaWorkerOnePerDriveInOrder) {
     for (uint32_t i = 0; i < kCount; ++i) {
         EXPECT_EQ(g_handled[i].type, kFirstType + i);
         EXPECT_EQ(g_handled[i].thread, "ZpandMod");
-        if (i > 0) EXPECT_GT(g_handled[i].drive, g_handled[i - 1].drive);
+        if (i > 0) {
+            EXPECT_GT(g_handled[i].drive, g_handled[i - 1].drive);
+        }
     }
     EXPECT_EQ(g_doubleDrives, 0);
     EXPECT_GE(g_drives, static_cast<int>(kCount));
