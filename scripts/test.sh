@@ -7,12 +7,14 @@
 #      the exported symbols are checked to be the C interface only;
 #   3. host clang build with ThreadSanitizer: the concurrency tests and the
 #      unit tests (many run the layer's own tasks beside the test's thread);
-#   4. 32-bit ARM cross build, the tests under qemu-arm (but the watchdog
+#   4. host build with the default compiler (GCC), optimised, and every
+#      test it has: the only leg where the tests run at full speed on the
+#      host, and GCC's code for the host;
+#   5. 32-bit ARM cross build, the tests under qemu-arm (but the watchdog
 #      check);
-#   5. the release preset with the default compiler (GCC), as command 1
-#      builds it, and `kestro` run against known outputs (the tests are
-#      compiled with GCC by the ARM leg);
-#   6. install into a temporary prefix and build a small consumer against
+#   6. the release preset with the default compiler (GCC), as command 1
+#      builds it, and `kestro` run against known outputs;
+#   7. install into a temporary prefix and build a small consumer against
 #      it through the CMake package and through pkg-config.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -147,6 +149,7 @@ leg "format" format_check
 leg "host asan+ubsan" host_leg asan
 leg "exports" exports_check
 leg "host tsan" tsan_leg
+leg "host gcc" host_leg gcc
 leg "arm under qemu" host_leg arm
 leg "gcc release + kestro" release_leg
 leg "install and consume" install_leg
