@@ -229,4 +229,5 @@ TEST_F(ZosTest, TaskTableNamesAndStatisticsOfThreadlessRecords) {
     EXPECT_EQ(Zos_ModPutTask(a), ZFAILED);
     EXPECT_EQ(Zos_ModLocateTask(a, &rec), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("task<ALPHA:" + std::to_string(a) + "> free ok."));
+    EXPECT_EQ(Zos_ModPutTask(anon) | Zos_ModPutTask(b), ZOK);
 }
