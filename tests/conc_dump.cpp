@@ -13,12 +13,6 @@ namespace {
 constexpr uint16_t kDeep = 16;
 constexpr int kListings = 400;
 
-std::string Text(ZDBUF b) {
-    std::string s(Zos_DbufLen(b), '\0');
-    if (!s.empty()) Zos_DbufCopyD(b, 0, static_cast<uint32_t>(s.size()), s.data());
-    return s;
-}
-
 }  // namespace
 
 // Record k of each round carries the value k, so every row a listing shows
@@ -41,7 +35,7 @@ TEST_F(ZosTest, ConcDumpListedWhileRecordedAndCleared) {
         ZDBUF out = Zos_DbufCreate(nullptr, 1, 512);
         EXPECT_NE(out, nullptr);
         EXPECT_EQ(Zos_DumpPrintBuf(dump, out), ZOK);
-        const std::string text = Text(out);
+        const std::string text = ktest::DbufText(out);
         for (std::sregex_iterator it(text.begin(), text.end(), row), end; it != end; ++it) {
             EXPECT_EQ((*it)[1], (*it)[2]) << text;
         }

@@ -28,11 +28,7 @@ struct AbnfEnc {
         Abnf_ErrDestroy(&err);
         Zos_DbufDelete(buf);
     }
-    std::string text() const {
-        std::string s(Zos_DbufLen(buf), '\0');
-        if (!s.empty()) Zos_DbufCopyD(buf, 0, uint32_t(s.size()), s.data());
-        return s;
-    }
+    std::string text() const { return ktest::DbufText(buf); }
 };
 
 bool StrAll(const std::string &s, bool (*pred)(char)) {

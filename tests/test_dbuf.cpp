@@ -10,14 +10,6 @@
 
 namespace {
 
-std::string Content(ZDBUF b) {
-    std::string s(Zos_DbufLen(b), '\0');
-    if (!s.empty()) {
-        EXPECT_EQ(Zos_DbufCopyD(b, 0, Zos_DbufLen(b), s.data()), ZOK);
-    }
-    return s;
-}
-
 std::vector<uint32_t> Blocks(ZDBUF b) {
     std::vector<uint32_t> lens;
     for (uint32_t i = 0; i < Zos_DbufBlkSize(b); ++i) lens.push_back(Zos_DbufBlkLen(b, i));
@@ -109,7 +101,7 @@ TEST_F(DbufTest, CreateRulesAndValidityTexts) {
     EXPECT_EQ(Zos_DbufDelete(mem), ZOK);
 
     ZDBUF msg = Zos_DbufCreateAddD(nullptr, 1, 256, "hello", 5);
-    EXPECT_EQ(Content(msg), "hello");
+    EXPECT_EQ(ktest::DbufText(msg), "hello");
     EXPECT_EQ(Zos_DbufChkValid(Zos_DbufCreate(nullptr, 1, 128), 255, 0, 1), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DbufChkValid no data."));
     EXPECT_EQ(Zos_DbufPstAddMultD(msg, "x", 0), ZFAILED);  // length 0: refused quietly
@@ -135,7 +127,7 @@ TEST_F(DbufTest, AppendAndPrependBlockLayout) {
     ASSERT_EQ(Zos_DbufPreAddMultD(b, Bytes(100).data(), 100), ZOK);
     ASSERT_EQ(Zos_DbufPreAddMultD(b, "0123456789", 10), ZOK);
     EXPECT_EQ(Blocks(b), (std::vector<uint32_t>{6, 104}));
-    EXPECT_EQ(Content(b), "0123456789" + Bytes(100));
+    EXPECT_EQ(ktest::DbufText(b), "0123456789" + Bytes(100));
     EXPECT_EQ(Zos_DbufPreAddD(b, '#'), ZOK);  // head room of the new block
     EXPECT_EQ(Blocks(b), (std::vector<uint32_t>{7, 104}));
 
@@ -143,10 +135,10 @@ TEST_F(DbufTest, AppendAndPrependBlockLayout) {
     // into one block of exactly the rest.
     ASSERT_EQ(Zos_DbufPstAddMultD(b, Bytes(300, 'A').data(), 300), ZOK);
     EXPECT_EQ(Blocks(b), (std::vector<uint32_t>{7, 104, 300}));
-    EXPECT_EQ(Content(b), "#0123456789" + Bytes(100) + Bytes(300, 'A'));
+    EXPECT_EQ(ktest::DbufText(b), "#0123456789" + Bytes(100) + Bytes(300, 'A'));
     EXPECT_EQ(Zos_DbufPstAddStrD(b, "zz"), ZOK);
     EXPECT_EQ(Zos_DbufPreAddStrD(b, "yy"), ZOK);
-    EXPECT_EQ(Content(b), "yy#0123456789" + Bytes(100) + Bytes(300, 'A') + "zz");
+    EXPECT_EQ(ktest::DbufText(b), "yy#0123456789" + Bytes(100) + Bytes(300, 'A') + "zz");
     EXPECT_EQ(Zos_DbufDelete(b), ZOK);
 }
 
@@ -159,7 +151,7 @@ TEST_F(DbufTest, BuildFallsBackToStandardBlocksPartialOutermost) {
     EXPECT_EQ(Blocks(b), (std::vector<uint32_t>{104, 104, 42}));  // partial block last
     ASSERT_EQ(Zos_DbufPreAddMultD(b, d.data(), 250), ZOK);
     EXPECT_EQ(Blocks(b), (std::vector<uint32_t>{42, 104, 104, 104, 104, 42}));  // and first
-    EXPECT_EQ(Content(b), d + d);
+    EXPECT_EQ(ktest::DbufText(b), d + d);
 
     // A build that runs out half-way releases what it made; the buffer is
     // untouched.
@@ -168,7 +160,7 @@ TEST_F(DbufTest, BuildFallsBackToStandardBlocksPartialOutermost) {
     EXPECT_EQ(Zos_DbufPstAddMultD(b, Bytes(400).data(), 400), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DbufAddData alloc data."));
     EXPECT_TRUE(ktest::LoggedContains("DbufPstAddMultD add data."));
-    EXPECT_EQ(Content(b), d + d);
+    EXPECT_EQ(ktest::DbufText(b), d + d);
     g_budget = -1;
     EXPECT_EQ(Zos_DbufDelete(b), ZOK);
     ExpectPoolEmpty();
@@ -244,17 +236,17 @@ TEST_F(DbufTest, RemoveAdjustAndNewLength) {
     ASSERT_EQ(Zos_DbufPstDelMultD(b, 40, out), ZOK);
     EXPECT_EQ(std::string(out, 40), d.substr(260, 40));
     EXPECT_EQ(Zos_DbufPstDelMultD(b, 10, nullptr), ZOK);  // no output: an adjustment
-    EXPECT_EQ(Content(b), d.substr(110, 140));
+    EXPECT_EQ(ktest::DbufText(b), d.substr(110, 140));
 
     EXPECT_EQ(Zos_DbufAdjD(b, 0), ZFAILED);
     EXPECT_EQ(Zos_DbufAdjD(b, -141), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DbufAdjD invalid length."));
     EXPECT_EQ(Zos_DbufAdjD(b, -40), ZOK);
-    EXPECT_EQ(Content(b), d.substr(110, 100));
+    EXPECT_EQ(ktest::DbufText(b), d.substr(110, 100));
     EXPECT_EQ(Zos_DbufNewLen(b, 90), ZOK);
-    EXPECT_EQ(Content(b), d.substr(110, 90));
+    EXPECT_EQ(ktest::DbufText(b), d.substr(110, 90));
     EXPECT_EQ(Zos_DbufNewLen(b, 100), ZOK);  // back into the tail room
-    EXPECT_EQ(Content(b), d.substr(110, 100));
+    EXPECT_EQ(ktest::DbufText(b), d.substr(110, 100));
     EXPECT_EQ(Zos_DbufNewLen(b, 1000), ZFAILED);
     EXPECT_EQ(Zos_DbufAdjD(b, -100), ZOK);  // the full length: empty, still valid
     EXPECT_EQ(Zos_DbufLen(b), 0u);
@@ -277,15 +269,15 @@ TEST_F(DbufTest, SplitOnAndInsideBlocksAndCat) {
     ZDBUF tail = Zos_DbufSplit(b, 104);  // on the boundary: relinked, not copied
     ASSERT_NE(tail, nullptr);
     EXPECT_EQ(Zos_DbufBlkData(tail, 0), second);
-    EXPECT_EQ(Content(b), d.substr(0, 104));
-    EXPECT_EQ(Content(tail), d.substr(104));
+    EXPECT_EQ(ktest::DbufText(b), d.substr(0, 104));
+    EXPECT_EQ(ktest::DbufText(tail), d.substr(104));
 
     ZDBUF rest = Zos_DbufSplit(tail, 50);  // inside: only the part after is copied
     ASSERT_NE(rest, nullptr);
     EXPECT_EQ(Zos_DbufSize(rest), 146u);
     EXPECT_EQ(Zos_DbufBlkData(tail, 0), second);
-    EXPECT_EQ(Content(tail), d.substr(104, 50));
-    EXPECT_EQ(Content(rest), d.substr(154));
+    EXPECT_EQ(ktest::DbufText(tail), d.substr(104, 50));
+    EXPECT_EQ(ktest::DbufText(rest), d.substr(154));
 
     ZDBUF mem = Zos_DbufCreateD(nullptr, 2, 128, 4, reinterpret_cast<void **>(&second));
     EXPECT_EQ(Zos_DbufCat(b, mem), ZFAILED);
@@ -294,7 +286,7 @@ TEST_F(DbufTest, SplitOnAndInsideBlocksAndCat) {
     EXPECT_EQ(Zos_DbufCat(b, b), ZFAILED);
     ASSERT_EQ(Zos_DbufCat(b, tail), ZOK);
     ASSERT_EQ(Zos_DbufCat(b, rest), ZOK);
-    EXPECT_EQ(Content(b), d);
+    EXPECT_EQ(ktest::DbufText(b), d);
     EXPECT_EQ(Zos_DbufDelete(b), ZOK);
 }
 
@@ -308,11 +300,11 @@ TEST_F(DbufTest, ClonesAndSharedBuffers) {
     EXPECT_EQ(Zos_DbufPstAddStrD(b, "d"), ZFAILED);  // a shared buffer is not changed
     EXPECT_TRUE(ktest::LoggedContains("DbufChkValid buffer reuse."));
     EXPECT_EQ(Zos_DbufSplit(b, 1), nullptr);
-    EXPECT_EQ(Content(b), "abc");  // reading is fine
-    ZDBUF copy = Zos_DbufCopy(b);  // so is a deep copy
+    EXPECT_EQ(ktest::DbufText(b), "abc");  // reading is fine
+    ZDBUF copy = Zos_DbufCopy(b);          // so is a deep copy
     EXPECT_EQ(Zos_DbufRefCnt(copy), 1u);
     EXPECT_EQ(Zos_DbufPstAddStrD(copy, "d"), ZOK);
-    EXPECT_EQ(Content(copy), "abcd");
+    EXPECT_EQ(ktest::DbufText(copy), "abcd");
     EXPECT_EQ(Zos_DbufCat(copy, b), ZFAILED);
     for (int i = 0; i < 254; ++i) ASSERT_EQ(Zos_DbufDelete(b), ZOK);
     EXPECT_EQ(Zos_DbufPstAddStrD(b, "d"), ZOK);
@@ -339,11 +331,11 @@ TEST_F(DbufTest, CopiesFlatteningOffsetsAndChains) {
     ZDBUF flat = Zos_DbufFlat(b);
     EXPECT_EQ(Zos_DbufIsFlat(flat), 1u);
     EXPECT_EQ(Zos_DbufType(flat), 1u);
-    EXPECT_EQ(Content(flat), d);
+    EXPECT_EQ(ktest::DbufText(flat), d);
     ZDBUF part = Zos_DbufFlatX(b, 10, 20);
-    EXPECT_EQ(Content(part), d.substr(10, 20));
+    EXPECT_EQ(ktest::DbufText(part), d.substr(10, 20));
     ZDBUF range = Zos_DbufCopyX(b, 100, 50);
-    EXPECT_EQ(Content(range), d.substr(100));
+    EXPECT_EQ(ktest::DbufText(range), d.substr(100));
 
     uint8_t *end0 = Zos_DbufO2D(b, 104);  // a block's length maps to its end
     EXPECT_EQ(end0, Zos_DbufBlkData(b, 0) + 104);
@@ -378,13 +370,13 @@ TEST_F(DbufTest, FormattedTextShortAndLong) {
     ASSERT_EQ(Zos_DbufPstAddFmtD(b, "<%d:%s>", 42, "x"), ZOK);
     const std::string longText(300, 'q');
     ASSERT_EQ(Zos_DbufPreAddFmtD(b, "%s|", longText.c_str()), ZOK);
-    EXPECT_EQ(Content(b), longText + "|<42:x>");
+    EXPECT_EQ(ktest::DbufText(b), longText + "|<42:x>");
     EXPECT_EQ(Zos_DbufPstAddFmtD(nullptr, "%d", 1), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DbufPstAddFmtD invalid id."));
     ZDBUF other = Zos_DbufCreateAddD(nullptr, 1, 128, "[", 1);
     ASSERT_EQ(Zos_DbufPstAddBufD(other, b), ZOK);
     ASSERT_EQ(Zos_DbufPreAddBufD(b, other), ZOK);
-    EXPECT_EQ(Content(b), "[" + longText + "|<42:x>" + longText + "|<42:x>");
+    EXPECT_EQ(ktest::DbufText(b), "[" + longText + "|<42:x>" + longText + "|<42:x>");
     EXPECT_EQ(Zos_DbufDelete(b), ZOK);
     EXPECT_EQ(Zos_DbufDelete(other), ZOK);
 }
@@ -405,7 +397,7 @@ TEST_F(DbufTest, SaveAndLoadFiles) {
     ZDBUF loaded = nullptr;
     ASSERT_EQ(Zos_DbufLoadFile(path.c_str(), &loaded), ZOK);
     EXPECT_EQ(Zos_DbufIsFlat(loaded), 1u);
-    EXPECT_EQ(Content(loaded), d);
+    EXPECT_EQ(ktest::DbufText(loaded), d);
     EXPECT_EQ(Zos_DbufLoadFile((dir + "/missing").c_str(), &loaded), ZFAILED);
     EXPECT_EQ(loaded, nullptr);
     EXPECT_TRUE(ktest::LoggedContains("DbufLoadFile open file(" + dir + "/missing) fail."));
@@ -485,8 +477,8 @@ TEST_F(DbufTest, RandomSequencesMatchStringModel) {
                 const uint32_t off = 1 + pick(len - 1);
                 ZDBUF tail = Zos_DbufSplit(b, off);
                 ASSERT_NE(tail, nullptr);
-                ASSERT_EQ(Content(b), model.substr(0, off));
-                ASSERT_EQ(Content(tail), model.substr(off));
+                ASSERT_EQ(ktest::DbufText(b), model.substr(0, off));
+                ASSERT_EQ(ktest::DbufText(tail), model.substr(off));
                 ASSERT_EQ(Zos_DbufCat(b, tail), ZOK);
             } else if (op == 5) {
                 ASSERT_EQ(Zos_DbufPstAddD(b, 'Z'), ZOK);
@@ -500,7 +492,7 @@ TEST_F(DbufTest, RandomSequencesMatchStringModel) {
             for (uint32_t len0 : Blocks(b)) sum += len0;
             ASSERT_EQ(sum, model.size());
         }
-        ASSERT_EQ(Content(b), model) << "seed " << seed;
+        ASSERT_EQ(ktest::DbufText(b), model) << "seed " << seed;
         EXPECT_EQ(Zos_DbufDelete(b), ZOK);
         ExpectPoolEmpty();
     }
@@ -596,7 +588,7 @@ TEST_F(ZosTest, DbufAddDataBuildsNewBlocksOnly) {
     EXPECT_EQ(Blocks(b), (std::vector<uint32_t>{1, 250}));
     ASSERT_EQ(Zos_DbufAddData(b, "xyz", 3, 1), ZOK);
     EXPECT_EQ(Blocks(b), (std::vector<uint32_t>{3, 1, 250}));
-    EXPECT_EQ(Content(b), "xyzM" + Bytes(250));
+    EXPECT_EQ(ktest::DbufText(b), "xyzM" + Bytes(250));
     EXPECT_EQ(Zos_DbufAddData(b, nullptr, 3, 0) + Zos_DbufAddData(b, "x", 0, 0), 2 * ZFAILED);
     ZDBUF shared = Zos_DbufClone(b);
     EXPECT_EQ(Zos_DbufAddData(b, "x", 1, 0), ZFAILED) << "shared";

@@ -12,18 +12,10 @@
 
 namespace {
 
-std::string Text(ZDBUF buf) {
-    std::string s(Zos_DbufLen(buf), '\0');
-    if (!s.empty()) {
-        EXPECT_EQ(Zos_DbufCopyD(buf, 0, static_cast<uint32_t>(s.size()), s.data()), ZOK);
-    }
-    return s;
-}
-
 std::string Print(ZRBT tree, uint32_t style) {
     ZDBUF buf = Zos_RbtPrint(tree, nullptr, style);
     EXPECT_NE(buf, nullptr);
-    std::string s = buf != nullptr ? Text(buf) : "";
+    std::string s = buf != nullptr ? ktest::DbufText(buf) : "";
     Zos_DbufDelete(buf);
     return s;
 }
@@ -170,7 +162,7 @@ TEST_F(ZosTest, RbtPrintKeyTextAndOrder) {
     ASSERT_EQ(Zos_RbtAdd(tree, 0x3c, 0), ZOK);  // rotates: 0x2b on top
     ZDBUF buf = Zos_DbufCreateAddD(nullptr, 1, 512, "x", 1);
     EXPECT_EQ(Zos_RbtPrint(tree, buf, ZOS_RBT_PRINT_COMPACT), buf);  // appends
-    EXPECT_EQ(Text(buf), "x0x2bB{0x1aR,0x3cR}");
+    EXPECT_EQ(ktest::DbufText(buf), "x0x2bB{0x1aR,0x3cR}");
     Zos_DbufDelete(buf);
 
     char text[ZOS_RBT_KEY_STR_SIZE], text2[ZOS_RBT_KEY_STR_SIZE];

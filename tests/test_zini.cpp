@@ -60,8 +60,7 @@ struct Ini {
 std::string Frames(const ST_ABNF_ERR &err) {
     ZDBUF out = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 512);
     Zos_DumpPrintBuf(err.zDump, out);
-    std::string frames(Zos_DbufLen(out), '\0');
-    Zos_DbufCopyD(out, 0, static_cast<uint32_t>(frames.size()), frames.data());
+    const std::string frames = ktest::DbufText(out);
     Zos_DbufDelete(out);
     return frames;
 }

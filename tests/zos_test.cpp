@@ -142,6 +142,14 @@ std::string ReadFile(const std::string &path) {
     return out.str();
 }
 
+std::string DbufText(ZDBUF buf) {
+    std::string s(Zos_DbufLen(buf), '\0');
+    if (!s.empty()) {
+        EXPECT_EQ(Zos_DbufCopyD(buf, 0, static_cast<uint32_t>(s.size()), s.data()), ZOK);
+    }
+    return s;
+}
+
 std::vector<std::string> FilesIn(const std::string &dir) {
     std::vector<std::string> out;
     for (const auto &e : std::filesystem::directory_iterator(dir)) out.push_back(e.path());

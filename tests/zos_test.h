@@ -107,6 +107,9 @@ std::string Mask(const std::string &text, const std::string &pattern, const std:
 std::string ReadFile(const std::string &path);
 std::vector<std::string> FilesIn(const std::string &dir);
 
+// The whole content of a data buffer as one string (its copy must succeed).
+std::string DbufText(ZDBUF buf);
+
 // Points the configuration's log directory at TempDir()/logs, so the
 // system log's files stay out of the working directory. Call before
 // Zos_SysInit.
