@@ -400,13 +400,11 @@ void StartFailsKeepingNothing(void *mgr, const char *line) {
     const ZLOGID log = Zos_LogGetZosId();
     const uint32_t level = Zos_LogGetLevel(log);
     Zos_LogClose(log, level);
-    const ZOS_OSDEP_FUNC heap[2] = {ktest::Slot(0), ktest::Slot(2)};
     g_taker = std::this_thread::get_id();
-    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(TakenMalloc);
-    ktest::Slot(2) = reinterpret_cast<ZOS_OSDEP_FUNC>(TakenFree);
-    EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED) << line;
-    ktest::Slot(0) = heap[0];
-    ktest::Slot(2) = heap[1];
+    {
+        const ktest::HeapSlots heap(TakenMalloc, TakenFree);
+        EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED) << line;
+    }
     Zos_LogOpen(log, level);
     {
         std::lock_guard<std::mutex> lock(g_takenLock);

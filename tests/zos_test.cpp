@@ -94,12 +94,13 @@ void CountingFree(void *p) {
     Zpand_Free(p);
 }
 
-FailingHeap::FailingHeap() : malloc_(Slot(0)), free_(Slot(2)) {
-    Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
-    Slot(2) = reinterpret_cast<ZOS_OSDEP_FUNC>(CountingFree);
+HeapSlots::HeapSlots(void *(*alloc)(uint32_t), void (*release)(void *))
+    : malloc_(Slot(0)), free_(Slot(2)) {
+    Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(alloc);
+    Slot(2) = reinterpret_cast<ZOS_OSDEP_FUNC>(release);
 }
 
-FailingHeap::~FailingHeap() {
+HeapSlots::~HeapSlots() {
     Slot(0) = malloc_;
     Slot(2) = free_;
 }

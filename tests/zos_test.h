@@ -67,17 +67,23 @@ extern std::atomic<int> g_live;
 extern std::atomic<uint32_t> g_lastSize;
 void *FailingMalloc(uint32_t size);
 void CountingFree(void *p);
-// Installs FailingMalloc and CountingFree in the heap slots for a scope.
-class FailingHeap {
+// Installs a heap's allocate and free in the platform's heap slots for a
+// scope, and puts the previous pair back at its end.
+class HeapSlots {
   public:
-    FailingHeap();
-    ~FailingHeap();
-    FailingHeap(const FailingHeap &) = delete;
-    FailingHeap &operator=(const FailingHeap &) = delete;
+    HeapSlots(void *(*alloc)(uint32_t), void (*release)(void *));
+    ~HeapSlots();
+    HeapSlots(const HeapSlots &) = delete;
+    HeapSlots &operator=(const HeapSlots &) = delete;
 
   private:
     ZOS_OSDEP_FUNC malloc_;
     ZOS_OSDEP_FUNC free_;
+};
+// Installs FailingMalloc and CountingFree in the heap slots for a scope.
+class FailingHeap : public HeapSlots {
+  public:
+    FailingHeap() : HeapSlots(FailingMalloc, CountingFree) {}
 };
 
 // True once pred holds, polling every millisecond for at most `limit`;
