@@ -119,7 +119,7 @@ TEST(Fmt, BoundedSinkKeepsLastByteAndReturnsSize) {
         const uint32_t n = Zos_SNPrintf(buf, size, "abcdef");
         EXPECT_EQ(n, static_cast<uint32_t>(std::min(size, 6)));
         const int32_t kept = std::max(0, std::min(size - 1, 6));
-        EXPECT_EQ(std::string(buf, kept), std::string("abcdef", kept));
+        EXPECT_EQ(std::string(buf, kept), std::string("abcdef").substr(0, kept));
         EXPECT_EQ(buf[kept], size == 0 ? '#' : '\0');
         EXPECT_EQ(buf[kept + 1], '#') << "wrote past the terminator";
     }
