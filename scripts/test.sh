@@ -2,7 +2,8 @@
 # Command 2: install what is missing, then build and pass the whole suite:
 #   1. formatting of every C and C++ file (clang-format);
 #   2. host clang build with AddressSanitizer + UndefinedBehaviorSanitizer:
-#      unit tests, C header check, libFuzzer targets over their corpora,
+#      unit tests, C header check, libFuzzer targets over their corpora
+#      (two at a time),
 #      the test watchdog on a test that hangs on purpose;
 #      the exported symbols are checked to be the C interface only;
 #   3. host clang build with ThreadSanitizer: the concurrency tests and the
