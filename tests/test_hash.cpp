@@ -64,6 +64,40 @@ TEST_F(ZosTest, HashKeyFunctions) {
     EXPECT_EQ(Zos_HashKeyFromStr(0, 0, 0, nullptr), ZOK);
 }
 
+// Each allocation of both create forms fails in turn: the failed create
+// says which step failed and leaves nothing allocated.
+TEST_F(ZosTest, HashCreateAllocationFailures) {
+    for (const char *form : {"HashCreateX", "HashCreateAX"}) {
+        const bool ax = std::string(form) == "HashCreateAX";
+        std::vector<std::string> steps;
+        const ktest::FailingHeap heap;
+        for (int n = 1; n < 16; ++n) {
+            ktest::g_failAt = n;
+            ktest::g_calls = 0;
+            ktest::g_live = 0;
+            ktest::ClearLogged();
+            ST_ZOS_HASH hash{};
+            ST_ZOS_HASH *made = nullptr;
+            // Large enough that the buckets and nodes need blocks of their own.
+            const uint32_t rc =
+                ax ? Zos_HashCreateAX(nullptr, 4096, 4096, ValueKey, ValueCmp, &made)
+                   : Zos_HashCreate(&hash, 4096, ValueKey, ValueCmp);
+            if (rc == ZOK) {
+                EXPECT_EQ(ax ? Zos_HashDelete(made) : Zos_HashDelete(&hash), ZOK);
+                break;
+            }
+            EXPECT_EQ(made, nullptr);
+            EXPECT_EQ(ktest::g_live, 0) << form << " failing allocation " << n;
+            for (const char *step : {" create memory buffer.", " alloc mem."}) {
+                if (ktest::LoggedContains(form + std::string(step))) steps.push_back(step);
+            }
+        }
+        // The arena, then the buckets, then the nodes.
+        const std::vector<std::string> want{" create memory buffer.", " alloc mem.", " alloc mem."};
+        EXPECT_EQ(steps, want) << form;
+    }
+}
+
 TEST_F(ZosTest, HashCreateRefusals) {
     ST_ZOS_HASH hash;
     EXPECT_EQ(Zos_HashCreate(nullptr, 8, ValueKey, ValueCmp) |

@@ -216,6 +216,21 @@ TEST_F(SmsPduTest, SemiOctetsAndFillers) {
     EXPECT_STREQ(out, "123");
     EXPECT_EQ(_PDU_pduReadBCDToString(&buf, 1, out), -1) << "nothing left";
 
+    // An address: its digits, after "+" for an international number. The
+    // octets count as read even when a filler ends the digits at once.
+    ASSERT_EQ(_PDU_pduInitDecode(&buf, bcd.data(), 3), 0);
+    EXPECT_EQ(_PDU_pduDecodeAddress(&buf, 3, 0x91, out), 3);
+    EXPECT_STREQ(out, "+12345");
+    const Bytes filler = FromHex("FF21");
+    ASSERT_EQ(_PDU_pduInitDecode(&buf, filler.data(), 2), 0);
+    EXPECT_EQ(_PDU_pduDecodeAddress(&buf, 1, 0x91, out), 1);
+    EXPECT_STREQ(out, "+");
+    EXPECT_EQ(_PDU_pduDecodeAddress(&buf, 1, 0x81, out), 1);
+    EXPECT_STREQ(out, "12");
+    EXPECT_EQ(_PDU_pduDecodeAddress(&buf, 1, 0x91, out), -1) << "nothing left";
+    EXPECT_STREQ(out, "");
+    EXPECT_EQ(_PDU_pduDecodeAddress(&buf, 0, 0x81, nullptr), -1);
+
     EXPECT_EQ(_PDU_pduHexByteToBcd(29), 0x92);
     EXPECT_EQ(_PDU_pduHexByteToBcd(7), 0x70);
     EXPECT_EQ(_PDU_pduHexByteToBcd(100), 0);

@@ -183,9 +183,18 @@ TEST_F(ZosTest, TaskWaitDeleteLimitsAndSpawnFailure) {
     EXPECT_EQ(id, ZOS_INVALID_ID);
     EXPECT_TRUE(ktest::LoggedContains("task<NOTHREAD> spawn failed."));
     EXPECT_EQ(Zos_TaskGetTaskId("NOTHREAD"), ZOS_INVALID_ID);
-    // With no spawn slot at all, nothing is made.
+    // With no spawn slot at all, nothing is made: no task, no module task,
+    // no thread for a record that exists.
     ktest::Slot(95) = nullptr;
     EXPECT_EQ(Zos_TaskSpawn("NOSLOT", 2, 0, Cooperative, 0, &id), ZFAILED);
+    const auto entry = [](void *) -> int32_t { return 0; };
+    EXPECT_EQ(Zos_ModTaskStart("NOSLOT_MOD", 3, 0, 0, 0, nullptr, nullptr, entry, &id), ZFAILED);
+    EXPECT_EQ(id, ZOS_INVALID_ID);
+    EXPECT_TRUE(ktest::LoggedContains("module spawn task failed."));
+    EXPECT_EQ(Zos_TaskGetTaskId("NOSLOT_MOD"), ZOS_INVALID_ID);
+    const uint32_t bare = Zos_ModGetTask("NOSLOT_REC", 3);
+    EXPECT_EQ(Zos_TaskSpawnX(Zos_ModFindTask(bare), 0, Cooperative), ZFAILED);
+    EXPECT_EQ(Zos_ModPutTask(bare), ZOK);
     ktest::Slot(95) = spawn;
     EXPECT_TRUE(Eventually([] { return g_stubbornDone.load(); }));
 }
@@ -230,4 +239,21 @@ TEST_F(ZosTest, TaskTableNamesAndStatisticsOfThreadlessRecords) {
     EXPECT_EQ(Zos_ModLocateTask(a, &rec), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("task<ALPHA:" + std::to_string(a) + "> free ok."));
     EXPECT_EQ(Zos_ModPutTask(anon) | Zos_ModPutTask(b), ZOK);
+}
+
+TEST_F(ZosTest, PutTaskRecordServesTheNextGet) {
+    // A get takes the first free record, so a record put back is the next
+    // one handed out (an unnamed record is named after its place), and far
+    // more gets than the table's 400 records succeed while each is put back.
+    const uint32_t first = Zos_ModGetTask(nullptr, 2);
+    ASSERT_NE(first, ZOS_INVALID_ID);
+    const std::string name = Zos_TaskGetName(first);
+    ASSERT_EQ(Zos_ModPutTask(first), ZOK);
+    for (int i = 0; i < 1000; ++i) {
+        const uint32_t id = Zos_ModGetTask(nullptr, 2);
+        ASSERT_NE(id, ZOS_INVALID_ID) << "get " << i;
+        EXPECT_EQ(Zos_TaskGetName(id), name) << "get " << i;
+        ASSERT_EQ(Zos_ModPutTask(id), ZOK);
+        ASSERT_EQ(Zos_ModFindTask(id), nullptr);
+    }
 }
