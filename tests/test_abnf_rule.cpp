@@ -88,6 +88,9 @@ TEST_F(ZosTest, AbnfNumbersAndBounds) {
     AbnfDec q4(5, "1234");
     EXPECT_EQ(Abnf_GetQval(&q4.msg, &us), ZFAILED);
     EXPECT_EQ(q4.code(), ABNF_ERR_FORM);
+    AbnfDec q0(5, "x5");  // no digit at all
+    EXPECT_EQ(Abnf_GetQval(&q0.msg, &us), ZFAILED);
+    EXPECT_EQ(q0.code(), ABNF_ERR_FORM);
     uint8_t x = 0;
     EXPECT_EQ(Abnf_XChr2Digit('g', &x), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("AbnfXChr2Digit invalid char."));

@@ -82,6 +82,10 @@ TEST_F(DbufTest, CreateRulesAndValidityTexts) {
     EXPECT_EQ(Zos_DbufCreateD(nullptr, 1, 128, 10, nullptr), nullptr);
     EXPECT_EQ(Zos_DbufCreateD(nullptr, 1, 128, 0, &p), nullptr);
     EXPECT_TRUE(ktest::LoggedContains("DbufCreateD invalid size or data."));
+    ZDBUF plain = Zos_DbufCreateD(nullptr, 1, 128, 0, nullptr);  // no data asked for
+    ASSERT_NE(plain, nullptr);
+    EXPECT_EQ(Zos_DbufLen(plain), 0u);
+    EXPECT_EQ(Zos_DbufDelete(plain), ZOK);
     ZDBUF mem = Zos_DbufCreateClrd(nullptr, 2, 130, 7, &p);  // memory buffer: sizes round to 4
     ASSERT_NE(mem, nullptr);
     EXPECT_EQ(Zos_DbufDftBlkSize(mem), 132u - 24u);

@@ -323,6 +323,50 @@ TEST_F(ZosTest, HexDumpLines) {
     Zos_LogDelete(log);
 }
 
+// A data buffer's three log calls against their plain forms: its text as
+// one string, the same hex dump as Zos_LogBuf on the same bytes, and the
+// layout lines that Zos_DbufDbgShow prints; empty buffers included.
+void Collect(void *user, uint32_t, const char *msg) {
+    static_cast<std::vector<std::string> *>(user)->push_back(msg);
+}
+
+TEST_F(ZosTest, DataBufferLogCallsMatchTheirPlainForms) {
+    ZLOGID log = Zos_LogCreateX("DBL", nullptr, 0, ZOS_LOG_LEVEL_ALL, 0);
+    std::vector<std::string> lines;
+    Zos_LogSetWatcher(log, Collect, &lines);
+    const auto logged = [&lines](uint32_t rc) {
+        std::string all = rc == ZOK ? "" : "failed: ";
+        for (const auto &l : lines) all += l + "\r\n";
+        lines.clear();
+        return all;
+    };
+    constexpr uint32_t kInfo = ZOS_LOG_LEVEL_INFO;
+    ZDBUF b = Zos_DbufCreate(nullptr, 1, 64);  // small blocks: the text spans several
+    ASSERT_NE(b, nullptr);
+    for (const std::string &text : {std::string(), std::string(300, 'k') + "%d end"}) {
+        if (!text.empty()) {
+            ASSERT_EQ(Zos_DbufPstAddMultD(b, text.data(), static_cast<uint32_t>(text.size())), ZOK);
+        }
+        const std::string hex = logged(Zos_DbufLogHex(log, kInfo, b));
+        EXPECT_EQ(hex, logged(Zos_LogBuf(log, kInfo, text.empty() ? "" : text.data(),
+                                         static_cast<uint32_t>(text.size()))));
+        EXPECT_EQ(logged(Zos_DbufLogTxt(log, kInfo, b)), text + "\r\n");
+        const std::string layout = logged(Zos_DbufLogPrint(log, kInfo, b));
+        ktest::ClearPrinted();
+        EXPECT_EQ(Zos_DbufDbgShow(b), ZOK);
+        EXPECT_EQ(layout, ktest::Printed());
+        EXPECT_FALSE(layout.empty());
+    }
+    EXPECT_EQ(Zos_DbufDelete(b), ZOK);
+    EXPECT_EQ(Zos_DbufLogHex(log, kInfo, b), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DbufLogHex invalid id."));
+    EXPECT_EQ(Zos_DbufLogTxt(log, kInfo, b), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DbufLogTxt invalid id."));
+    EXPECT_EQ(Zos_DbufLogPrint(log, kInfo, b), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DbufLogPrint invalid id."));
+    Zos_LogDelete(log);
+}
+
 TEST_F(ZosTest, FilesRotateKeepTheirCountAndLoseNoLine) {
     const std::string dir = ktest::FreshDir("rotate");
     ASSERT_EQ(Zos_CfgSetLogFileSize(2000), ZOK);

@@ -548,6 +548,7 @@ TEST_F(ZosTest, ModInitFailsWithoutMemoryForTheTable) {
     Zos_SysDestroy();
     EXPECT_EQ(Zos_ModPostMsg(nullptr), ZFAILED);  // no manager to post through
     EXPECT_EQ(Zos_ModPostMsgX(nullptr, 1), ZFAILED);
+    EXPECT_EQ(Zos_ModEhInit(), ZFAILED);  // nor a manager to hold a hub
     ktest::ClearPrinted();
     Zos_CfgSetPrintDisp(ktest::PrintHook);
     ktest::UseTestLogDir();
@@ -598,6 +599,31 @@ TEST_F(ZosTest, PerformCallsRealPrototypesWithEveryArgumentKind) {
     EXPECT_TRUE(ktest::LoggedContains("TaskPerform null event"));
     EXPECT_EQ(Zos_ModPerform(0x7FFF0000, Fn(NoArgs), ""), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("ModTaskPerform send message."));
+}
+
+// Only a started module task has a lock of its own, and a perform for the
+// task waits while another thread holds that lock.
+std::atomic<bool> g_lockedRan{false};
+void MarkLockedRan() {
+    g_lockedRan = true;
+}
+
+TEST_F(ZosTest, TaskLockHeldKeepsPerformsWaiting) {
+    EXPECT_EQ(Zos_ModTaskLock(0x7FFF0000), ZFAILED);
+    const uint32_t bare = Zos_ModGetTask("LOCKLESS", 3);
+    ASSERT_NE(bare, ZOS_INVALID_ID);
+    EXPECT_EQ(Zos_ModTaskLock(bare), ZFAILED);
+    EXPECT_EQ(Zos_ModTaskUnlock(bare), ZFAILED);
+    EXPECT_EQ(Zos_ModPutTask(bare), ZOK);
+
+    const uint32_t t = Start("LOCKED", 3, false);
+    ASSERT_EQ(Zos_ModTaskLock(t), ZOK);
+    g_lockedRan = false;
+    ASSERT_EQ(Zos_ModPerform(t, Fn(MarkLockedRan), ""), ZOK);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(g_lockedRan) << "ran while the task's lock was held";
+    ASSERT_EQ(Zos_ModTaskUnlock(t), ZOK);
+    EXPECT_TRUE(Eventually([] { return g_lockedRan.load(); }));
 }
 
 TEST_F(ZosTest, InvokeWordLayoutAndLimits) {

@@ -154,6 +154,11 @@ TEST_F(SmsPduTest, MostSignificantBitFirstPackings) {
               0);
     EXPECT_EQ(ascii_to_7bitAsciiAnsi("h\xE9", out, sizeof(out), &flag), 0);
     EXPECT_EQ(flag, 1);
+    // 0x7F is the last byte that packs, 0x80 the first that does not.
+    EXPECT_EQ(ascii_to_7bitAsciiAnsi("\x7F", out, sizeof(out), &flag), 1);
+    EXPECT_EQ(flag, 0);
+    EXPECT_EQ(ascii_to_7bitAsciiAnsi("\x80", out, sizeof(out), &flag), 0);
+    EXPECT_EQ(flag, 1);
 
     // The table-mapped form: "@" is code 0, "{" an escape pair.
     EXPECT_EQ(ascii_to_7bitAsciiPdu("a@{", out, sizeof(out), &flag), 4);

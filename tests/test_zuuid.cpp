@@ -121,9 +121,18 @@ TEST_F(Zuuid, ClockFailure) {
     EXPECT_EQ(Zuuid_Uuid(), nullptr);
     EXPECT_EQ(Zuuid_GetCurTime(nullptr), ZFAILED);
     // The node does not need the clock.
-    uint8_t node[6];
-    EXPECT_EQ(Zuuid_GetIeeeNodeIdentifier(node), ZOK);
-    EXPECT_EQ(node[0] & 1, 1);
+    // Every byte is the digest's, whatever the buffer held before (a node
+    // equal to the old content but for the multicast bit is 1 in 2^47).
+    for (const uint8_t fill : {0x00, 0xFE}) {
+        uint8_t node[6];
+        std::memset(node, fill, sizeof node);
+        EXPECT_EQ(Zuuid_GetIeeeNodeIdentifier(node), ZOK);
+        EXPECT_EQ(node[0] & 1, 1);
+        uint8_t old[6];
+        std::memset(old, fill, sizeof old);
+        old[0] |= 1;
+        EXPECT_NE(std::memcmp(node, old, sizeof node), 0);
+    }
 }
 
 TEST_F(Zuuid, FormatV1Fields) {
