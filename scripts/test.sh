@@ -57,11 +57,15 @@ run_ctest() {  # build-dir [ctest args...]
   return 1
 }
 
-host_leg() {  # preset [ctest args...]
+build_tree() {  # preset [targets...]
   local preset=$1; shift
   cmake --preset "$preset" >/dev/null &&
-    cmake --build "build/$preset" -j "$jobs" &&
-    run_ctest "build/$preset" "$@"
+    cmake --build "build/$preset" -j "$jobs" ${1:+--target "$@"}
+}
+
+host_leg() {  # preset [ctest args...]
+  local preset=$1; shift
+  build_tree "$preset" && run_ctest "build/$preset" "$@"
 }
 
 exports_check() {
@@ -76,23 +80,21 @@ exports_check() {
 # The fuzzers run for a fixed time each, two at a time (one a core); the
 # other tests run one at a time, as their timings expect.
 asan_leg() {
+  build_tree asan || return 1
   local rc=0
-  host_leg asan -LE fuzz || rc=1
+  run_ctest build/asan -LE fuzz || rc=1
   run_ctest build/asan -L fuzz -j "$jobs" || rc=1
   return $rc
 }
 
 tsan_leg() {
-  cmake --preset tsan >/dev/null &&
-    cmake --build build/tsan -j "$jobs" --target kestro_concurrency_tests kestro_tests &&
-    run_ctest build/tsan -L threads
+  build_tree tsan kestro_concurrency_tests kestro_tests && run_ctest build/tsan -L threads
 }
 
 # Command 1's tree: GCC, release. kestro runs in an empty directory that
 # must stay empty (a command-line tool writes no files of its own).
 release_leg() {
-  cmake --preset release >/dev/null &&
-    cmake --build build/release -j "$jobs" || return 1
+  build_tree release || return 1
   local k dir out rc=0
   k=$(pwd)/build/release/kestro
   dir=$(mktemp -d)
