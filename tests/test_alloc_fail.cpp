@@ -259,6 +259,22 @@ const Make kMakes[] = {
          EXPECT_EQ(h.ppstBucket, nullptr);
          return false;
      }},
+    {"allocated hash",
+     [] {
+         ST_ZOS_HASH *h = reinterpret_cast<ST_ZOS_HASH *>(&h);  // a failed create clears it
+         if (Zos_HashCreateAX(nullptr, 64, 64, Zos_HashKeyFromUint32, SameWord, &h) != ZOK) {
+             EXPECT_EQ(h, nullptr);
+             return false;
+         }
+         return Zos_HashDelete(h) == ZOK;
+     }},
+    // A cache above the print pool's buckets: the record comes from the heap.
+    {"log",
+     [] {
+         return Made(
+             Zos_LogCreateX("AF LOG", nullptr, ZOS_LOG_FLAG_MUTEX, ZOS_LOG_LEVEL_ALL, 65536),
+             Zos_LogDelete);
+     }},
     {"node bucket", [] { return Made(Zos_DbktCreate(1, 1, 24, 2, 8, 2), Zos_DbktDelete); }},
     {"tree", [] { return Made(Zos_RbtCreate(nullptr), Zos_RbtDelete); }},
     {"arena", [] { return Made(Zos_CbufCreate(64), Zos_CbufDelete); }},

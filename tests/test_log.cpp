@@ -323,26 +323,6 @@ TEST_F(ZosTest, HexDumpLines) {
     Zos_LogDelete(log);
 }
 
-// A log whose mutex cannot be made is not created, and its record (here
-// with a 64 KB cache, above the print pool's buckets) goes back.
-uint32_t FailMutex(ZMUTEX *) {
-    return ZFAILED;
-}
-
-TEST_F(ZosTest, LogCreateWithoutItsMutexKeepsNothing) {
-    const ZOS_OSDEP_FUNC make = ktest::Slot(32);
-    {
-        const ktest::ThreadBlocks blocks;
-        ktest::Slot(32) = reinterpret_cast<ZOS_OSDEP_FUNC>(FailMutex);
-        EXPECT_EQ(Zos_LogCreateX("NOMUTEX", nullptr, ZOS_LOG_FLAG_MUTEX, ZOS_LOG_LEVEL_ALL, 65536),
-                  nullptr);
-        ktest::Slot(32) = make;
-        EXPECT_EQ(blocks.Kept(), 0u);
-    }
-    ZLOGID found = nullptr;
-    EXPECT_EQ(Zos_LogGetId("NOMUTEX", &found), ZFAILED);
-}
-
 // A data buffer's three log calls against their plain forms: its text as
 // one string, the same hex dump as Zos_LogBuf on the same bytes, and the
 // layout lines that Zos_DbufDbgShow prints; empty buffers included.

@@ -14,7 +14,6 @@
 #include <fstream>
 #include <mutex>
 #include <regex>
-#include <set>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -104,45 +103,6 @@ HeapSlots::HeapSlots(void *(*alloc)(uint32_t), void (*release)(void *))
 HeapSlots::~HeapSlots() {
     Slot(0) = malloc_;
     Slot(2) = free_;
-}
-
-namespace {
-std::mutex g_keptLock;
-std::set<void *> g_kept;
-// Written by the guard's thread, read by any thread that allocates.
-std::atomic<std::thread::id> g_keeper;
-
-void *KeepingMalloc(uint32_t size) {
-    void *p = Zpand_Malloc(size);
-    if (p != nullptr && std::this_thread::get_id() == g_keeper.load()) {
-        std::lock_guard<std::mutex> lock(g_keptLock);
-        g_kept.insert(p);
-    }
-    return p;
-}
-
-void KeepingFree(void *p) {
-    {
-        std::lock_guard<std::mutex> lock(g_keptLock);
-        g_kept.erase(p);
-    }
-    Zpand_Free(p);
-}
-}  // namespace
-
-ThreadBlocks::ThreadBlocks() : HeapSlots(KeepingMalloc, KeepingFree) {
-    std::lock_guard<std::mutex> lock(g_keptLock);
-    g_kept.clear();
-    g_keeper = std::this_thread::get_id();
-}
-
-ThreadBlocks::~ThreadBlocks() {
-    g_keeper = std::thread::id();
-}
-
-size_t ThreadBlocks::Kept() const {
-    std::lock_guard<std::mutex> lock(g_keptLock);
-    return g_kept.size();
 }
 
 std::string TempDir() {

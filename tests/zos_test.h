@@ -86,16 +86,6 @@ class FailingHeap : public HeapSlots {
     FailingHeap() : HeapSlots(FailingMalloc, CountingFree) {}
 };
 
-// A heap in the platform slots for a scope that keeps the blocks taken by
-// the thread that made the guard and not yet given back. Blocks of other
-// threads (the layer's own) pass through uncounted. One guard at a time.
-class ThreadBlocks : public HeapSlots {
-  public:
-    ThreadBlocks();
-    ~ThreadBlocks();
-    size_t Kept() const;  // blocks the thread took and has not given back
-};
-
 // True once pred holds, polling every millisecond for at most `limit`;
 // at the limit, pred's last value.
 template <typename P>
