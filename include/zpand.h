@@ -180,7 +180,10 @@ KESTRO_API int32_t Zpand_TaskMapPriority(uint32_t uiPriority, int32_t iMin, int3
 
 /* Host facts, read straight from the system (no table slot): they seed
  * the node of the UUIDs. Every field is 32 bits wide whatever the
- * platform's word size; values that do not fit are truncated. */
+ * platform's word size. The memory counts are in units of uiMemUnit bytes:
+ * where one would not fit, all of them are halved and the unit doubled
+ * until they do, as a 32-bit kernel does. Other values that do not fit
+ * are truncated. */
 typedef struct tagZPAND_SYS_INFO {
     uint32_t uiUptime; /* seconds since boot */
     uint32_t auiLoads[3];

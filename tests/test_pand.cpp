@@ -233,16 +233,21 @@ TEST(Pand, HostFactsAndTheirRefusals) {
     std::memset(&info, 0xA5, sizeof(info));
     ASSERT_EQ(Zpand_GetSysInfo(&info), ZOK);
     EXPECT_GT(info.uiTotalRam, 0u);
-    // A kernel scales the unit so that 32-bit counts hold the whole memory;
-    // a 32-bit program under an emulator on a host with more than 4 GiB gets
-    // the counts cut to their low 32 bits, whose order means nothing. The
-    // order is checked where the total agrees with the host's own figure.
+    // The counts times the unit give the memory in bytes. A 32-bit program
+    // under an emulator on a host with more than 4 GiB gets its counts cut
+    // to their low 32 bits by the emulator, so there the figures are only
+    // compared where the total agrees with the host's own; a 64-bit build
+    // must always agree.
     std::ifstream meminfo("/proc/meminfo");
     std::string key;
     uint64_t totalKb = 0;
     meminfo >> key >> totalKb;  // "MemTotal:" comes first
     const uint64_t reportedKb = uint64_t{info.uiTotalRam} * info.uiMemUnit / 1024;
-    if (reportedKb + info.uiMemUnit / 1024 + 1 >= totalKb && reportedKb <= totalKb + 1) {
+    const bool agrees = reportedKb + info.uiMemUnit / 1024 + 1 >= totalKb && reportedKb <= totalKb + 1;
+    if (sizeof(long) == 8) {
+        EXPECT_TRUE(agrees) << reportedKb << " KiB against " << totalKb;
+    }
+    if (agrees) {
         EXPECT_LE(info.uiFreeRam, info.uiTotalRam);
     }
     EXPECT_GT(info.uiProcs, 0u);

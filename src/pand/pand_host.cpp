@@ -22,6 +22,20 @@ KESTRO_API uint32_t Zpand_GetSysInfo(ST_ZPAND_SYS_INFO *pstInfo) {
     if (sysinfo(&si) != 0) return ZFAILED;
     pstInfo->uiUptime = static_cast<uint32_t>(si.uptime);
     for (int i = 0; i < 3; ++i) pstInfo->auiLoads[i] = static_cast<uint32_t>(si.loads[i]);
+    // A 64-bit kernel counts memory in bytes, so more than 4 GiB does not
+    // fit a 32-bit count. Halve every count and double the unit until the
+    // largest fits, keeping count times unit close to the bytes.
+    unsigned long *const counts[] = {&si.totalram,  &si.freeram,  &si.sharedram, &si.bufferram,
+                                     &si.totalswap, &si.freeswap, &si.totalhigh, &si.freehigh};
+    uint64_t largest = 0;
+    for (const unsigned long *c : counts) largest = *c > largest ? *c : largest;
+    uint64_t unit = si.mem_unit != 0 ? si.mem_unit : 1;
+    unsigned shift = 0;
+    while ((largest >> shift) > UINT32_MAX && (unit << 1) <= UINT32_MAX) {
+        ++shift;
+        unit <<= 1;
+    }
+    for (unsigned long *c : counts) *c >>= shift;
     pstInfo->uiTotalRam = static_cast<uint32_t>(si.totalram);
     pstInfo->uiFreeRam = static_cast<uint32_t>(si.freeram);
     pstInfo->uiSharedRam = static_cast<uint32_t>(si.sharedram);
@@ -31,7 +45,7 @@ KESTRO_API uint32_t Zpand_GetSysInfo(ST_ZPAND_SYS_INFO *pstInfo) {
     pstInfo->uiProcs = si.procs;
     pstInfo->uiTotalHigh = static_cast<uint32_t>(si.totalhigh);
     pstInfo->uiFreeHigh = static_cast<uint32_t>(si.freehigh);
-    pstInfo->uiMemUnit = si.mem_unit;
+    pstInfo->uiMemUnit = static_cast<uint32_t>(unit);
     return ZOK;
 }
 
