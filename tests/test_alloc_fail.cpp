@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "mod_test.h"
 
@@ -217,6 +218,47 @@ uint32_t FailingLock(Args... args) {
     return reinterpret_cast<uint32_t (*)(Args...)>(g_lockMaker)(args...);
 }
 
+// Live mutexes and semaphores made through the platform table, counted by
+// makers and deleters wrapped around the platform's own (kept in
+// g_syncReal by slot), so a round can be held to give back every one.
+int g_liveSync = 0;
+ZOS_OSDEP_FUNC g_syncReal[64] = {};
+template <uint32_t kSlot, typename H, typename... Args>
+uint32_t CountingMake(H *handle, Args... args) {
+    const uint32_t ret =
+        reinterpret_cast<uint32_t (*)(H *, Args...)>(g_syncReal[kSlot])(handle, args...);
+    if (ret == ZOK) ++g_liveSync;
+    return ret;
+}
+template <uint32_t kSlot, typename H>
+uint32_t CountingDelete(H *handle) {
+    if (handle != nullptr && *handle != 0) --g_liveSync;
+    return reinterpret_cast<uint32_t (*)(H *)>(g_syncReal[kSlot])(handle);
+}
+
+const std::pair<uint32_t, ZOS_OSDEP_FUNC> kWraps[] = {
+    {32, reinterpret_cast<ZOS_OSDEP_FUNC>(CountingMake<32, ZMUTEX>)},
+    {33, reinterpret_cast<ZOS_OSDEP_FUNC>(CountingDelete<33, ZMUTEX>)},
+    {42, reinterpret_cast<ZOS_OSDEP_FUNC>(CountingMake<42, ZSEM, uint32_t>)},
+    {43, reinterpret_cast<ZOS_OSDEP_FUNC>(CountingMake<43, ZSEM>)},
+    {44, reinterpret_cast<ZOS_OSDEP_FUNC>(CountingDelete<44, ZSEM>)}};
+
+// Puts the counting makers and deleters in the table for a test's life.
+class SyncCount {
+  public:
+    SyncCount() {
+        for (const auto &[slot, fn] : kWraps) {
+            g_syncReal[slot] = ktest::Slot(slot);
+            ktest::Slot(slot) = fn;
+        }
+    }
+    ~SyncCount() {
+        for (const auto &[slot, fn] : kWraps) ktest::Slot(slot) = g_syncReal[slot];
+    }
+    SyncCount(const SyncCount &) = delete;
+    SyncCount &operator=(const SyncCount &) = delete;
+};
+
 uint32_t SameWord(uintptr_t item, uintptr_t key, uintptr_t, uintptr_t) {
     return item == key ? 0 : 1;
 }
@@ -307,12 +349,14 @@ int FailEachInTurn(const Make &make, void (*arm)(int), bool (*reached)(), const 
     for (int n = 1; n <= kMaxRounds; ++n) {
         const ktest::FailingHeap heap;
         g_live = 0;
+        g_liveSync = 0;
         arm(n);
         const bool made = make.run();
         const bool hit = reached();
         arm(0);
         EXPECT_EQ(made, !hit) << what << " " << n;
         EXPECT_EQ(g_live, 0) << what << " " << n;
+        EXPECT_EQ(g_liveSync, 0) << what << " " << n << ": mutexes and semaphores kept";
         if (!hit) return n - 1;
     }
     ADD_FAILURE() << what << " still fails after " << kMaxRounds << " rounds";
@@ -330,10 +374,12 @@ bool LockReached() {
 }  // namespace
 
 // Each create fails at every allocation it makes, in turn: it fails,
-// leaves its out handle empty and keeps nothing; then one round with no
-// failure reached makes a working object. Without the layer's threads
-// nothing else draws from the heap meanwhile.
+// leaves its out handle empty and keeps nothing, no block and no mutex or
+// semaphore; then one round with no failure reached makes a working
+// object, which its delete gives back in full. Without the layer's
+// threads nothing else draws from the heap meanwhile.
 TEST_F(ZosQuietTest, ContainerCreatesFailCleanlyAtEveryAllocation) {
+    const SyncCount sync;
     for (const Make &make : kMakes) {
         EXPECT_GT(FailEachInTurn(make, FailAt, Hit, make.name), 0) << make.name;
     }

@@ -85,7 +85,8 @@ TEST(Str, RealConversionForms) {
     ExpectOk<double>(Zos_StrToDouble, "10", 10.0);
     ExpectOk<double>(Zos_StrToDouble, "2.75xyz", 2.75, 4);
     ExpectOk<float>(Zos_StrToFloat, "0.25", 0.25f);
-    for (const char *bad : {"1.", ".5", "-1.0", "1e5", "1.2.3", "", " 1", "1,5"}) {
+    for (const char *bad : {"1.", ".5", "-1.0", "1e5", "1.2.3", "", " 1", "1,5",
+                            static_cast<const char *>(nullptr)}) {
         ExpectFail<double>(Zos_StrToDouble, bad);
         ExpectFail<float>(Zos_StrToFloat, bad);
     }
