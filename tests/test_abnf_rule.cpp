@@ -393,6 +393,7 @@ TEST_F(ZosTest, AbnfTokenManager) {
     EXPECT_EQ(Abnf_TknFind(mgr, 0, "vIA", 3), 10u);
     EXPECT_EQ(Abnf_TknFind(mgr, 2, "VIA", 3), 20u);
     EXPECT_EQ(Abnf_TknFind(mgr, 0, "Vi", 2), ABNF_TKN_UNKNOWN);
+    EXPECT_EQ(Abnf_TknFind(mgr, 0, "Via: x", 3), 10u);  // counted, inside a longer text
     EXPECT_EQ(Abnf_TknFind(mgr, 0, nullptr, 0), ABNF_TKN_INVALID);
     uint32_t key = 0;
     Zos_HashKeyFromStrNoCase(2, reinterpret_cast<uintptr_t>("via"), 3, &key);
@@ -584,6 +585,9 @@ TEST_F(ZosTest, AbnfListsAndDrivers) {
     EXPECT_EQ(Abnf_AnyDecodeL(0, DecodePair, &text, mem, &pair), ZOK);
     EXPECT_EQ(Abnf_AnyDecode(0, DecodePair, nullptr, mem, &pair), ZFAILED);
     EXPECT_EQ(Abnf_AnyDecode(0, DecodePair, &text, mem, nullptr), ZFAILED);
+    res = reinterpret_cast<ZDBUF>(&res);
+    EXPECT_EQ(Abnf_AnyEncodeX(5, nullptr, &pair, 1, &res), ZFAILED);  // no encoder
+    EXPECT_EQ(res, nullptr);
     ASSERT_EQ(Abnf_AnyEncodeX(5, EncodePair, &pair, 1, &res), ZOK);
     EXPECT_EQ(Zos_DbufLen(res), 5u);
     Zos_DbufDelete(res);

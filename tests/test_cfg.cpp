@@ -70,6 +70,11 @@ TEST_F(Cfg, SettersStoreAndStartUpBeginsFromDefaultsAgain) {
     Zos_SysDestroy();
     EXPECT_EQ(Zos_CfgGetTimerTaskPriority(), 4);
     EXPECT_EQ(Zos_CfgGetOsSemSupt(), 1);
+    // The defaults can be put back into a live record; a null one is refused.
+    EXPECT_EQ(Zos_CfgSetTimerTaskPriority(-3), ZOK);
+    EXPECT_EQ(Zos_CfgInit(Zos_CfgLocate()), ZOK);
+    EXPECT_EQ(Zos_CfgGetTimerTaskPriority(), 4);
+    EXPECT_EQ(Zos_CfgInit(nullptr), ZFAILED);
 }
 
 TEST_F(Cfg, RuledSetters) {

@@ -485,6 +485,20 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
     EXPECT_EQ(g_exits, std::vector<std::string>{"OWN"});
     EXPECT_EQ(Zos_TaskGetState(own), 0u);
     EXPECT_EQ(Zos_MsgSendX(own, own, 1, 0, nullptr, 0), ZFAILED);
+    // A stop notice for a shared-queue task reaches the manager task's
+    // loop, which runs the exit callback once and marks the task deleted.
+    static std::atomic<int> noticedExits{0};
+    noticedExits = 0;
+    uint32_t noticed = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_ModTaskStart(
+                  "NOTICED", 3, 0, 0, 1, nullptr, [](const char *, uint32_t) { noticedExits++; },
+                  Record, &noticed),
+              ZOK);
+    ASSERT_EQ(Zos_ModTaskNtfyDelete(noticed), ZOK);
+    EXPECT_TRUE(Eventually([] { return noticedExits.load() == 1; }));
+    EXPECT_EQ(Zos_TaskGetState(noticed), ZOS_TASK_DELETED);
+    EXPECT_EQ(Zos_ModPutTask(noticed), ZOK);
+    EXPECT_EQ(noticedExits.load(), 1);
     // A task left running, with messages queued, goes at shut-down.
     ASSERT_EQ(Zos_ModTaskPause(shared, 0), ZOK);
     const uint32_t parked = Start("PARKED", 3, false);
