@@ -216,6 +216,9 @@ TEST(Str, SearchesAndComparisons) {
     EXPECT_EQ(Zos_StrNICmp("HELLO", "help", 3), 0);
     const char *hw = "Hello World";
     EXPECT_EQ(Zos_StrIStr(hw, "WORLD"), hw + 6);
+    EXPECT_EQ(Zos_StrStr(hw, "World"), hw + 6);
+    EXPECT_EQ(Zos_StrStr(hw, nullptr), nullptr);  // either text missing
+    EXPECT_EQ(Zos_StrStr(nullptr, "W"), nullptr);
     const char data[] = {'a', '\0', 'b', 'c', 'b', 'x'};
     EXPECT_EQ(Zos_StrChrN(data, 5, 'b'), data + 2);  // past an embedded NUL
     EXPECT_EQ(Zos_StrRChrN(data, 5, 'b'), data + 4);
