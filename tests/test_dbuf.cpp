@@ -367,6 +367,14 @@ TEST_F(DbufTest, CopiesFlatteningOffsetsAndChains) {
     Zos_SysStrFree(text);
     EXPECT_EQ(Zos_SysStrDAlloc(Zos_DbufCreate(nullptr, 1, 128)), nullptr);
     for (ZDBUF x : {b, flat, part, range}) EXPECT_EQ(Zos_DbufDelete(x), ZOK);
+
+    // A flat range past the end makes no buffer and keeps none.
+    ASSERT_NE(MakePool(0xFFFFFFFFu), nullptr);
+    ZDBUF src = Zos_DbufCreate(pool_, 1, 128);
+    ASSERT_EQ(Zos_DbufPstAddMultD(src, d.data(), 50), ZOK);
+    EXPECT_EQ(Zos_DbufFlatX(src, 40, 11), nullptr);
+    EXPECT_EQ(Zos_DbufDelete(src), ZOK);
+    ExpectPoolEmpty();
 }
 
 TEST_F(DbufTest, FormattedTextShortAndLong) {

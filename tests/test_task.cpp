@@ -70,11 +70,12 @@ TEST_F(ZosTest, ModuleStopOfAPlainTaskLetsItEnd) {
 TEST_F(ZosTest, TaskSpawnClampsPriorityAndGettersFallBack) {
     uint32_t low = 0, high = 0;
     ASSERT_EQ(Zos_TaskSpawn("T_LOW", 0, 0, Cooperative, 0, &low), ZOK);
-    ASSERT_EQ(Zos_TaskSpawn("T_HIGH", 12, 64 * 1024, Cooperative, 0, &high), ZOK);
+    // A name of the 18 characters kept, whole in every line.
+    ASSERT_EQ(Zos_TaskSpawn("T_HIGH_EIGHTEEN_XY", 12, 64 * 1024, Cooperative, 0, &high), ZOK);
     EXPECT_EQ(Zos_TaskGetPriority(low), 1u);
     EXPECT_EQ(Zos_TaskGetPriority(high), 8u);
     EXPECT_STREQ(Zos_TaskGetName(low), "T_LOW");
-    EXPECT_EQ(Zos_TaskGetTaskId("T_HIGH"), high);
+    EXPECT_EQ(Zos_TaskGetTaskId("T_HIGH_EIGHTEEN_XY"), high);
     EXPECT_EQ(Zos_TaskIsSpawn(low), 1u);
     EXPECT_TRUE(Eventually([&] { return Zos_TaskGetState(low) == ZOS_TASK_RUNNING; }));
     EXPECT_TRUE(ktest::LoggedContains("task<T_LOW:" + std::to_string(low) + "> spawn ok."));
@@ -119,7 +120,8 @@ TEST_F(ZosTest, TaskSpawnClampsPriorityAndGettersFallBack) {
     EXPECT_TRUE(Eventually([&] { return Zos_TaskGetState(low) == 0; }));  // returned and released
     EXPECT_TRUE(ktest::LoggedContains("task<T_LOW:" + std::to_string(low) + "> mission complete."));
     EXPECT_EQ(Zos_TaskDelete(high), ZOK);
-    EXPECT_TRUE(ktest::LoggedContains("task<T_HIGH:" + std::to_string(high) + "> delete ok."));
+    EXPECT_TRUE(
+        ktest::LoggedContains("task<T_HIGH_EIGHTEEN_XY:" + std::to_string(high) + "> delete ok."));
     EXPECT_STREQ(Zos_TaskGetName(high), "UNKNOWN_TASK");
 }
 
