@@ -243,7 +243,8 @@ TEST(Pand, HostFactsAndTheirRefusals) {
     uint64_t totalKb = 0;
     meminfo >> key >> totalKb;  // "MemTotal:" comes first
     const uint64_t reportedKb = uint64_t{info.uiTotalRam} * info.uiMemUnit / 1024;
-    const bool agrees = reportedKb + info.uiMemUnit / 1024 + 1 >= totalKb && reportedKb <= totalKb + 1;
+    const bool agrees =
+        reportedKb + info.uiMemUnit / 1024 + 1 >= totalKb && reportedKb <= totalKb + 1;
     if (sizeof(long) == 8) {
         EXPECT_TRUE(agrees) << reportedKb << " KiB against " << totalKb;
     }
