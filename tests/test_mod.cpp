@@ -766,6 +766,13 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
     EXPECT_EQ(Zos_ModEhFindEntry("call.up"), nullptr);
     EXPECT_EQ(Zos_ModUnSubEvnt("call.up", t1, Fn(OnPub), 1), ZFAILED);
     EXPECT_EQ(Zos_ModPubEvnt("call.up", "%d", 1), ZFAILED);
+    // An entry made and deleted directly: found while it lives, gone after.
+    void *direct = Zos_ModEhCreateEntry("direct");
+    ASSERT_NE(direct, nullptr);
+    EXPECT_EQ(Zos_ModEhFindEntry("direct"), direct);
+    EXPECT_EQ(Zos_ModEhDeleteEntry(direct), ZOK);
+    EXPECT_EQ(Zos_ModEhFindEntry("direct"), nullptr);
+    EXPECT_EQ(Zos_ModEhDeleteEntry(nullptr), ZFAILED);
     // Subscriptions still held at shut-down are released with the hub.
     EXPECT_EQ(Zos_ModSubEvnt("left.over", t1, Fn(OnPub), 1), ZOK);
 }

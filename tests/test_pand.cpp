@@ -8,7 +8,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <cstdlib>
 #include <fstream>
+#include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -225,6 +228,36 @@ TEST(Pand, LooperReportsWakesTimeoutsCallbacksAndBareDescriptors) {
         }).join();
         EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_WAKE);
     }).join();
+}
+
+// The processor features the fast paths choose by: each one the kernel
+// lists for this processor is reported, unless masked out. (The kernel
+// may hide a feature the processor has, so only this direction holds.)
+TEST(Pand, CpuFeaturesFollowTheProcessor) {
+#if defined(__x86_64__)
+    std::ifstream cpuinfo("/proc/cpuinfo");
+    std::set<std::string> flags;
+    for (std::string line; std::getline(cpuinfo, line);) {
+        if (line.rfind("flags", 0) != 0) continue;
+        std::istringstream words(line.substr(line.find(':') + 1));
+        for (std::string f; words >> f;) flags.insert(f);
+        break;
+    }
+    ASSERT_FALSE(flags.empty());
+    const auto has = [&](const char *f) { return flags.count(f) != 0; };
+    uint32_t want = 0;
+    if (has("pclmulqdq")) want |= ZPAND_CPU_CLMUL;
+    if (has("ssse3")) want |= ZPAND_CPU_SSSE3;
+    if (has("sha_ni") && has("sse4_1") && has("ssse3")) want |= ZPAND_CPU_SHA1;
+    if (has("bmi1") && has("bmi2")) want |= ZPAND_CPU_BMI2;
+    const char *mask = std::getenv("KESTRO_CPU_MASK");
+    if (mask != nullptr && mask[0] != '\0') {
+        want &= static_cast<uint32_t>(std::strtoul(mask, nullptr, 0));
+    }
+    EXPECT_EQ(Zpand_CpuFeatures() & want, want) << std::hex << Zpand_CpuFeatures();
+#else
+    EXPECT_EQ(Zpand_CpuFeatures(), 0u);  // features are probed on x86-64 only
+#endif
 }
 
 // The host facts the UUID node is drawn from.

@@ -590,6 +590,27 @@ TEST_F(PoolQuietTest, SwitchedOffMutexesLeaveAWorkingUnlockedPool) {
     Zos_CfgSetOsMutexSupt(1);  // so shut-down deletes the locks start-up made
 }
 
+// Block memory with every byte set, as a heap may hand it out: the spare
+// bytes behind a block's last node must not be read as a node.
+void *SetBytesAlloc(uint32_t size) {
+    void *p = std::malloc(size);
+    if (p != nullptr) std::memset(p, 0xFF, size);
+    return p;
+}
+
+TEST_F(PoolTest, SpareBytesBehindTheLastNodeAreNoNode) {
+    const ST_ZOS_BKT_INFO rows[] = {{32, 3, 1}};
+    const ST_ZOS_POOL_CFG cfg{"spare bytes", rows, SetBytesAlloc, std::free, 1, 0, 1, 1};
+    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ASSERT_NE(pool, nullptr);
+    void *node = Zos_PoolAlloc(pool, 8);
+    void *blk = Zos_BktFindBlk(pool, 0, node);
+    ASSERT_NE(blk, nullptr);
+    Zos_PoolFree(pool, node);
+    EXPECT_EQ(Zos_BktDelete(pool, 0, blk), ZOK);  // every node is free
+    Zos_PoolDelete(pool);
+}
+
 // The bucket and heap steps the pool exports for the engine's other
 // modules, each called on its own.
 TEST_F(PoolTest, BucketStepsGrowShrinkAndRefuse) {

@@ -161,8 +161,10 @@ TEST_F(ZiniTest, DeletedAndNullHandlesAreRefused) {
         EXPECT_STREQ(Zini_GetStr(h, "a", "k", "d"), "d");
         EXPECT_EQ(Zini_GetUi(h, "a", "k", 9), 9u);
     }
-    EXPECT_TRUE(ktest::LoggedContains("PutStr null parameter(s)."));
-    EXPECT_TRUE(ktest::LoggedContains("IniUpdate null parameter(s)."));
+    for (const char *text : {"PutStr null parameter(s).", "DelKey null parameter(s).",
+                             "DelSect null parameter(s).", "IniUpdate null parameter(s)."}) {
+        EXPECT_TRUE(ktest::LoggedContains(text)) << text;
+    }
 }
 
 TEST_F(ZiniTest, DecodesSectionsKeysCommentsAndWhiteSpace) {
