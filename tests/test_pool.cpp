@@ -597,10 +597,13 @@ void *SetBytesAlloc(uint32_t size) {
     if (p != nullptr) std::memset(p, 0xFF, size);
     return p;
 }
+void SetBytesFree(void *p) {
+    std::free(p);
+}
 
 TEST_F(PoolTest, SpareBytesBehindTheLastNodeAreNoNode) {
     const ST_ZOS_BKT_INFO rows[] = {{32, 3, 1}};
-    const ST_ZOS_POOL_CFG cfg{"spare bytes", rows, SetBytesAlloc, std::free, 1, 0, 1, 1};
+    const ST_ZOS_POOL_CFG cfg{"spare bytes", rows, SetBytesAlloc, SetBytesFree, 1, 0, 1, 1};
     ZPOOL pool = Zos_PoolCreate(&cfg);
     ASSERT_NE(pool, nullptr);
     void *node = Zos_PoolAlloc(pool, 8);

@@ -278,6 +278,12 @@ TEST_F(TimerTest, LengthRulesOfStartAndStartX) {
     ASSERT_TRUE(Eventually([] { return FiredCount() == 2; }));
     const std::vector<std::pair<uint32_t, uint64_t>> want{{a, 5001}, {b, 5001}};
     EXPECT_EQ(Fired(), want);
+
+    // One tick exactly is long enough for both.
+    ktest::ClearLogged();
+    ASSERT_EQ(Zos_TimerStart(a, 0, ZOS_TIMER_TICK_MS, 0, Record), ZOK);
+    ASSERT_EQ(Zos_TimerStartX(b, ZOS_TIMER_TICK_MS), ZOK);
+    EXPECT_FALSE(ktest::LoggedContains("too short."));
 }
 
 TEST_F(TimerTest, StartingRunningTimerAndCapacity) {
