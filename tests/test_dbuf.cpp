@@ -303,6 +303,11 @@ TEST_F(DbufTest, ClonesAndSharedBuffers) {
     EXPECT_EQ(Zos_DbufRefCnt(b), 255u);
     EXPECT_EQ(Zos_DbufPstAddStrD(b, "d"), ZFAILED);  // a shared buffer is not changed
     EXPECT_TRUE(ktest::LoggedContains("DbufChkValid buffer reuse."));
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_DbufPstAddFmtD(b, "%d", 4), ZFAILED);  // nor through a format
+    EXPECT_TRUE(ktest::LoggedContains("DbufPstAddFmtD invalid id."));
+    EXPECT_EQ(Zos_DbufPreAddFmtD(b, "%d", 0), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DbufPreAddFmtD invalid id."));
     EXPECT_EQ(Zos_DbufSplit(b, 1), nullptr);
     EXPECT_EQ(ktest::DbufText(b), "abc");  // reading is fine
     ZDBUF copy = Zos_DbufCopy(b);          // so is a deep copy

@@ -11,6 +11,9 @@ namespace {
 uint32_t FailingRename(const char *, const char *) {
     return ZFAILED;
 }
+uint32_t FailingRemove(const char *) {
+    return ZFAILED;
+}
 uint32_t FailingFlush(uintptr_t) {
     return ZFAILED;
 }
@@ -162,6 +165,11 @@ TEST_F(ZosTest, SafeSaveKeepsTheOldFileWhenAnyStepFails) {
     ASSERT_EQ(Zfile_Write(f, "half", 4), ZOK);
     ASSERT_EQ(Zfile_Close(f), ZOK);
     EXPECT_EQ(Load(tmp), "half");
+    ZOS_OSDEP_FUNC remove = ktest::Slot(15);  // a leftover that cannot be removed
+    ktest::Slot(15) = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingRemove);
+    EXPECT_EQ(Zfile_SaveRecover(path.c_str()), ZFAILED);
+    ktest::Slot(15) = remove;
+    EXPECT_TRUE(ktest::LoggedContains("FileRemove <" + tmp + "> failed."));
     EXPECT_EQ(Zfile_SaveRecover(path.c_str()), ZOK);
     EXPECT_EQ(Zfile_IsExist(tmp.c_str()), 0u);
     EXPECT_EQ(Load(path), "old content");

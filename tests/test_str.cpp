@@ -140,6 +140,8 @@ TEST(Str, EqualityTests) {
     EXPECT_EQ(Zos_StrHTCmp("abcdef", "def", 1), 1u);
     EXPECT_EQ(Zos_StrHTCmp("abcdef", "abc", 1), 0u);
     EXPECT_EQ(Zos_StrHTCmp("abc", "abcd", 1), 1u);
+    EXPECT_EQ(Zos_StrHTCmp("abc", "abc", 1), 0u);  // a part as long as the text
+    EXPECT_EQ(Zos_NStrHTICmp("ABC", 3, "abc", 3, 0), 0u);
     EXPECT_EQ(Zos_StrHTCmp("abc", "", 1), 1u);
     EXPECT_EQ(Zos_StrHTICmp("ABCdef", "abc", 1), 0u);
     EXPECT_EQ(Zos_NStrHTCmp("abcdef", 4, "cd", 2, 0), 0u);
