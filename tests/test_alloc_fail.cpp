@@ -399,3 +399,36 @@ TEST_F(ZosQuietTest, ContainerCreatesFailCleanlyAtEveryAllocation) {
         ktest::Slot(slot) = g_lockMaker;
     }
 }
+
+// The log manager's start failing at each mutex it makes, in turn: it
+// fails and keeps no mutex, and the next start makes the system log in
+// full.
+TEST_F(ZosQuietTest, LogManagerStartFailsAndStartsAgain) {
+    const SyncCount sync;
+    Zos_LogDestroy();
+    g_lockMaker = ktest::Slot(32);
+    ktest::Slot(32) = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingLock<ZMUTEX *>);
+    int failed = 0;
+    for (int n = 1; n <= kMaxRounds; ++n) {
+        g_liveSync = 0;
+        ArmLock(n);
+        const uint32_t ret = Zos_LogInit();
+        const bool hit = LockReached();
+        ArmLock(0);
+        if (!hit) {
+            EXPECT_EQ(ret, ZOK);
+            break;
+        }
+        ++failed;
+        EXPECT_EQ(ret, ZFAILED) << n;
+        EXPECT_EQ(Zos_LogGetZosId(), nullptr) << n;
+        EXPECT_EQ(g_liveSync, 0) << n;
+        ASSERT_EQ(Zos_LogInit(), ZOK) << n;
+        EXPECT_NE(Zos_LogGetZosId(), nullptr) << n;
+        Zos_LogDestroy();
+        EXPECT_EQ(g_liveSync, 0) << n;
+    }
+    EXPECT_EQ(failed, 3);  // the manager's, its list's and the system log's
+    ktest::Slot(32) = g_lockMaker;
+    ktest::WatchSystemLog();
+}
