@@ -110,6 +110,9 @@ TEST_F(ZosTest, HashCreateRefusals) {
     EXPECT_EQ(Zos_HashCreateX(&hash, 1, 0x1FFFFFFF, ValueKey, ValueCmp), ZFAILED);
     // Within the bounds but more than one arena request can carry.
     EXPECT_EQ(Zos_HashCreateX(&hash, 0x3FFFFFFE, 1, ValueKey, ValueCmp), ZFAILED);
+    // A bucket array whose size cut to 32 bits would be a few bytes.
+    const uint32_t wraps = sizeof(void *) == 8 ? 0x20000002 : 0x3FFFFFFE;
+    EXPECT_EQ(Zos_HashCreateX(&hash, wraps, 1, ValueKey, ValueCmp), ZFAILED);
     ST_ZOS_HASH *made = reinterpret_cast<ST_ZOS_HASH *>(1);
     EXPECT_EQ(Zos_HashCreateAX(nullptr, 0x3FFFFFFF, 1, ValueKey, ValueCmp, &made), ZFAILED);
     EXPECT_EQ(made, nullptr);

@@ -628,6 +628,9 @@ TEST_F(PoolTest, BucketStepsGrowShrinkAndRefuse) {
     EXPECT_EQ(Zos_BktFindBlk(pool, 0, &local), nullptr);
     EXPECT_EQ(Zos_BktFindBlk(pool, 1, a), nullptr);
     EXPECT_EQ(Zos_BktDelete(pool, 0, first), ZFAILED) << "nodes in use";
+    EXPECT_EQ(Zos_BktDelete(pool, 0, nullptr) | Zos_BktDelete(pool, 1, first) |
+                  Zos_BktDelete(nullptr, 0, first),
+              ZFAILED);
 
     // A later block of the increment, found for its own nodes.
     ASSERT_EQ(Zos_BktCreate(pool, 0, 0), ZOK);
