@@ -145,11 +145,13 @@ TEST_F(ZosTest, AccumulatorFlushesBeforeItOverflows) {
 
     // Empty pieces and missing arguments fail.
     EXPECT_EQ(Zos_PrintOutPutStr(nullptr, buf, &len, "kept"), ZOK);
-    for (uint32_t rc : {Zos_PrintOutPutStr(nullptr, buf, &len, ""),
-                        Zos_PrintOutPutNStr(nullptr, buf, &len, "x", 0),
-                        Zos_PrintOutPutSStr(nullptr, buf, &len, nullptr),
-                        Zos_PrintOutPutChr(nullptr, nullptr, &len, 'x'),
-                        Zos_PrintOutPutStr(nullptr, buf, nullptr, "x")}) {
+    for (uint32_t rc :
+         {Zos_PrintOutPutStr(nullptr, buf, &len, ""),
+          Zos_PrintOutPutNStr(nullptr, buf, &len, "x", 0),
+          Zos_PrintOutPutSStr(nullptr, buf, &len, nullptr),
+          Zos_PrintOutPutChr(nullptr, nullptr, &len, 'x'),
+          Zos_PrintOutPutStr(nullptr, buf, nullptr, "x"), Zos_PrintOutEnd(nullptr, nullptr, &len),
+          Zos_PrintOutEnd(nullptr, buf, nullptr)}) {
         EXPECT_EQ(rc, ZFAILED);
     }
     EXPECT_EQ(len, 4u);
