@@ -63,7 +63,9 @@ TEST(ConcLooper, DescriptorsComeAndGoWhileAnotherThreadPolls) {
         // The first round waits for its callbacks; the later ones race
         // them. A remove answers 1 while the descriptor is still
         // registered, 0 once its callback has removed it.
-        if (round == 0) EXPECT_TRUE(ktest::Eventually([] { return g_calls == kPipes; }));
+        if (round == 0) {
+            EXPECT_TRUE(ktest::Eventually([] { return g_calls == kPipes; }));
+        }
         for (auto &pair : fds) EXPECT_GE(ALooper_removeFd(looper, pair[0]), 0);
         for (auto &pair : fds) {
             close(pair[0]);
