@@ -258,11 +258,13 @@ TEST_F(ZosTest, AbnfEscapesPerProtocol) {
     const Case cases[] = {
         {5, '%', "ab%4Fcd!", "ab%4Fcd"},   // percent triplet
         {5, '\\', "ab\\4cd!", "ab\\4cd"},  // backslash pair
-        {5, '%', "ab%4!", "ab"},           // incomplete triplet stops
-        {8, '%', "a%zz", "a"},             // triplet outside the class
-        {11, '~', "a~b!", "a~b"},          // protocol 11 takes any escape
-        {4, '%', "a%41b", "a"},            // no escapes in 4
-        {9, '\\', "a\\4b", "a"},           // nor in 9
+        {5, '%', "ab%4F", "ab%4F"},        // both at the text's very end
+        {5, '\\', "ab\\4", "ab\\4"},
+        {5, '%', "ab%4!", "ab"},   // incomplete triplet stops
+        {8, '%', "a%zz", "a"},     // triplet outside the class
+        {11, '~', "a~b!", "a~b"},  // protocol 11 takes any escape
+        {4, '%', "a%41b", "a"},    // no escapes in 4
+        {9, '\\', "a\\4b", "a"},   // nor in 9
         // MGCP and MEGACO move only the cursor over an escape: the scanned
         // length then counts the bytes after it, not the escape itself.
         {2, '"', "a\"\"b!", "a\""},

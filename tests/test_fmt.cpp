@@ -113,15 +113,20 @@ TEST(Fmt, DoublesTruncateAndOverflowToNan) {
 }
 
 TEST(Fmt, BoundedSinkKeepsLastByteAndReturnsSize) {
+    // Literal text goes in runs, conversions character by character.
     for (int32_t size = 0; size <= 9; ++size) {
-        char buf[12];
-        std::memset(buf, '#', sizeof buf);
-        const uint32_t n = Zos_SNPrintf(buf, size, "abcdef");
-        EXPECT_EQ(n, static_cast<uint32_t>(std::min(size, 6)));
-        const int32_t kept = std::max(0, std::min(size - 1, 6));
-        EXPECT_EQ(std::string(buf, kept), std::string("abcdef").substr(0, kept));
-        EXPECT_EQ(buf[kept], size == 0 ? '#' : '\0');
-        EXPECT_EQ(buf[kept + 1], '#') << "wrote past the terminator";
+        for (const bool perChar : {false, true}) {
+            char buf[12];
+            std::memset(buf, '#', sizeof buf);
+            const uint32_t n =
+                perChar ? Zos_SNPrintf(buf, size, "%c%c%c%c%c%c", 'a', 'b', 'c', 'd', 'e', 'f')
+                        : Zos_SNPrintf(buf, size, "abcdef");
+            EXPECT_EQ(n, static_cast<uint32_t>(std::min(size, 6)));
+            const int32_t kept = std::max(0, std::min(size - 1, 6));
+            EXPECT_EQ(std::string(buf, kept), std::string("abcdef").substr(0, kept));
+            EXPECT_EQ(buf[kept], size == 0 ? '#' : '\0') << size << perChar;
+            EXPECT_EQ(buf[kept + 1], '#') << "wrote past the terminator";
+        }
     }
     char buf[4] = {'#', '#', '#', '#'};
     EXPECT_EQ(Zos_SNPrintf(buf, -1, "abc"), 0u);

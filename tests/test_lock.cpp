@@ -138,5 +138,11 @@ TEST_F(ZosTest, WaitsEndedByAnotherThread) {
     Zos_SharexUnlock(&rw);
     writer.join();
     EXPECT_TRUE(wrote);
+    // The writer asking again, for either side, is refused rather than
+    // left waiting on itself.
+    ASSERT_EQ(Zos_SharexLockEx(&rw), ZOK);
+    EXPECT_EQ(Zos_SharexLockEx(&rw), ZFAILED);
+    EXPECT_EQ(Zos_SharexLock(&rw), ZFAILED);
+    EXPECT_EQ(Zos_SharexUnlockEx(&rw), ZOK);
     EXPECT_EQ(Zos_SharexDelete(&rw), ZOK);
 }
