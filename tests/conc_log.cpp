@@ -2,6 +2,7 @@
 // and write to the system log: every line arrives whole, once, in each
 // thread's order; shut-down waits for a line still being written.
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <chrono>
 #include <map>
@@ -21,7 +22,42 @@ void CountLine(void *, uint32_t, const char *) {
     g_watched.fetch_add(1, std::memory_order_relaxed);
 }
 
+// A platform print that is not safe for concurrent calls.
+std::vector<std::string> g_platformLines;
+uint32_t KeepPlatformLine(const char *text) {
+    g_platformLines.emplace_back(text);
+    return ZOK;
+}
+
 }  // namespace
+
+// Without a print hook, lines printed from several threads reach the
+// platform's print one at a time, each whole.
+TEST_F(ZosTest, PlatformPrintGetsOneLineAtATime) {
+    g_platformLines.clear();
+    ASSERT_EQ(Zos_CfgSetPrintDisp(nullptr), ZOK);
+    const ZOS_OSDEP_FUNC platform = ktest::Slot(3);
+    ktest::Slot(3) = reinterpret_cast<ZOS_OSDEP_FUNC>(KeepPlatformLine);
+    constexpr int kThreads = 4;
+    constexpr int kLines = 250;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < kLines; ++i) Zos_Printf("t%d line %03d\n", t, i);
+        });
+    }
+    for (std::thread &th : threads) th.join();
+    ktest::Slot(3) = platform;
+    ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
+    ASSERT_EQ(g_platformLines.size(), static_cast<size_t>(kThreads * kLines));
+    int next[kThreads] = {};
+    for (const std::string &line : g_platformLines) {
+        int t = -1, i = -1;
+        ASSERT_EQ(std::sscanf(line.c_str(), "t%d line %d", &t, &i), 2) << line;
+        ASSERT_TRUE(t >= 0 && t < kThreads) << line;
+        EXPECT_EQ(i, next[t]++) << line;  // each thread's lines in its order
+    }
+}
 
 TEST_F(ZosTest, ThreadsShareOneLogWithARotatingFile) {
     const std::string dir = ktest::FreshDir("conc");
