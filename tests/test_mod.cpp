@@ -430,6 +430,38 @@ TEST_F(ModHost, ReplacedUiPipeHandsItsPostsOn) {
     oldLoop->Stop();
 }
 
+// Posts made after the pipe was replaced, before the new looper has run
+// the ones it took over, still run after those.
+TEST_F(ModHost, PostsAfterAReplacedPipeRunAfterTheOnesHandedOn) {
+    ResetNotes();
+    std::atomic<int> phase{0};
+    std::thread oldUi([&phase] {  // sets the pipe up, then never polls
+        ALooper_prepare(0);
+        EXPECT_EQ(Zpand_UiEvntInit(), ZOK);
+        phase = 1;
+        while (phase != 3) std::this_thread::yield();
+    });
+    while (phase != 1) std::this_thread::yield();
+    for (uintptr_t i = 1; i <= 100; ++i) Zpand_UiProcEvnt(i, Note);
+    std::thread newUi([&phase] {
+        ALooper_prepare(0);
+        EXPECT_EQ(Zpand_UiEvntInit(), ZOK);
+        phase = 2;
+        while (phase != 3) std::this_thread::yield();
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (g_ran < 200 && std::chrono::steady_clock::now() < end) {
+            ALooper_pollOnce(10, nullptr, nullptr, nullptr);
+        }
+    });
+    while (phase != 2) std::this_thread::yield();
+    for (uintptr_t i = 101; i <= 200; ++i) Zpand_UiProcEvnt(i, Note);
+    phase = 3;
+    newUi.join();
+    oldUi.join();
+    EXPECT_EQ(g_ran, 200u);
+    EXPECT_EQ(Misplaced(), 0u);
+}
+
 TEST_F(ModHost, PostDriveRoads) {
     // No installed function and no virtual machine: no road.
     Zpand_ModSetPostDrv(nullptr);
