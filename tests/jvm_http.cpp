@@ -5,6 +5,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <mutex>
 #include <string>
@@ -241,6 +242,12 @@ TEST_F(JvmInet, LocalAddressComesFromJava) {
     env->DeleteLocalRef(text);
     ASSERT_EQ(rc, ZOK);
     EXPECT_EQ(java, ip);
+    // A buffer with no room for the text's terminator does not take it.
+    std::vector<char> tight(java.size());
+    if (Zos_InetGetLocalIp(tight.data(), static_cast<uint32_t>(tight.size())) == ZOK) {
+        ASSERT_NE(std::memchr(tight.data(), 0, tight.size()), nullptr);
+        EXPECT_NE(std::string(tight.data()), java);
+    }
 }
 
 }  // namespace

@@ -511,10 +511,11 @@ TEST_F(TimerTest, DestroyTwiceAndUseAfterDestroy) {
 
 std::mutex g_armLock;
 std::vector<std::string> g_arms;
+std::atomic<bool> g_startFails{false};
 uint32_t RecStart(uint32_t ms, PFN_ZPAND_TIMER_CB) {
     std::lock_guard<std::mutex> lock(g_armLock);
     g_arms.push_back("start " + std::to_string(ms));
-    return ZOK;
+    return g_startFails ? ZFAILED : ZOK;
 }
 uint32_t RecStop() {
     std::lock_guard<std::mutex> lock(g_armLock);
@@ -548,6 +549,14 @@ TEST_F(TimerTest, OsManagerArmsForTheSoonestExpiryOnly) {
     SetTick(10250);
     Zos_TimerModDriven(0);
     EXPECT_EQ(Fired(), (std::vector<std::pair<uint32_t, uint64_t>>{{b, 10250}}));
+    EXPECT_EQ(TakeArms(), (std::vector<std::string>{"start 3600000"}));
+    // A sooner timer whose arming fails leaves nothing armed, so the next
+    // change arms again for what is soonest then.
+    g_startFails = true;
+    ASSERT_EQ(Zos_TimerOsStart(b, 0, 1000, 0, Record), ZOK);
+    g_startFails = false;
+    EXPECT_EQ(TakeArms(), (std::vector<std::string>{"stop", "start 1000"}));
+    ASSERT_EQ(Zos_TimerOsStop(b), ZOK);
     EXPECT_EQ(TakeArms(), (std::vector<std::string>{"start 3600000"}));
     ASSERT_EQ(Zos_TimerOsStart(a, 0, 5, 0, Record), ZOK);
     EXPECT_EQ(TakeArms(), (std::vector<std::string>{"stop", "start 10"}));
