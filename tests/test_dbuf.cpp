@@ -310,7 +310,9 @@ TEST_F(DbufTest, ClonesAndSharedBuffers) {
     EXPECT_TRUE(ktest::LoggedContains("DbufPreAddFmtD invalid id."));
     EXPECT_EQ(Zos_DbufSplit(b, 1), nullptr);
     EXPECT_EQ(ktest::DbufText(b), "abc");  // reading is fine
-    ZDBUF copy = Zos_DbufCopy(b);          // so is a deep copy
+    ASSERT_NE(Zos_DbufO2D(b, 1), nullptr);
+    EXPECT_EQ(*Zos_DbufO2D(b, 1), 'b');
+    ZDBUF copy = Zos_DbufCopy(b);  // so is a deep copy
     EXPECT_EQ(Zos_DbufRefCnt(copy), 1u);
     EXPECT_EQ(Zos_DbufPstAddStrD(copy, "d"), ZOK);
     EXPECT_EQ(ktest::DbufText(copy), "abcd");

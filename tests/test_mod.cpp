@@ -607,6 +607,31 @@ TEST_F(ZosTest, ModInitFailsWithoutMemoryForTheTable) {
     EXPECT_NE(Zos_TaskGetTaskId("MOD_MGR"), ZOS_INVALID_ID);
 }
 
+// The module table holds as many tasks as the configuration's task count,
+// five at the least, the layer's own included; one more is refused with
+// its line, and a task put back makes room again.
+TEST_F(ZosTest, FullModuleTableRefusesWithItsLine) {
+    Zos_SysDestroy();
+    Zos_CfgSetPrintDisp(ktest::PrintHook);
+    ktest::UseTestLogDir();
+    Zos_CfgSetTaskCount(1);
+    ASSERT_EQ(Zos_SysInit(), ZOK);
+    ktest::WatchSystemLog();
+    std::vector<uint32_t> got;
+    for (int i = 0; i < 6; ++i) {
+        const uint32_t id = Zos_ModGetTask(("FULL" + std::to_string(i)).c_str(), 3);
+        if (id == ZOS_INVALID_ID) break;
+        got.push_back(id);
+    }
+    EXPECT_LT(got.size(), 5u);
+    EXPECT_TRUE(ktest::LoggedContains("module no free task memory."));
+    ASSERT_FALSE(got.empty());
+    EXPECT_EQ(Zos_ModPutTask(got.back()), ZOK);
+    got.back() = Zos_ModGetTask("FULL9", 3);
+    EXPECT_NE(got.back(), ZOS_INVALID_ID);
+    for (uint32_t id : got) EXPECT_EQ(Zos_ModPutTask(id), ZOK);
+}
+
 // ---- performs and the word layout ---------------------------------------------
 
 TEST_F(ZosTest, PerformCallsRealPrototypesWithEveryArgumentKind) {
