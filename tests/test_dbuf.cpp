@@ -309,9 +309,28 @@ TEST_F(DbufTest, ClonesAndSharedBuffers) {
     EXPECT_EQ(Zos_DbufPreAddFmtD(b, "%d", 0), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DbufPreAddFmtD invalid id."));
     EXPECT_EQ(Zos_DbufSplit(b, 1), nullptr);
-    EXPECT_EQ(ktest::DbufText(b), "abc");  // reading is fine
-    ASSERT_NE(Zos_DbufO2D(b, 1), nullptr);
-    EXPECT_EQ(*Zos_DbufO2D(b, 1), 'b');
+    // Every call that only reads works on a shared buffer.
+    EXPECT_EQ(ktest::DbufText(b), "abc");
+    const uint8_t *first = Zos_DbufO2D(b, 0);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(Zos_DbufD2O(b, first + 2), 2u);
+    EXPECT_EQ(Zos_DbufBlkO2D(b, 0, 1), first + 1);
+    EXPECT_EQ(Zos_DbufBlkD2O(b, 0, first + 1), 1u);
+    char two[2] = {};
+    EXPECT_EQ(Zos_DbufCopyD(b, 1, 2, two), ZOK);
+    EXPECT_EQ(std::string(two, 2), "bc");
+    for (ZDBUF part : {Zos_DbufCopyX(b, 1, 2), Zos_DbufFlatX(b, 1, 2)}) {
+        EXPECT_EQ(ktest::DbufText(part), "bc");
+        EXPECT_EQ(Zos_DbufDelete(part), ZOK);
+    }
+    const ZLOGID log = Zos_LogGetZosId();
+    EXPECT_EQ(Zos_DbufLogTxt(log, ZOS_LOG_LEVEL_INFO, b) |
+                  Zos_DbufLogHex(log, ZOS_LOG_LEVEL_INFO, b) |
+                  Zos_DbufLogPrint(log, ZOS_LOG_LEVEL_INFO, b) | Zos_DbufDbgShow(b),
+              ZOK);
+    const std::string saved = ktest::FreshDir("dbuf_shared") + "/b.bin";
+    EXPECT_EQ(Zos_DbufSaveFile(b, saved.c_str()), ZOK);
+    EXPECT_EQ(ktest::ReadFile(saved), "abc");
     ZDBUF copy = Zos_DbufCopy(b);  // so is a deep copy
     EXPECT_EQ(Zos_DbufRefCnt(copy), 1u);
     EXPECT_EQ(Zos_DbufPstAddStrD(copy, "d"), ZOK);
