@@ -9,11 +9,13 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "zos_test.h"
 #include "zpand_jni.h"
@@ -305,7 +307,20 @@ TEST(Pand, LocalTimeAndMakeTimeRoundTripAndRefuseNulls) {
     const int64_t t = 1610708400;
     ST_ZOS_TM tm{};
     ASSERT_EQ(Zpand_LocalTime(&t, &tm), ZOK);
+    // Every field, the day of the week and of the year included.
+    const std::time_t tt = static_cast<std::time_t>(t);
+    std::tm c{};
+    ASSERT_NE(localtime_r(&tt, &c), nullptr);
+    const auto fields = [](const ST_ZOS_TM &z) {
+        return std::vector<int>{z.iSec,  z.iMin,  z.iHour, z.iMday, z.iMon,
+                                z.iYear, z.iWday, z.iYday, z.iIsdst};
+    };
+    EXPECT_EQ(fields(tm), (std::vector<int>{c.tm_sec, c.tm_min, c.tm_hour, c.tm_mday, c.tm_mon,
+                                            c.tm_year, c.tm_wday, c.tm_yday, c.tm_isdst}));
+    const ST_ZOS_TM got = tm;
+    tm.iWday = tm.iYday = -1;  // worked out again by the make
     EXPECT_EQ(Zpand_MkTime(&tm), t);
+    EXPECT_EQ(fields(tm), fields(got));
     EXPECT_EQ(Zpand_LocalTime(nullptr, &tm) + Zpand_LocalTime(&t, nullptr), 2 * ZFAILED);
     EXPECT_EQ(Zpand_MkTime(nullptr), -1);
 }
