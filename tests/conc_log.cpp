@@ -49,14 +49,15 @@ TEST_F(ZosTest, PlatformPrintGetsOneLineAtATime) {
     for (std::thread &th : threads) th.join();
     ktest::Slot(3) = platform;
     ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
-    ASSERT_EQ(g_platformLines.size(), static_cast<size_t>(kThreads * kLines));
+    // The layer's own threads may print meanwhile; their lines are skipped.
     int next[kThreads] = {};
     for (const std::string &line : g_platformLines) {
         int t = -1, i = -1;
-        ASSERT_EQ(std::sscanf(line.c_str(), "t%d line %d", &t, &i), 2) << line;
+        if (std::sscanf(line.c_str(), "t%d line %d", &t, &i) != 2) continue;
         ASSERT_TRUE(t >= 0 && t < kThreads) << line;
-        EXPECT_EQ(i, next[t]++) << line;  // each thread's lines in its order
+        EXPECT_EQ(i, next[t]++) << line;  // each thread's lines whole, in its order
     }
+    for (const int n : next) EXPECT_EQ(n, kLines);
 }
 
 TEST_F(ZosTest, ThreadsShareOneLogWithARotatingFile) {
