@@ -294,6 +294,28 @@ TEST_F(DbufTest, SplitOnAndInsideBlocksAndCat) {
     EXPECT_EQ(Zos_DbufDelete(b), ZOK);
 }
 
+// A cat from another pool takes copies of the blocks; when the copies
+// cannot be had, it fails and leaves both buffers as they were.
+TEST_F(DbufTest, CatFromAnotherPoolFailsWholeWithoutCopies) {
+    ASSERT_NE(MakePool(0xFFFFFFFFu), nullptr);
+    ZDBUF dst = Zos_DbufCreateAddD(pool_, ZOS_DBUF_TYPE_MSG, 128, "head", 4);
+    ASSERT_NE(dst, nullptr);
+    const std::string data = Bytes(300);
+    ZDBUF src = Zos_DbufCreateAddD(nullptr, ZOS_DBUF_TYPE_MSG, 128, data.data(), 300);
+    ASSERT_NE(src, nullptr);
+    ktest::ClearLogged();
+    g_budget = 0;
+    EXPECT_EQ(Zos_DbufCat(dst, src), ZFAILED);
+    g_budget = -1;
+    EXPECT_TRUE(ktest::LoggedContains("DbufCat add data."));
+    EXPECT_EQ(ktest::DbufText(dst), "head");
+    EXPECT_EQ(ktest::DbufText(src), data);
+    ASSERT_EQ(Zos_DbufCat(dst, src), ZOK);  // which takes the source
+    EXPECT_EQ(ktest::DbufText(dst), "head" + data);
+    EXPECT_EQ(Zos_DbufDelete(dst), ZOK);
+    ExpectPoolEmpty();
+}
+
 TEST_F(DbufTest, ClonesAndSharedBuffers) {
     ZDBUF b = Zos_DbufCreateAddD(nullptr, 1, 128, "abc", 3);
     for (int i = 0; i < 254; ++i) ASSERT_EQ(Zos_DbufClone(b), b) << i;
