@@ -601,6 +601,23 @@ void SetBytesFree(void *p) {
     std::free(p);
 }
 
+// A pool whose magic word was damaged is still registered: its calls are
+// refused, and the line names the pool (a deleted one is "unknown").
+TEST_F(PoolTest, DamagedMagicIsRefusedByName) {
+    ZPOOL pool = Make({{32, 2, 2}});
+    ASSERT_NE(pool, nullptr);
+    void *node = Zos_PoolAlloc(pool, 8);
+    auto *magic = static_cast<uint32_t *>(pool);  // the record's first word
+    ASSERT_EQ(*magic, 0x0E1E2E3Eu);
+    *magic = 0;
+    ktest::ClearLogged();
+    uint32_t size = 7;
+    EXPECT_EQ(Zos_PoolGetSize(pool, node, &size), ZFAILED);
+    *magic = 0x0E1E2E3Eu;
+    EXPECT_TRUE(ktest::LoggedContains("PoolGetSize <test pool> invalid magic."));
+    Zos_PoolFree(pool, node);
+}
+
 TEST_F(PoolTest, SpareBytesBehindTheLastNodeAreNoNode) {
     const ST_ZOS_BKT_INFO rows[] = {{32, 3, 1}};
     const ST_ZOS_POOL_CFG cfg{"spare bytes", rows, SetBytesAlloc, SetBytesFree, 1, 0, 1, 1};
