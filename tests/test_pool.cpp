@@ -601,6 +601,19 @@ void SetBytesFree(void *p) {
     std::free(p);
 }
 
+TEST_F(PoolTest, SpareBytesBehindTheLastNodeAreNoNode) {
+    const ST_ZOS_BKT_INFO rows[] = {{32, 3, 1}};
+    const ST_ZOS_POOL_CFG cfg{"spare bytes", rows, SetBytesAlloc, SetBytesFree, 1, 0, 1, 1};
+    ZPOOL pool = Zos_PoolCreate(&cfg);
+    ASSERT_NE(pool, nullptr);
+    void *node = Zos_PoolAlloc(pool, 8);
+    void *blk = Zos_BktFindBlk(pool, 0, node);
+    ASSERT_NE(blk, nullptr);
+    Zos_PoolFree(pool, node);
+    EXPECT_EQ(Zos_BktDelete(pool, 0, blk), ZOK);  // every node is free
+    Zos_PoolDelete(pool);
+}
+
 // A pool whose magic word was damaged is still registered: its calls are
 // refused, and the line names the pool (a deleted one is "unknown").
 TEST_F(PoolTest, DamagedMagicIsRefusedByName) {
@@ -616,19 +629,6 @@ TEST_F(PoolTest, DamagedMagicIsRefusedByName) {
     *magic = 0x0E1E2E3Eu;
     EXPECT_TRUE(ktest::LoggedContains("PoolGetSize <test pool> invalid magic."));
     Zos_PoolFree(pool, node);
-}
-
-TEST_F(PoolTest, SpareBytesBehindTheLastNodeAreNoNode) {
-    const ST_ZOS_BKT_INFO rows[] = {{32, 3, 1}};
-    const ST_ZOS_POOL_CFG cfg{"spare bytes", rows, SetBytesAlloc, SetBytesFree, 1, 0, 1, 1};
-    ZPOOL pool = Zos_PoolCreate(&cfg);
-    ASSERT_NE(pool, nullptr);
-    void *node = Zos_PoolAlloc(pool, 8);
-    void *blk = Zos_BktFindBlk(pool, 0, node);
-    ASSERT_NE(blk, nullptr);
-    Zos_PoolFree(pool, node);
-    EXPECT_EQ(Zos_BktDelete(pool, 0, blk), ZOK);  // every node is free
-    Zos_PoolDelete(pool);
 }
 
 // The bucket and heap steps the pool exports for the engine's other
