@@ -150,6 +150,46 @@ TEST_F(ZosTest, RbtEdgeCasesAndBadHandles) {
     EXPECT_TRUE(Zos_RbtGetKey(nullptr) == 0 && Zos_RbtGetValue(nullptr) == 0);
 }
 
+namespace {
+
+void *NoMalloc(uint32_t) {
+    return nullptr;
+}
+
+// How many buffer headers can still be had with the heap refusing: each
+// is made and given back.
+size_t FreeHeaders() {
+    std::vector<ZDBUF> held;
+    for (ZDBUF b;
+         held.size() < 1000000 && (b = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 64)) != nullptr;)
+        held.push_back(b);
+    for (ZDBUF b : held) Zos_DbufDelete(b);
+    return held.size();
+}
+
+}  // namespace
+
+TEST_F(ZosTest, RbtPrintIntoItsOwnBufferGivesItBackOnFailure) {
+    // With the blocks taken and the heap refusing to make more, a print
+    // into a buffer of its own fails; that buffer must not be kept.
+    ZRBT tree = Zos_RbtCreate(nullptr);
+    for (uintptr_t k = 1; k <= 200; ++k) ASSERT_EQ(Zos_RbtAdd(tree, k * 0x1001, 0), ZOK);
+    ZDBUF filler = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MEM, 512);
+    {
+        const ktest::HeapSlots heap(NoMalloc, Zpand_Free);
+        for (int i = 0; i < 100000 && Zos_DbufAlloc(filler, 400) != nullptr; ++i) {
+        }
+        const size_t before = FreeHeaders();
+        EXPECT_GT(before, 0u);
+        EXPECT_EQ(Zos_RbtPrint(tree, nullptr, ZOS_RBT_PRINT_COMPACT), nullptr);
+        EXPECT_EQ(Zos_RbtPrint(tree, nullptr, ZOS_RBT_PRINT_LINES), nullptr);
+        EXPECT_EQ(FreeHeaders(), before);
+    }
+    Zos_DbufDelete(filler);
+    EXPECT_GT(Print(tree, ZOS_RBT_PRINT_COMPACT).size(), 1000u);
+    Zos_RbtDelete(tree);
+}
+
 TEST_F(ZosTest, RbtPrintKeyTextAndOrder) {
     ZCBUF parent = Zos_CbufCreate(0);
     ZRBT tree = Zos_RbtCreate(parent);

@@ -4,6 +4,7 @@
 // save under injected write failures and allocation failures.
 #include <atomic>
 #include <string>
+#include <vector>
 
 #include "zos_test.h"
 
@@ -596,6 +597,31 @@ TEST_F(ZiniTest, EncoderFailuresAreReported) {
     EXPECT_NE(ktest::Printed().find("ini IniEncodeSect add '['."), std::string::npos);
     EXPECT_EQ(ktest::ReadFile(path), "old");
     // With memory back the same object updates.
+    EXPECT_EQ(Zini_Update(ini.p, path.c_str()), ZOK);
+    EXPECT_EQ(ktest::ReadFile(path), "[s]\r\n    k=v\r\n\r\n");
+}
+
+TEST_F(ZiniTest, UpdateWithNoBufferHeaderFailsAndLeavesTheFile) {
+    // Every header the data-buffer pool has free is taken and the heap
+    // refuses to grow it, so the update cannot make its output buffer.
+    Ini ini("[s]\nk=v\n");
+    ASSERT_EQ(ini.rc, ZOK);
+    const std::string path = ktest::FreshDir("zini_header") + "/x.ini";
+    ASSERT_EQ(Zfile_SaveSafe(path.c_str(), "old", 3), ZOK);
+    const ZOS_OSDEP_FUNC saved = ktest::Slot(0);
+    g_mallocsLeft = 0;
+    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
+    std::vector<ZDBUF> held;
+    for (ZDBUF b;
+         held.size() < 1000000 && (b = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 64)) != nullptr;)
+        held.push_back(b);
+    ktest::ClearLogged();
+    const uint32_t rc = Zini_Update(ini.p, path.c_str());
+    ktest::Slot(0) = saved;
+    for (ZDBUF b : held) Zos_DbufDelete(b);
+    EXPECT_EQ(rc, ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("IniUpdate alloc memory."));
+    EXPECT_EQ(ktest::ReadFile(path), "old");
     EXPECT_EQ(Zini_Update(ini.p, path.c_str()), ZOK);
     EXPECT_EQ(ktest::ReadFile(path), "[s]\r\n    k=v\r\n\r\n");
 }
