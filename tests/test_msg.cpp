@@ -99,6 +99,12 @@ TEST_F(ZosTest, MsgInsideEventSharesItsArena) {
     EXPECT_EQ(Zos_MsgGetObject(m), 0x99u);
     EXPECT_EQ(std::memcmp(Zos_MsgGetData(m), "abc", 3), 0);
     Zos_MsgDelete(m);  // takes the event with it
+    // A length without data is stored as given, as by Zos_MsgSetData.
+    m = Zos_MsgCreateED(Zos_EvntCreate(), 1, 2, 3, 0, nullptr, 7);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(Zos_MsgGetData(m), nullptr);
+    EXPECT_EQ(Zos_MsgGetDataLen(m), 7u);
+    Zos_MsgDelete(m);
     EXPECT_EQ(Zos_EParmGetInt(e, 0), 0);
     EXPECT_TRUE(ktest::LoggedContains("EParmGetInt invalid id"));
 

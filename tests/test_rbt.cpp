@@ -228,16 +228,27 @@ TEST_F(ZosTest, RbtCheckerCatchesBrokenColours) {
     for (uintptr_t k : {2, 1, 3, 0}) ASSERT_EQ(Zos_RbtAdd(tree, k, 0), ZOK);
     ASSERT_EQ(Print(tree, 0), "0x2B{0x1B{0x0R,#},0x3B}");
     ASSERT_EQ(Zos_RbtChk(tree), ZOK);
-    Colour(tree, 2) = ZOS_RBT_RED;  // red root
-    EXPECT_EQ(Zos_RbtChk(tree), ZFAILED);
+    // Each broken rule fails the check with its own line.
+    const auto failsWith = [tree](const char *line) {
+        ktest::ClearLogged();
+        EXPECT_EQ(Zos_RbtChk(tree), ZFAILED) << line;
+        EXPECT_TRUE(ktest::LoggedContains(line)) << line;
+    };
+    Colour(tree, 2) = ZOS_RBT_RED;
+    failsWith("RbtChk root is not black.");
     Colour(tree, 2) = ZOS_RBT_BLACK;
     Colour(tree, 3) = ZOS_RBT_RED;  // one path a black short
-    EXPECT_EQ(Zos_RbtChk(tree), ZFAILED);
+    failsWith("RbtChk 3 black count 2 3.");
     Colour(tree, 1) = ZOS_RBT_RED;  // counts agree again, but red over red
     EXPECT_EQ(Print(tree, 0), "0x2B{0x1R{0x0R,#},0x3R}");
-    EXPECT_EQ(Zos_RbtChk(tree), ZFAILED);
+    failsWith("RbtChk 1 left is red.");
     Colour(tree, 1) = Colour(tree, 3) = ZOS_RBT_BLACK;
     EXPECT_EQ(Zos_RbtChk(tree), ZOK);
+    // A red right child under a red node, the black counts even.
+    ASSERT_EQ(Zos_RbtRmv(tree, 0) + Zos_RbtAdd(tree, 4, 0), ZOK);
+    Colour(tree, 1) = Colour(tree, 3) = ZOS_RBT_RED;
+    EXPECT_EQ(Print(tree, 0), "0x2B{0x1R,0x3R{#,0x4R}}");
+    failsWith("RbtChk 3 righ is red.");
     Zos_RbtDelete(tree);
 }
 
