@@ -166,10 +166,15 @@ TEST_F(ZosTest, TimerAndHubFailCleanlyAtEveryAllocation) {
         }
         ASSERT_EQ(Zos_ModTaskPause(task, 0), ZOK);
         g_got = 0;
+        ktest::ClearLogged();
         FailAt(++pubRound);
         const uint32_t ret = Zos_ModPubEvnt("af.event", "%u", 5u);
         pubDone = !Hit();
         g_failAt = 0;
+        // An event that could not be made is not handed to the task.
+        if (ktest::LoggedContains("ModPubEvnt create event af.event.")) {
+            EXPECT_FALSE(ktest::LoggedContains("ModPubEvnt perform event")) << pubRound;
+        }
         ASSERT_EQ(Zos_ModTaskPause(task, 1), ZOK);
         if (ret == ZOK) {
             EXPECT_TRUE(ktest::Eventually([] { return g_got == 105; })) << pubRound;

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "mod_test.h"
@@ -99,6 +100,18 @@ void Nine(uint32_t a, uint32_t b, uint32_t c, uint32_t d, uint32_t e, uint32_t f
 }
 void NoArgs() {
     g_call = "none";
+}
+// A function of as many words as its pack holds; records each word.
+template <typename... W>
+void Words(W... w) {
+    g_call.clear();
+    ((g_call += std::to_string(w) + ";"), ...);
+}
+template <std::size_t>
+using Word = uintptr_t;
+template <std::size_t... I>
+PFN_ZOS_MOD_FUNC WordsFn(std::index_sequence<I...>) {
+    return reinterpret_cast<PFN_ZOS_MOD_FUNC>(&Words<Word<I>...>);
 }
 
 template <typename F>
@@ -738,6 +751,20 @@ TEST_F(ZosTest, InvokeWordLayoutAndLimits) {
     EXPECT_EQ(g_call, "");
     EXPECT_EQ(Zos_ModEvntInvoke(Fn(NoArgs), nullptr, 0), ZOK);
     EXPECT_EQ(g_call, "none");
+    // Every count reaches the function with its words in order.
+    const PFN_ZOS_MOD_FUNC byCount[] = {
+        WordsFn(std::make_index_sequence<1>()), WordsFn(std::make_index_sequence<2>()),
+        WordsFn(std::make_index_sequence<3>()), WordsFn(std::make_index_sequence<4>()),
+        WordsFn(std::make_index_sequence<5>()), WordsFn(std::make_index_sequence<6>()),
+        WordsFn(std::make_index_sequence<7>()), WordsFn(std::make_index_sequence<8>()),
+        WordsFn(std::make_index_sequence<9>())};
+    std::string want;
+    for (uint32_t n = 1; n <= 9; ++n) {
+        want += std::to_string(ten[n - 1]) + ";";
+        g_call.clear();
+        EXPECT_EQ(Zos_ModEvntInvoke(byCount[n - 1], ten, n), ZOK);
+        EXPECT_EQ(g_call, want) << n;
+    }
     void *bare = Zos_EvntCreate();
     EXPECT_EQ(Zos_ModEvntProc(bare), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("ModEvntProc invalid parameter."));

@@ -135,6 +135,11 @@ TEST_F(ZucsTest, StrictDecoderRefusesWhatUtf8Forbids) {
               (std::vector<int32_t>{0x4D, 0x430, 0x4E8C, 0x10302}));
     EXPECT_EQ(Decode("\xF4\x8F\xBF\xBF"), std::vector<int32_t>{0x10FFFF});  // the last one
     EXPECT_EQ(Decode("\xF2\x80\x80\x80"), std::vector<int32_t>{0x80000});
+    // The first and last of each length, and around the surrogates;
+    // continuation bytes of 0x80 carry no bits.
+    EXPECT_EQ(Decode("\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF"
+                     "\xF0\x90\x80\x80"),
+              (std::vector<int32_t>{0x80, 0x7FF, 0x800, 0xD7FF, 0xE000, 0xFFFF, 0x10000}));
     const char *bad[] = {
         "\xC0\x80",          // overlong NUL
         "\xC1\xBF",          // overlong 0x7F
