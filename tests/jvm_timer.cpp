@@ -359,3 +359,23 @@ TEST_F(JvmOsTimer, InstalledStartTakesTheManagerInsteadOfJava) {
     ASSERT_EQ(OsFiredCount(), 1u);
     EXPECT_EQ(Zos_TimerOsIsRun(a), 0u);
 }
+
+TEST_F(JvmTimer, WhatJavaThrowsOnStartAndStopIsCleared) {
+    // Bound to a class whose start and stop throw, both bridge calls still
+    // succeed and leave no exception pending on the caller's thread.
+    JNIEnv *env = kjvm::Env();
+    jclass throwing = kjvm::FindAppClass(env, "com/quelmar/nubo/kestro/test/ThrowingTimer");
+    ASSERT_NE(throwing, nullptr);
+    Java_com_quelmar_kestro_ZpandTimer_doInit(env, throwing);
+    jmethodID calls = env->GetStaticMethodID(throwing, "calls", "()I");
+    ASSERT_NE(calls, nullptr);
+    const jint before = env->CallStaticIntMethod(throwing, calls);
+    EXPECT_EQ(Zpand_TimerStart(10, OnExpiry), ZOK);
+    EXPECT_FALSE(env->ExceptionCheck());
+    EXPECT_EQ(Zpand_TimerStop(), ZOK);
+    EXPECT_FALSE(env->ExceptionCheck());
+    env->ExceptionClear();
+    EXPECT_EQ(env->CallStaticIntMethod(throwing, calls), before + 2);
+    env->DeleteLocalRef(throwing);
+    JavaInit();  // the real class again, for the tear-down
+}
