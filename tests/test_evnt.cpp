@@ -158,6 +158,8 @@ TEST_F(EvntTest, MemoryAndElementDataCopyOrBorrow) {
 
     ZDBUF db = Zos_DbufCreate(nullptr, 1, 128);
     ASSERT_EQ(Zos_DbufPstAddStrD(db, "payload"), ZOK);
+    EXPECT_EQ(Zos_EParmSetElemDataX(evt_, nullptr), ZFAILED);
+    EXPECT_EQ(Zos_EParmSetElemDataX(nullptr, db), ZFAILED);
     ASSERT_EQ(Zos_EParmSetElemDataX(evt_, db), ZOK);
     // The length is read after the call that writes it, not beside it in one
     // argument list (GCC evaluates arguments right to left).

@@ -220,6 +220,10 @@ TEST_F(SmsPduTest, SemiOctetsAndFillers) {
     EXPECT_EQ(_PDU_pduReadBCDToString(&buf, 4, out), 1);
     EXPECT_STREQ(out, "123");
     EXPECT_EQ(_PDU_pduReadBCDToString(&buf, 1, out), -1) << "nothing left";
+    const Bytes lowBad = FromHex("214E65");  // a low nibble that is no digit ends them there
+    ASSERT_EQ(_PDU_pduInitDecode(&buf, lowBad.data(), 3), 0);
+    EXPECT_EQ(_PDU_pduReadBCDToString(&buf, 3, out), 1);
+    EXPECT_STREQ(out, "12");
 
     // An address: its digits, after "+" for an international number. The
     // octets count as read even when a filler ends the digits at once.
