@@ -669,6 +669,11 @@ TEST_F(PoolTest, BucketStepsGrowShrinkAndRefuse) {
     ktest::ClearLogged();
     EXPECT_EQ(Zos_BktCreate(pool, 3, 0), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("BktCreate <test pool> invalid bucket id."));
+    // The index one past the last bucket is refused by every step.
+    ST_ZOS_POOL_BKT_STAT past{};
+    EXPECT_EQ(Zos_BktCreate(pool, 1, 0), ZFAILED);
+    EXPECT_EQ(Zos_PoolChkBkt(pool, 1), 0u);
+    EXPECT_EQ(Zos_PoolGetBktStat(pool, 1, &past), 1u);
     EXPECT_EQ(Zos_BktCreate(pool, 0, 1), ZFAILED) << "the bucket has its first block";
 
     // Every block goes back; the group step makes the first blocks again.
