@@ -81,7 +81,14 @@ TEST_F(ZosTest, ThreadsShareOneLogWithARotatingFile) {
             }
         });
     }
-    // Meanwhile: console lines and system-log lines from another thread.
+    // Meanwhile: the files on disk listed again until the writers are done
+    // (a file already listed is not added twice) ...
+    std::atomic<bool> written{false};
+    std::thread lister([log, dir, &written] {
+        const std::string path = dir + "/conc.log";
+        while (!written) EXPECT_EQ(Zos_LogGetFileList(log, path.c_str()), ZOK);
+    });
+    // ... and console lines and system-log lines from another thread.
     threads.emplace_back([] {
         for (int i = 0; i < 300; ++i) {
             Zos_Printf("print %d\n", i);
@@ -89,6 +96,8 @@ TEST_F(ZosTest, ThreadsShareOneLogWithARotatingFile) {
         }
     });
     for (std::thread &th : threads) th.join();
+    written = true;
+    lister.join();
     ASSERT_EQ(Zos_LogFlush(log), ZOK);
     EXPECT_EQ(Zos_LogDelete(log), ZOK);
     EXPECT_EQ(g_watched.load(), kThreads * kLines);
