@@ -214,6 +214,10 @@ TEST_F(DbufTest, ReserveAreas) {
     auto *h = static_cast<uint8_t *>(Zos_DbufAlloc(b, 10));
     EXPECT_EQ(h, Zos_DbufBlkData(b, 0));
     EXPECT_EQ(Zos_DbufBlkLen(b, 0), 100u);
+    auto *last = static_cast<uint8_t *>(Zos_DbufAlloc(b, 4));  // exactly the head room left
+    EXPECT_EQ(last, Zos_DbufBlkData(b, 0));
+    EXPECT_EQ(Zos_DbufBlkLen(b, 0), 104u);
+    EXPECT_EQ(Zos_DbufIsFlat(b), 1u);
     EXPECT_EQ(Zos_DbufDelete(b), ZOK);
 
     b = Zos_DbufCreateAddD(nullptr, 1, 128, "0123456789", 10);
