@@ -219,6 +219,24 @@ TEST_F(EvntTest, RegistryDefaultsForOtherKinds) {
     EXPECT_EQ(Zos_EParmGetUint(evt_, ZOS_EPARM_ID(kComp, 3)), 0u);
     EXPECT_TRUE(ktest::LoggedContains("SysParmLocate no parm<3>."));
     EXPECT_EQ(Zos_SysParmLocate(ZOS_EPARM_ID(252, 0), &row), ZFAILED);
+
+    // The 64-bit kinds read their defaults up to the type's limits; one
+    // past a limit reads as 0.
+    constexpr uint32_t kWide = 201;
+    const char *const wide[] = {"9223372036854775807", "-9223372036854775808",
+                                "9223372036854775808", "18446744073709551615",
+                                "18446744073709551616"};
+    ASSERT_EQ(Zos_SysEvntAttach(kWide, 5), ZOK);
+    for (uint32_t i = 0; i < 5; ++i) {
+        ASSERT_EQ(Zos_SysParmAttach(ZOS_EPARM_ID(kWide, i), 0, wide[i]), ZOK);
+        ASSERT_EQ(Zos_EParmSetStr(evt_, ZOS_EPARM_ID(kWide, i), "x"), ZOK);
+    }
+    EXPECT_EQ(Zos_EParmGetInt64(evt_, ZOS_EPARM_ID(kWide, 0)), INT64_MAX);
+    EXPECT_EQ(Zos_EParmGetInt64(evt_, ZOS_EPARM_ID(kWide, 1)), INT64_MIN);
+    EXPECT_EQ(Zos_EParmGetInt64(evt_, ZOS_EPARM_ID(kWide, 2)), 0);
+    EXPECT_EQ(Zos_EParmGetUint64(evt_, ZOS_EPARM_ID(kWide, 3)), UINT64_MAX);
+    EXPECT_EQ(Zos_EParmGetUint64(evt_, ZOS_EPARM_ID(kWide, 4)), 0u);
+    EXPECT_EQ(Zos_SysEvntDetach(kWide), ZOK);
     EXPECT_EQ(Zos_SysEvntDetach(kComp), ZOK);
     EXPECT_EQ(Zos_SysEvntLocate(kComp, &tbl), ZFAILED);
     EXPECT_EQ(tbl, nullptr);
