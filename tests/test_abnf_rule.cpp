@@ -438,6 +438,15 @@ TEST_F(ZosTest, AbnfTokenManager) {
     EXPECT_EQ(Abnf_GetTknChrsetX(&t2.msg, set, 1, tbl, 3, &id), ZFAILED);
     AbnfDec t3(5, "udp");
     EXPECT_EQ(Abnf_GetTknChrsetX(&t3.msg, set, 1, tbl, 0, &id), ZFAILED);
+    // Only an entry of the token's own length matches, not one it begins;
+    // an entry without text is passed over.
+    AbnfDec prefix(5, "tc;x");
+    EXPECT_EQ(Abnf_GetTknChrsetX(&prefix.msg, set, 1, tbl, 3, &id), ZFAILED);
+    const ST_ABNF_TKN_TBL holes[] = {{nullptr, 2, 4}, {"ws", 2, 5}};
+    AbnfDec ws(5, "WS");
+    id = 0;
+    EXPECT_EQ(Abnf_GetTknChrsetX(&ws.msg, set, 1, holes, 2, &id), ZOK);
+    EXPECT_EQ(id, 4u);
 
     const ST_ABNF_TKN e{3, 1, "Abc", 3};
     const auto ue = reinterpret_cast<uintptr_t>(&e);
