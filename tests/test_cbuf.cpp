@@ -112,6 +112,8 @@ TEST_F(ZosTest, ArenaBrickAndLargeBoundary) {
     EXPECT_TRUE(ktest::LoggedContains("CbufFree invalid id."));
     EXPECT_EQ(Zos_CbufAlloc(junk, 8), nullptr);
     EXPECT_TRUE(ktest::LoggedContains("CbufAlloc invalid id."));
+    EXPECT_EQ(Zos_CbufClean(junk), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("CbufClean invalid id."));
 
     // Clean frees everything and keeps the arena usable.
     for (int i = 0; i < 50; ++i) ASSERT_NE(Zos_CbufAlloc(c, i % 2 ? 5000 : 64), nullptr);
