@@ -611,10 +611,7 @@ TEST_F(ZiniTest, UpdateWithNoBufferHeaderFailsAndLeavesTheFile) {
     const ZOS_OSDEP_FUNC saved = ktest::Slot(0);
     g_mallocsLeft = 0;
     ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
-    std::vector<ZDBUF> held;
-    for (ZDBUF b;
-         held.size() < 1000000 && (b = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 64)) != nullptr;)
-        held.push_back(b);
+    const std::vector<ZDBUF> held = ktest::TakeFreeHeaders();
     ktest::ClearLogged();
     const uint32_t rc = Zini_Update(ini.p, path.c_str());
     ktest::Slot(0) = saved;

@@ -151,6 +151,14 @@ std::string DbufText(ZDBUF buf) {
     return s;
 }
 
+std::vector<ZDBUF> TakeFreeHeaders() {
+    std::vector<ZDBUF> held;
+    for (ZDBUF b;
+         held.size() < 1000000 && (b = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MSG, 64)) != nullptr;)
+        held.push_back(b);
+    return held;
+}
+
 std::vector<std::string> FilesIn(const std::string &dir) {
     std::vector<std::string> out;
     for (const auto &e : std::filesystem::directory_iterator(dir)) out.push_back(e.path());

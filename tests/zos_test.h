@@ -115,6 +115,10 @@ std::vector<std::string> FilesIn(const std::string &dir);
 
 // The whole content of a data buffer as one string (its copy must succeed).
 std::string DbufText(ZDBUF buf);
+// Takes every buffer header the default data-buffer pool still hands out
+// (with a heap that refuses, that is every free one); the caller deletes
+// them.
+std::vector<ZDBUF> TakeFreeHeaders();
 
 // Points the configuration's log directory at TempDir()/logs, so the
 // system log's files stay out of the working directory. Call before
