@@ -185,10 +185,13 @@ TEST_F(ZosTest, LevelsInvalidHandlesAndTheLineLimit) {
         EXPECT_EQ(Zos_LogOpen(h, 1), ZFAILED) << off;
     }
     ZLOGID bad = reinterpret_cast<char *>(fake) + 32;
-    for (uint32_t rc : {Zos_LogInfo(nullptr, "x"), Zos_LogStr(bad, ZOS_LOG_LEVEL_ERROR, "x"),
-                        Zos_LogBuf(bad, ZOS_LOG_LEVEL_ERROR, "x", 1), Zos_LogOpen(nullptr, 1),
-                        Zos_LogClose(sys, 0), Zos_LogFlush(bad), Zos_LogDelete(bad),
-                        Zos_LogSetPrint(bad, 1), Zos_LogRedirect(sys, sys)}) {
+    // Without a format a line is no line: that is success on a usable log.
+    EXPECT_EQ(Zos_LogInfo(sys, nullptr), ZOK);
+    for (uint32_t rc :
+         {Zos_LogInfo(nullptr, "x"), Zos_LogInfo(bad, nullptr),
+          Zos_LogStr(bad, ZOS_LOG_LEVEL_ERROR, "x"), Zos_LogBuf(bad, ZOS_LOG_LEVEL_ERROR, "x", 1),
+          Zos_LogOpen(nullptr, 1), Zos_LogClose(sys, 0), Zos_LogFlush(bad), Zos_LogDelete(bad),
+          Zos_LogSetPrint(bad, 1), Zos_LogRedirect(sys, sys)}) {
         EXPECT_EQ(rc, ZFAILED);
     }
     EXPECT_EQ(Zos_LogGetLevel(bad), 0u);

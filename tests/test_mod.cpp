@@ -52,6 +52,11 @@ uint32_t CountDrive() {
 uint32_t NoDrive() {
     return ZFAILED;
 }
+// Drives at once, then reports that no drive could be asked for.
+uint32_t DriveThenFail() {
+    Zos_ModDriveMsg();
+    return ZFAILED;
+}
 
 std::vector<std::string> g_exits;
 void OnExit(const char *name, uint32_t) {
@@ -242,6 +247,11 @@ TEST_F(ModHost, PostFailuresLeaveNothingQueued) {
     EXPECT_EQ(Zos_MsgSendX(a, a, 1, 0, "data", 4), ZFAILED);
     EXPECT_EQ(Zos_ModDriveMsg(), ZOK);
     EXPECT_EQ(Zos_TaskDbgGetState(Zos_ModFindTask(a)), std::string("pending"));
+    // A drive that took the message already: the post stands, and the
+    // message is handled once.
+    Zpand_ModSetPostDrv(DriveThenFail);
+    EXPECT_EQ(Zos_MsgSendX(a, a, 2, 0, nullptr, 0), ZOK);
+    EXPECT_EQ(SeenNow(), std::vector<std::string>{"FAIL_A:2"});
     EXPECT_EQ(Zos_MsgSendX(a, 0x7FFF0000, 1, 0, nullptr, 0), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("ModPostMsg invalid recv task."));
     void *msg = Zos_MsgCreate(a, 0x7FFF0000, 1);

@@ -349,6 +349,7 @@ TEST_F(SmsPduTest, SubmitAndRelayEncoders) {
     EXPECT_EQ(Hex(raw, 15), "1107039121F30000AA05E8329BFD06");
     EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(7, "+123", "hello", 1, raw, 29, 0), -1);
     EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(7, "+123", "hello", 0, hex, 30, 0), -1) << "no NUL room";
+    EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(7, "+123", "hello", 0, hex, 31, 0), 30) << "just enough";
     EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(7, nullptr, "hello", 0, hex, sizeof(hex), 0), -1);
     const std::string longText(300, 'a');
     EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(7, "1", longText.c_str(), 1, raw, sizeof(raw), 0), -1);
