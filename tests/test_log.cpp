@@ -173,6 +173,7 @@ TEST_F(ZosTest, LevelsInvalidHandlesAndTheLineLimit) {
     EXPECT_EQ(Zos_LogCloseX("zOs", ZOS_LOG_LEVEL_DEBUG), ZOK);
     EXPECT_EQ(Zos_LogGetLevel(sys), 0x1EFu);
     EXPECT_EQ(Zos_LogOpenX("nosuchlog", ZOS_LOG_LEVEL_DEBUG), ZOK);
+    EXPECT_EQ(Zos_LogCloseX("nosuchlog", ZOS_LOG_LEVEL_DEBUG), ZOK);
     EXPECT_EQ(Zos_LogOpenX(nullptr, ZOS_LOG_LEVEL_DEBUG), ZFAILED);
 
     // Invalid handles: null, words without the mark (at every offset of
