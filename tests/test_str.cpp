@@ -84,6 +84,7 @@ TEST(Str, RealConversionForms) {
     ExpectOk<double>(Zos_StrToDouble, "3.5", 3.5);
     ExpectOk<double>(Zos_StrToDouble, "10", 10.0);
     ExpectOk<double>(Zos_StrToDouble, "2.75xyz", 2.75, 4);
+    ExpectOk<double>(Zos_StrToDouble, "123", 12.0, 2);  // digits past the count are not read
     ExpectOk<float>(Zos_StrToFloat, "0.25", 0.25f);
     for (const char *bad : {"1.", ".5", "-1.0", "1e5", "1.2.3", "", " 1", "1,5",
                             static_cast<const char *>(nullptr)}) {
