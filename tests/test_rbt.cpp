@@ -152,10 +152,6 @@ TEST_F(ZosTest, RbtEdgeCasesAndBadHandles) {
 
 namespace {
 
-void *NoMalloc(uint32_t) {
-    return nullptr;
-}
-
 // How many buffer headers can still be had with the heap refusing: each
 // is made and given back.
 size_t FreeHeaders() {
@@ -173,7 +169,7 @@ TEST_F(ZosTest, RbtPrintIntoItsOwnBufferGivesItBackOnFailure) {
     for (uintptr_t k = 1; k <= 200; ++k) ASSERT_EQ(Zos_RbtAdd(tree, k * 0x1001, 0), ZOK);
     ZDBUF filler = Zos_DbufCreate(nullptr, ZOS_DBUF_TYPE_MEM, 512);
     {
-        const ktest::HeapSlots heap(NoMalloc, Zpand_Free);
+        const ktest::RefusingHeap heap;
         for (int i = 0; i < 100000 && Zos_DbufAlloc(filler, 400) != nullptr; ++i) {
         }
         const size_t before = FreeHeaders();

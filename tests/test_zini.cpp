@@ -608,13 +608,14 @@ TEST_F(ZiniTest, UpdateWithNoBufferHeaderFailsAndLeavesTheFile) {
     ASSERT_EQ(ini.rc, ZOK);
     const std::string path = ktest::FreshDir("zini_header") + "/x.ini";
     ASSERT_EQ(Zfile_SaveSafe(path.c_str(), "old", 3), ZOK);
-    const ZOS_OSDEP_FUNC saved = ktest::Slot(0);
-    g_mallocsLeft = 0;
-    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
-    const std::vector<ZDBUF> held = ktest::TakeFreeHeaders();
-    ktest::ClearLogged();
-    const uint32_t rc = Zini_Update(ini.p, path.c_str());
-    ktest::Slot(0) = saved;
+    std::vector<ZDBUF> held;
+    uint32_t rc = ZOK;
+    {
+        const ktest::RefusingHeap heap;
+        held = ktest::TakeFreeHeaders();
+        ktest::ClearLogged();
+        rc = Zini_Update(ini.p, path.c_str());
+    }
     for (ZDBUF b : held) Zos_DbufDelete(b);
     EXPECT_EQ(rc, ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("IniUpdate alloc memory."));

@@ -151,6 +151,10 @@ std::string DbufText(ZDBUF buf) {
     return s;
 }
 
+void *RefusingMalloc(uint32_t) {
+    return nullptr;
+}
+
 std::vector<ZDBUF> TakeFreeHeaders() {
     std::vector<ZDBUF> held;
     for (ZDBUF b;

@@ -85,6 +85,12 @@ class FailingHeap : public HeapSlots {
   public:
     FailingHeap() : HeapSlots(FailingMalloc, CountingFree) {}
 };
+// A heap that refuses every allocation for a scope (frees still work).
+void *RefusingMalloc(uint32_t size);
+class RefusingHeap : public HeapSlots {
+  public:
+    RefusingHeap() : HeapSlots(RefusingMalloc, Zpand_Free) {}
+};
 
 // True once pred holds, polling every millisecond for at most `limit`;
 // at the limit, pred's last value.
