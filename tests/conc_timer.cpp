@@ -153,6 +153,49 @@ TEST(TimerConcOs, StartStopRaceTheHostTimer) {
     UninstallTimerHooks();
 }
 
+// A platform timer that fires off the loop asks for processing with a drive
+// request, which the manager turns into one message to its task at a time.
+// Here a thread of the host makes those requests without pause while the
+// task handles them; the task clears the posted mark under the manager's
+// lock, and each started timer fires through this road alone (the platform
+// timer itself never fires).
+std::atomic<uint32_t> g_drivenFired{0};
+void CountDriven(uint32_t, uint32_t, uintptr_t) {
+    ++g_drivenFired;
+}
+uint32_t ArmNothing(uint32_t, PFN_ZPAND_TIMER_CB) {
+    return ZOK;
+}
+uint32_t StopNothing() {
+    return ZOK;
+}
+TEST(TimerConcOs, DriveRequestsFromAThreadOfTheHost) {
+    g_drivenFired = 0;
+    Zpand_TimerSetStart(ArmNothing);
+    Zpand_TimerSetStop(StopNothing);
+    StartLayer();
+    uint32_t id = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &id), ZOK);
+    std::atomic<bool> stop{false};
+    std::thread driver([&stop] {
+        while (!stop) {
+            Zos_TimerModDriven(1);
+            std::this_thread::yield();
+        }
+    });
+    for (uint32_t round = 1; round <= 20; ++round) {
+        ASSERT_EQ(Zos_TimerOsStart(id, 0, 10, 0, CountDriven), ZOK);
+        EXPECT_TRUE(ktest::Eventually([round] { return g_drivenFired.load() == round; }, 5s))
+            << "round " << round << " fired " << g_drivenFired.load() << " times";
+    }
+    stop = true;
+    driver.join();
+    EXPECT_EQ(Zos_TimerOsIsRun(id), 0u);
+    Zos_TimerOsDelete(id);
+    Zos_SysDestroy();
+    UninstallTimerHooks();
+}
+
 // A timer callback that takes `ms` to run; its parameter is its record.
 struct Slow {
     uint32_t ms;
