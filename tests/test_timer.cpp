@@ -504,6 +504,22 @@ TEST_F(TimerTest, DestroyTwiceAndUseAfterDestroy) {
     EXPECT_EQ(Zos_TimerIsRun(id), 0u);
     EXPECT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZFAILED);
     EXPECT_EQ(id, ZOS_INVALID_ID);
+
+    // Started again, each manager says how it is driven and that it runs.
+    ktest::ClearLogged();
+    ASSERT_EQ(Zos_TimerInit(), ZOK);
+    std::vector<std::string> lines;
+    for (const ktest::LogLine &l : ktest::Logged()) {
+        if (l.msg.find("imer") != std::string::npos) lines.push_back(l.msg);
+    }
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{"TimerInit SelfTaskDrv = 1.", "qtimer create ok.",
+                                        "timer task active run.", "TimerInit init self timer ok.",
+                                        "TimerInit OsTaskDrv = 1.", "qtimer create ok.",
+                                        "timer task passive run.", "TimerInit init Os timer ok."}));
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
+    ASSERT_EQ(Zos_TimerStart(id, 0, 20, 0, Record), ZOK);
+    EXPECT_TRUE(Eventually([] { return FiredCount() == 1; }));
 }
 
 // ---------------------------------------------------------------------
