@@ -209,6 +209,18 @@ TEST(JvmBinding, LocalAddressComesFromAnInterfaceThatIsUp) {
     std::free(text);
 }
 
+// Run with --bind-first: a host that binds the library itself before Java
+// loads it is told that the binding succeeded, the Java load that follows
+// changes nothing, and the natives are there.
+TEST(JvmBindFirst, BindingMadeByTheHostSucceeds) {
+    ASSERT_TRUE(kjvm::Loaded());
+    EXPECT_EQ(kjvm::BindFirstResult(), ZOK);
+    EXPECT_EQ(Zpand_GetJvm(), kjvm::Vm());
+    EXPECT_NE(g_zZpandNetGetLocalIP, nullptr);
+    EXPECT_NE(g_zZpandModPostDrv, nullptr);
+    EXPECT_TRUE(kjvm::CallStatic(kjvm::Env(), kTimer, "doInit", "()V")) << kjvm::LastException();
+}
+
 // Run with a class path that lacks ZpandNet: binding stops at its first
 // step, and the library is loaded all the same.
 TEST(JvmNoNet, BindingStopsBeforeModAndTheTimerNatives) {

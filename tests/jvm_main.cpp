@@ -2,7 +2,7 @@
 // own (HotSpot does not like the process's first thread), loads the
 // library into it from a class on the class path, then runs the tests on
 // that thread.
-//   kestro_jvm_tests --classpath=JAR[:JAR...] [gtest flags]
+//   kestro_jvm_tests --classpath=JAR[:JAR...] [--bind-first] [gtest flags]
 #include <pthread.h>
 
 #include <cstdarg>
@@ -12,12 +12,15 @@
 
 #include "jvm_harness.h"
 #include "zos_test.h"
+#include "zpand_jni.h"
 
 namespace kjvm {
 namespace {
 
 JavaVM *g_vm = nullptr;
 bool g_loaded = false;
+bool g_bindFirst = false;
+int64_t g_bindFirstResult = -1;
 std::string g_lastException;
 std::string g_classPath;
 int g_result = 1;
@@ -55,6 +58,7 @@ void *Run(void *) {
         std::fprintf(stderr, "JNI_CreateJavaVM failed\n");
         return nullptr;
     }
+    if (g_bindFirst) g_bindFirstResult = Zpand_JniOnLoad(g_vm);
     jstring path = env->NewStringUTF(KESTRO_LIBRARY_PATH);
     g_loaded = CallStatic(env, "com/quelmar/nubo/kestro/test/KestroTestLoader", "load",
                           "(Ljava/lang/String;)V", path);
@@ -80,6 +84,10 @@ JNIEnv *Env() {
 
 bool Loaded() {
     return g_loaded;
+}
+
+int64_t BindFirstResult() {
+    return g_bindFirstResult;
 }
 
 jclass FindAppClass(JNIEnv *env, const char *name) {
@@ -137,9 +145,11 @@ int main(int argc, char **argv) {
     ::testing::InitGoogleTest(&argc, argv);
     for (int i = 1; i < argc; ++i) {
         if (std::strncmp(argv[i], "--classpath=", 12) == 0) kjvm::g_classPath = argv[i] + 12;
+        if (std::strcmp(argv[i], "--bind-first") == 0) kjvm::g_bindFirst = true;
     }
     if (kjvm::g_classPath.empty()) {
-        std::fprintf(stderr, "usage: %s --classpath=JAR[:JAR...] [gtest flags]\n", argv[0]);
+        std::fprintf(stderr, "usage: %s --classpath=JAR[:JAR...] [--bind-first] [gtest flags]\n",
+                     argv[0]);
         return 2;
     }
     pthread_attr_t attr;
