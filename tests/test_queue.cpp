@@ -291,9 +291,16 @@ TEST_F(ZosTest, PQueueRemoveRescanSkipsTheHighestLevel) {
             ASSERT_EQ(Zos_PQueuePoll(q, 0, nullptr, &item), ZOK);
             EXPECT_EQ(item, want) << locked;
         }
+        // Removing the top level's last item below the highest finds the
+        // next busy level at once.
+        ASSERT_EQ(
+            Zos_PQueueAdd(q, 1, 0x120) + Zos_PQueueAdd(q, 2, 0x220) + Zos_PQueueRmv(q, 1, 0x120),
+            ZOK);
+        ASSERT_EQ(Zos_PQueuePoll(q, 0, nullptr, &item), ZOK);
+        EXPECT_EQ(item, 0x220u) << locked;
         uint32_t c[5];
         ASSERT_EQ(Zos_PQueueGetCount(q, &c[0], &c[1], &c[2], &c[3], &c[4]), ZOK);
-        EXPECT_TRUE(c[1] == 0 && c[2] == 5 && c[3] == 5);
+        EXPECT_TRUE(c[1] == 0 && c[2] == 7 && c[3] == 7);
         EXPECT_EQ(Zos_PQueueDelete(q), ZOK);
     }
 }
