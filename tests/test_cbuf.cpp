@@ -244,6 +244,9 @@ TEST_F(ZosTest, SegmentAndPageBuffers) {
     ASSERT_NE(a, nullptr);
     ASSERT_NE(b, nullptr);
     EXPECT_EQ(Zos_SbufHoldD(s, a + 9) + Zos_SbufHoldD(s, b + 99), 2u);
+    // A segment's first byte is held; its header and its end are not.
+    EXPECT_EQ(Zos_SbufHoldD(s, a) + Zos_SbufHoldD(s, b), 2u);
+    EXPECT_EQ(Zos_SbufHoldD(s, a - 1) + Zos_SbufHoldD(s, a + 64), 0u);
     EXPECT_EQ(Zos_SbufHoldD(s, reinterpret_cast<void *>(UINTPTR_MAX)), 0u);  // above every segment
     EXPECT_EQ(Zos_SbufSize(s), sizeof(void *) > 4 ? 16u + 104u : 12u + 100u);  // rounded
     Zos_SbufDelete(s);
