@@ -205,6 +205,17 @@ TEST_F(ZosTest, MsgAllocationFailureLeavesNothing) {
             }
             EXPECT_EQ(g_live, 0) << n;
 
+            // A send makes the same message: when it cannot, it says so
+            // and posts nothing. The receiver does not exist, so a message
+            // that was made is refused by the post and deleted.
+            g_calls = 0;
+            ktest::ClearLogged();
+            EXPECT_EQ(Zos_MsgSendX(1, 0xFFFFFF00u, 3, 4, big.data(), 600), ZFAILED);
+            const bool made = !ktest::LoggedContains("MsgCreateX");
+            EXPECT_EQ(ktest::LoggedContains("MsgSendX create message."), !made) << n;
+            EXPECT_EQ(ktest::LoggedContains("ModPostMsg invalid recv task."), made) << n;
+            EXPECT_EQ(g_live, 0) << n;
+
             g_calls = 0;
             void *out = &out;
             m = Zos_MsgCreateXD(1, 2, 3, 4, 600, &out);
