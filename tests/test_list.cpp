@@ -103,6 +103,7 @@ TEST_F(ZosTest, SlistInsertDequeueRemoveAndFind) {
     SNode r[4] = {};
     ASSERT_EQ(Zos_SlistCreate(&list, ZOS_LIST_NO_LIMIT), ZOK);
     EXPECT_EQ(Zos_SlistRemove(&list, &r[0]), ZFAILED);  // empty
+    EXPECT_TRUE(ktest::LoggedContains("SlistRemove list max(4294967295) is empty."));
     EXPECT_EQ(Zos_SlistRemoveAfter(&list, nullptr, &r[0]), ZFAILED);
     for (SNode &n : r) ASSERT_EQ(Zos_SlistInsert(&list, list.pstTail, &n), ZOK);
 

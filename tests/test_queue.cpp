@@ -210,8 +210,9 @@ TEST_F(ZosQuietTest, QueueOrderLimitsAndCounters) {
                   5 * ZFAILED);
         EXPECT_TRUE(v == 0 && c[0] == 0 && Zos_QueueGetBusyCount(bad) == 0);
     }
-    for (const char *text :
-         {"QueueAdd invalid id.", "QueuePoll invalid id.", "QueueGetBusyCount invalid id."}) {
+    for (const char *text : {"QueueAdd invalid id.", "QueuePoll invalid id.",
+                             "QueuePeek invalid id.", "QueueGetCount invalid id.",
+                             "QueueDelete invalid id.", "QueueGetBusyCount invalid id."}) {
         EXPECT_TRUE(ktest::LoggedContains(text)) << text;
     }
 }
