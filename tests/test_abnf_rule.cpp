@@ -597,9 +597,18 @@ TEST_F(ZosTest, AbnfListsAndDrivers) {
     res = reinterpret_cast<ZDBUF>(&res);
     EXPECT_EQ(Abnf_AnyEncodeX(5, nullptr, &pair, 1, &res), ZFAILED);  // no encoder
     EXPECT_EQ(res, nullptr);
+    ktest::ClearPrinted();
     ASSERT_EQ(Abnf_AnyEncodeX(5, EncodePair, &pair, 1, &res), ZOK);
     EXPECT_EQ(Zos_DbufLen(res), 5u);
     Zos_DbufDelete(res);
+    EXPECT_EQ(ktest::Printed().find("Error"), std::string::npos) << "a report without an error";
+    // An encoder that fails: the report is printed and nothing is handed out.
+    res = reinterpret_cast<ZDBUF>(&res);
+    const PFN_ABNF_ENCODE refuse = [](ST_ABNF_MSG *, void *) -> uint32_t { return ZFAILED; };
+    EXPECT_EQ(Abnf_AnyEncodeX(5, refuse, &pair, 1, &res), ZFAILED);
+    EXPECT_EQ(res, nullptr);
+    EXPECT_NE(ktest::Printed().find(" Encode Error, More Detail See Below:"), std::string::npos)
+        << ktest::Printed();
     // A long encoding spans blocks; the flat form is one block.
     std::vector<Pair> many(100, Pair{123456, 654321});
     auto encodeMany = [](ST_ABNF_MSG *m, void *data) -> uint32_t {
