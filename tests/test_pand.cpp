@@ -3,7 +3,11 @@
 // process without a Java virtual machine (the library's situation on any
 // host that never loads it from Java).
 #include <arpa/inet.h>
+#include <pthread.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
 
 #include <atomic>
 #include <chrono>
@@ -11,6 +15,7 @@
 #include <cstring>
 #include <ctime>
 #include <fstream>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -230,6 +235,59 @@ TEST(Pand, LooperReportsWakesTimeoutsCallbacksAndBareDescriptors) {
         }).join();
         EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), ALOOPER_POLL_WAKE);
     }).join();
+}
+
+// A signal that interrupts the looper's wait does not end it: the poll
+// waits on and returns the wake that follows. Nor does an interrupted
+// call's errno, left over from the signal or from before the poll, make it
+// wait again once the wait has an answer. A poll that never returns fails
+// this test alone: its thread is then left behind.
+TEST(Pand, LooperWaitsThroughSignalsAndNotForAStaleInterruption) {
+    struct Poll {
+        std::atomic<ALooper *> looper{nullptr};
+        std::atomic<int> result{99};
+        std::atomic<bool> leave{false};
+    };
+    const auto run = [](const std::shared_ptr<Poll> &p, int timeoutMs, bool staleErrno) {
+        p->looper = ALooper_prepare(0);
+        if (staleErrno) errno = EINTR;
+        p->result = ALooper_pollOnce(timeoutMs, nullptr, nullptr, nullptr);
+        // Stays until told, so that signals never reach an ended thread.
+        while (!p->leave) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
+    const auto finish = [](std::thread &t, const std::shared_ptr<Poll> &p) {
+        const bool ended =
+            ktest::Eventually([&p] { return p->result != 99; }, std::chrono::milliseconds(2000));
+        p->leave = true;
+        if (ended) {
+            t.join();
+        } else {
+            t.detach();
+        }
+        return p->result.load();
+    };
+
+    struct sigaction quiet {
+    }, old{};
+    quiet.sa_handler = [](int) {};
+    sigemptyset(&quiet.sa_mask);
+    ASSERT_EQ(sigaction(SIGUSR2, &quiet, &old), 0);
+    auto signalled = std::make_shared<Poll>();
+    std::thread poller(run, signalled, 5000, false);
+    while (signalled->looper == nullptr) std::this_thread::yield();
+    for (int i = 0; i < 3; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        pthread_kill(poller.native_handle(), SIGUSR2);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(signalled->result.load(), 99) << "a signal ended the wait";
+    ALooper_wake(signalled->looper);
+    EXPECT_EQ(finish(poller, signalled), ALOOPER_POLL_WAKE);
+    sigaction(SIGUSR2, &old, nullptr);
+
+    auto stale = std::make_shared<Poll>();
+    std::thread quick(run, stale, 0, true);
+    EXPECT_EQ(finish(quick, stale), ALOOPER_POLL_TIMEOUT);
 }
 
 // The processor features the fast paths choose by: each one the kernel
