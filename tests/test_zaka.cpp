@@ -101,6 +101,69 @@ TEST(Zaka, Fips197Cipher) {
     }
 }
 
+// Each entry given a null pointer in any one place does nothing: the other
+// outputs keep their bytes and the scheduled key stays the one before.
+TEST(Zaka, ANullInAnyPlaceDoesNothing) {
+    const TestSet &t = kSets[1];
+    const auto k = Hex(t.k), rand = Hex(t.rand), sqn = Hex(t.sqn), amf = Hex(t.amf);
+    Zaka_RjdlKeySchedule(Hex(kSets[0].k).data());
+    uint8_t before[16], after[16];
+    Zaka_ComputeOpC(before);
+    uint8_t out[4][16];
+    const auto untouched = [&out] {
+        for (const auto &o : out) {
+            for (uint8_t b : o) {
+                if (b != 0xA5) return false;
+            }
+        }
+        return true;
+    };
+    std::memset(out, 0xA5, sizeof(out));
+    for (int hole = 0; hole < 5; ++hole) {
+        const uint8_t *a[4] = {k.data(), rand.data(), sqn.data(), amf.data()};
+        uint8_t *mac = out[0];
+        if (hole < 4) {
+            a[hole] = nullptr;
+        } else {
+            mac = nullptr;
+        }
+        Zaka_F1(a[0], a[1], a[2], a[3], mac);
+        Zaka_F1star(a[0], a[1], a[2], a[3], mac);
+        EXPECT_TRUE(untouched()) << "f1, hole " << hole;
+    }
+    for (int hole = 0; hole < 6; ++hole) {
+        const uint8_t *a[2] = {k.data(), rand.data()};
+        uint8_t *o[4] = {out[0], out[1], out[2], out[3]};
+        if (hole < 2) {
+            a[hole] = nullptr;
+        } else {
+            o[hole - 2] = nullptr;
+        }
+        Zaka_F2345(a[0], a[1], o[0], o[1], o[2], o[3]);
+        EXPECT_TRUE(untouched()) << "f2345, hole " << hole;
+        if (hole < 3) {
+            Zaka_F5star(hole == 0 ? nullptr : k.data(), hole == 1 ? nullptr : rand.data(),
+                        hole == 2 ? nullptr : out[0]);
+            EXPECT_TRUE(untouched()) << "f5*, hole " << hole;
+        }
+    }
+    uint8_t state[4][4] = {};
+    Zaka_RjdlKeySchedule(nullptr);
+    Zaka_RjdlEncrypt(nullptr, out[0]);
+    Zaka_RjdlEncrypt(k.data(), nullptr);
+    Zaka_KeyAdd(nullptr, m_aaaucZakaRK, 1);
+    Zaka_KeyAdd(state, nullptr, 1);
+    Zaka_KeyAdd(state, m_aaaucZakaRK, -1);
+    Zaka_ByteSub(nullptr);
+    Zaka_ShiftRow(nullptr);
+    Zaka_MixColumn(nullptr);
+    EXPECT_EQ(Zaka_ComputeOpC(nullptr), 0u);
+    EXPECT_TRUE(untouched());
+    EXPECT_EQ(ToHex(&state[0][0], 16), std::string(32, '0'));
+    Zaka_ComputeOpC(after);
+    EXPECT_EQ(ToHex(after, 16), ToHex(before, 16)) << "a refused call scheduled a key";
+}
+
 // Column-wise bytes <-> state [row][column].
 void Load(const std::string &hex, uint8_t s[4][4]) {
     const auto b = Hex(hex);
