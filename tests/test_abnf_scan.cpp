@@ -338,6 +338,17 @@ TEST_F(ZosTest, AbnfMegacoComments) {
     EXPECT_EQ(RunStep(3, std::string(" ;a\0b\n", 6), Abnf_IgnLWS),
               (Step{ZFAILED, ABNF_ERR_COMMENT, 3, 3}));
     EXPECT_EQ(RunStep(3, "x", Abnf_ExpectLWS), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
+    // A comment that meets the end of a counted text is cut there, whatever
+    // byte follows the count.
+    char cut[] = "; cut hereX";
+    ST_ABNF_ERR err;
+    Abnf_ErrInit(&err);
+    ST_ABNF_MSG msg{};
+    ST_ZOS_SSTR text{cut, 10};
+    ASSERT_EQ(Abnf_MsgInit(&msg, 3, &text, nullptr, &err, 1), ZOK);
+    EXPECT_EQ(Abnf_IgnLWS(&msg), ZFAILED);
+    EXPECT_EQ(err.usErrCode, ABNF_ERR_COMMENT);
+    Abnf_ErrDestroy(&err);
 }
 
 TEST_F(ZosTest, AbnfChrsets) {
