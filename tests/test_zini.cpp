@@ -272,6 +272,20 @@ TEST_F(ZiniTest, EveryReachableDecoderErrorText) {
     EXPECT_EQ(Zini_DecodeSect(&msg, &sect), ZFAILED);
     EXPECT_EQ(err.usFrameCount, 1u);
     EXPECT_EQ(err.usErrCode, ABNF_ERR_EXPECT);
+    // Each step refuses a missing message or target, and takes nothing of
+    // the text.
+    ZiniFile *ini = nullptr;
+    ASSERT_EQ(Zini_Init(&ini), ZOK);
+    ST_ZOS_SSTR good{const_cast<char *>("[s]\nk=v\n"), 8};
+    ASSERT_EQ(Abnf_MsgInit(&msg, ABNF_PROTO_TEXT, &good, nullptr, &err, 1), ZOK);
+    ST_ZINI_KEY key{};
+    EXPECT_EQ(Zini_DecodeBuf(nullptr, ini) + Zini_DecodeBuf(&msg, nullptr) +
+                  Zini_DecodeSect(nullptr, &sect) + Zini_DecodeSect(&msg, nullptr) +
+                  Zini_DecodeKey(nullptr, &key) + Zini_DecodeKey(&msg, nullptr),
+              6 * ZFAILED);
+    EXPECT_EQ(msg.stState.pcCur, good.pcStr);
+    EXPECT_EQ(Zini_GetSectCount(ini), 0u);
+    Zini_Delete(ini);
     Abnf_ErrDestroy(&err);
     // A good text logs no frame.
     EXPECT_EQ(DecodeFrames("[s]\nk=v\n"), "");
