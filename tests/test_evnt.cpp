@@ -276,6 +276,24 @@ TEST_F(EvntTest, DeletedEventIsRefused) {
           "EvntGetMsgId invalid id", "EParmFindZ invalid id", "EvntDelete invalid id."}) {
         EXPECT_TRUE(ktest::LoggedContains(text)) << text;
     }
+    // Every other parameter call too: a failure or nothing, and its line.
+    const uint16_t u[] = {'u', 0};
+    ST_ZOS_EPARM some{};
+    ST_ZOS_EPARM *added = &some;
+    EXPECT_EQ(Zos_EParmSetStr(gone, 1, "x") + Zos_EParmSetNStr(gone, 1, "x", 1) +
+                  Zos_EParmSetUstr(gone, 1, u) + Zos_EParmSetNUStr(gone, 1, u, 1) +
+                  Zos_EParmSetMem(gone, 1, "x", 1) + Zos_EParmSetPtr(gone, 1, &some) +
+                  Zos_EParmSetCookie(gone, 1, 5) + Zos_EParmAdd(gone, 1, &added) +
+                  Zos_EParmRmv(gone, &some) + Zos_EParmErase(gone, 1),
+              10 * ZFAILED);
+    EXPECT_EQ(added, nullptr);
+    EXPECT_TRUE(Zos_EParmGetUstr(gone, 1) == nullptr && Zos_EParmGetPtr(gone, 1) == nullptr &&
+                Zos_EParmGetCookie(gone, 1) == 0 && Zos_EParmFind(gone, 1, nullptr) == nullptr);
+    for (const char *name :
+         {"SetStr", "SetNStr", "SetUstr", "SetNUStr", "SetMem", "SetPtr", "SetCookie", "Add", "Rmv",
+          "Erase", "GetUstr", "GetPtr", "GetCookie", "Find"}) {
+        EXPECT_TRUE(ktest::LoggedContains("EParm" + std::string(name) + " invalid id")) << name;
+    }
     const size_t lines = ktest::Logged().size();
     EXPECT_EQ(Zos_EParmGetMajorType(gone), 0xFFFFFFFFu);  // element slots stay silent
     EXPECT_EQ(Zos_EParmSetElemId(gone, 1), ZFAILED);
