@@ -363,7 +363,8 @@ TEST(Pand, HostFactsAndTheirRefusals) {
 
 TEST(Pand, LocalTimeAndMakeTimeRoundTripAndRefuseNulls) {
     const int64_t t = 1610708400;
-    ST_ZOS_TM tm{};
+    ST_ZOS_TM tm;
+    std::memset(&tm, 0x5A, sizeof(tm));  // every field must be written
     ASSERT_EQ(Zpand_LocalTime(&t, &tm), ZOK);
     // Every field, the day of the week and of the year included.
     const std::time_t tt = static_cast<std::time_t>(t);
