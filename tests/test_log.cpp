@@ -508,8 +508,8 @@ TEST_F(ZosTest, LogStepsOneByOne) {
     ASSERT_EQ(Zos_LogAdjFile(log), ZOK);
     EXPECT_EQ(ktest::FilesIn(dir).size(), 2u);
     // An older file of the pattern, listed from disk once however often
-    // the directory is read.
-    const std::string old = dir + "/steps20000101_000000_000.log";
+    // the directory is read; its name holds the earliest time a name can.
+    const std::string old = dir + "/steps00000000_000000_000.log";
     FILE *f = std::fopen(old.c_str(), "w");
     ASSERT_NE(f, nullptr);
     std::fclose(f);
