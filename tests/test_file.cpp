@@ -100,6 +100,8 @@ TEST_F(ZosTest, DirectoriesAndEmptySlots) {
     ktest::ClearLogged();
     EXPECT_EQ(Zfile_DirMake(nullptr), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DirMake null parameter(s)."));
+    EXPECT_EQ(Zfile_Remove(nullptr), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("FileRemove null parameter(s)."));
     EXPECT_EQ(Zfile_SaveSafe((dir + "/x").c_str(), "1", 1), ZOK);
     EXPECT_EQ(Zfile_SaveSafe((dir + "/y").c_str(), nullptr, 0), ZOK);  // an empty file
 
@@ -118,6 +120,27 @@ TEST_F(ZosTest, DirectoriesAndEmptySlots) {
     ktest::ClearLogged();
     EXPECT_EQ(Zfile_DirClose(d), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DirClose invalid id."));
+    // A platform open that answers success without a directory, or a
+    // directory with a failure, opens nothing.
+    {
+        ZOS_OSDEP_FUNC open = ktest::Slot(27);
+        for (const auto odd : {+[](const char *, uintptr_t *dir) -> uint32_t {
+                                   *dir = 0;
+                                   return ZOK;
+                               },
+                               +[](const char *, uintptr_t *dir) -> uint32_t {
+                                   *dir = 0x10;
+                                   return ZFAILED;
+                               }}) {
+            ktest::Slot(27) = reinterpret_cast<ZOS_OSDEP_FUNC>(odd);
+            ktest::ClearLogged();
+            d = 7;
+            EXPECT_EQ(Zfile_DirOpen(dir.c_str(), &d), ZFAILED);
+            EXPECT_EQ(d, 0u);
+            EXPECT_TRUE(ktest::LoggedContains("DirOpen open <" + dir + "> failed."));
+        }
+        ktest::Slot(27) = open;
+    }
 
     // An empty platform slot is a failure, never a crash.
     ktest::ClearLogged();
