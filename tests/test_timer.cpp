@@ -96,6 +96,9 @@ TEST_F(QTimerTest, CreateLimitsAndIdsInOrder) {
     EXPECT_TRUE(ktest::LoggedContains("QTimerTmrCreate no free node(total:8)."));
     EXPECT_EQ(Zos_QTimerTmrDelete(q_, 3), ZOK);
     EXPECT_EQ(Make(), 3u);
+    // The first id past the table, or none, is no timer to insert.
+    EXPECT_EQ(Zos_QTimerTmrInsert(q_, 8) + Zos_QTimerTmrInsert(q_, ZOS_INVALID_ID), 2 * ZFAILED);
+    EXPECT_EQ(Counts()[0], 0u);
 }
 
 TEST_F(QTimerTest, FiresAtExactTickInTickThenStartOrder) {
