@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <tuple>
 
 #include "zos_test.h"
 
@@ -88,6 +89,24 @@ TEST(TimeCalendar, WeekdaysOfEveryDayAndTheZoneTable) {
         std::tm tm{};
         gmtime_r(&tt, &tm);
         ASSERT_EQ(Zos_GetWeekDay(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday), tm.tm_wday) << day;
+        // The day of the year of a record's broken-down form as well.
+        ST_ZOS_SYS_TIME rec{};
+        rec.wYear = static_cast<uint16_t>(tm.tm_year + 1900);
+        rec.ucMonth = static_cast<uint8_t>(tm.tm_mon + 1);
+        rec.ucDay = static_cast<uint8_t>(tm.tm_mday);
+        ST_ZOS_TM mt{};
+        ASSERT_EQ(Zos_SysTime2MTime(&rec, &mt), ZOK);
+        ASSERT_EQ(mt.iYday, tm.tm_yday) << day;
+    }
+    // Year 0 is a leap year, and its January and February count in the
+    // 400-year cycle before it.
+    for (const auto &[month, day, yday] : {std::tuple{3, 1, 60}, {12, 31, 365}, {2, 29, 59}}) {
+        ST_ZOS_SYS_TIME rec{};
+        rec.ucMonth = static_cast<uint8_t>(month);
+        rec.ucDay = static_cast<uint8_t>(day);
+        ST_ZOS_TM mt{};
+        ASSERT_EQ(Zos_SysTime2MTime(&rec, &mt), ZOK);
+        EXPECT_EQ(mt.iYday, yday) << month << "-" << day;
     }
     // The zone table, both ways.
     EXPECT_STREQ(Zos_TzOffset2Name(-16200), "AFT");
