@@ -119,6 +119,9 @@ TEST_F(ZosTest, AbnfSaveRestoreMove) {
     ST_ZOS_SSTR out{};
     ASSERT_EQ(Abnf_GetStr(&m.msg, &out), ZOK);
     EXPECT_EQ(S(out), "456789");
+    // At the end of the text there is no string left to take.
+    EXPECT_EQ(Abnf_GetStr(&m.msg, &out), ZFAILED);
+    EXPECT_TRUE(out.pcStr == nullptr && out.uiLen == 0);
     EXPECT_EQ(Abnf_MoveBufState(nullptr, 1), ZFAILED);
 }
 
