@@ -534,6 +534,10 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
 
     uint32_t dup = 0;
     EXPECT_EQ(Zos_ModTaskStart("OWN", 3, 0, 0, 0, nullptr, nullptr, Record, &dup), ZFAILED);
+    // Nor does a task start without an entry to hand its messages to.
+    EXPECT_EQ(Zos_ModTaskStart("NO_ENTRY", 3, 0, 0, 0, nullptr, nullptr, nullptr, &dup), ZFAILED);
+    EXPECT_EQ(dup, ZOS_INVALID_ID);
+    EXPECT_EQ(Zos_TaskGetTaskId("NO_ENTRY"), ZOS_INVALID_ID);
     EXPECT_TRUE(ktest::LoggedContains("task<OWN:" + std::to_string(own) + "> already exist."));
     EXPECT_EQ(Zos_ModTaskStop(own), ZOK);
     EXPECT_TRUE(ktest::LoggedContains("ModTaskEntry set task OWN delete."));
@@ -901,6 +905,24 @@ TEST_F(ModHost, StopNotificationThroughTheSharedQueue) {
     EXPECT_TRUE(SeenNow().empty());
     EXPECT_EQ(Zos_ModTaskNtfyDelete(0x7FFF0000), ZFAILED);
     EXPECT_EQ(Zos_ModPutTask(a), ZOK);
+
+    // A notice for a task that is no module task is taken from the queue
+    // and leaves that task as it was.
+    uint32_t plain = ZOS_INVALID_ID;
+    const PFN_ZOS_TASK_ENTRY untilAsked = [](ST_ZOS_TASK_START *start) -> uint32_t {
+        for (;;) {
+            const uint32_t st = __atomic_load_n(&start->uiState, __ATOMIC_ACQUIRE);
+            if (st == ZOS_TASK_WAIT_DELETE || st == ZOS_TASK_DELETED) return 0;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    };
+    ASSERT_EQ(Zos_TaskSpawn("PLAIN_NOTICE", 4, 0, untilAsked, 0, &plain), ZOK);
+    ASSERT_TRUE(ktest::Eventually([plain] { return Zos_TaskGetState(plain) == ZOS_TASK_RUNNING; }));
+    EXPECT_EQ(Zos_ModTaskNtfyDelete(plain), ZOK);
+    Zos_ModDriveMsg();
+    EXPECT_EQ(Zos_TaskGetState(plain), ZOS_TASK_RUNNING);
+    EXPECT_EQ(g_exits, std::vector<std::string>{"NOTIFIED"});
+    EXPECT_EQ(Zos_TaskDelete(plain), ZOK);
 }
 
 TEST_F(ZosTest, DeferredCallsOfAThreadedTaskRunAfterItsMessage) {
