@@ -192,10 +192,4 @@ __attribute__((noinline, cold)) bool LiveMissed(uintptr_t key, uint32_t moves) {
     }
 }
 
-uint32_t LiveCount() {
-    Registry &reg = Reg();
-    std::lock_guard<SpinLock> hold(reg.lock);
-    return reg.uiLive;
-}
-
 }  // namespace zos

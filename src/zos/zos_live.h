@@ -95,8 +95,6 @@ inline bool LiveSeen(const void *handle) {
     return live::Holds(live::g_current.load(std::memory_order_acquire),
                        reinterpret_cast<uintptr_t>(handle));
 }
-// Number of registered handles (tests and diagnostics).
-uint32_t LiveCount();
 
 // The usual check: a registered handle whose magic word still holds the
 // family's value. `T` is the family's record type with a `uiMagic` field.
