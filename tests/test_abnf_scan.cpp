@@ -329,6 +329,7 @@ TEST_F(ZosTest, AbnfCharactersAndWhiteSpace) {
     EXPECT_EQ(RunStep(5, "\r\n x", Abnf_ExpectLWS), (Step{ZOK, 0, 3, 3}));
     EXPECT_EQ(RunStep(5, " \r\nx", Abnf_TryExpectLWS), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
     EXPECT_EQ(RunStep(11, "x", Abnf_ExpectLWS), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
+    EXPECT_EQ(RunStep(5, "x", Abnf_ExpectLWS), (Step{ZFAILED, ABNF_ERR_EXPECT, 0, 0}));
     AbnfDec exEmpty(0, " ");
     Abnf_IgnWS(&exEmpty.msg);
     EXPECT_EQ(Abnf_ExpectLWS(&exEmpty.msg), ZFAILED);

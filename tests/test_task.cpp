@@ -217,6 +217,10 @@ TEST_F(ZosTest, TaskTableNamesAndStatisticsOfThreadlessRecords) {
     Zos_TaskTimerCountInc(a);
     Zos_TaskTimerCountDec(a);
     Zos_TaskTimerCountDec(a);  // not below 0
+    // An id that is no task counts nothing, and that is no failure.
+    EXPECT_EQ(Zos_TaskQueueSizeInc(0x7FFF0000) + Zos_TaskQueueSizeDec(0x7FFF0000) +
+                  Zos_TaskTimerCountInc(ZOS_INVALID_ID) + Zos_TaskTimerCountDec(ZOS_INVALID_ID),
+              ZOK);
     EXPECT_NE(Zos_ModFindTask(a), nullptr);
     EXPECT_EQ(Zos_ModFindTaskX("ALPHA"), Zos_ModFindTask(a));
     EXPECT_STREQ(Zos_TaskDbgGetState(Zos_ModFindTask(a)), "ready");
