@@ -4,6 +4,7 @@
 // outlive shut-down.
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "mod_test.h"
@@ -98,6 +99,31 @@ TEST_F(ZosTest, ConcStopWhilePosting) {
     EXPECT_GT(ok, 0u);
     EXPECT_GT(failed, 0u);  // posts after the stop are refused
     EXPECT_EQ(Zos_TaskGetState(task), 0u);
+}
+
+// Tasks ceased on two threads while each starts its next: a cease finds
+// its task in the table that the other thread is changing at that moment.
+TEST_F(ZosTest, ConcCeaseWhileAnotherThreadStartsTasks) {
+    std::atomic<uint32_t> failures{0};
+    const auto worker = [&failures](int t) {
+        for (int i = 0; i < 30; ++i) {
+            const std::string name = "CEASE" + std::to_string(t) + "_" + std::to_string(i);
+            uint32_t id = ZOS_INVALID_ID;
+            if (Zos_ModTaskStart(name.c_str(), 3, 0, 0, 0, nullptr, nullptr, Collect, &id) != ZOK) {
+                failures++;
+                continue;
+            }
+            if (Zos_ModTaskCease(id) != ZOK) failures++;
+            if (!Eventually(
+                    [&name] { return Zos_TaskGetTaskId(name.c_str()) == ZOS_INVALID_ID; })) {
+                failures++;
+            }
+        }
+    };
+    std::thread a(worker, 0), b(worker, 1);
+    a.join();
+    b.join();
+    EXPECT_EQ(failures.load(), 0u);
 }
 
 namespace {
