@@ -101,9 +101,10 @@ TEST_F(ZosTest, ConcStopWhilePosting) {
     EXPECT_EQ(Zos_TaskGetState(task), 0u);
 }
 
-// Tasks ceased on two threads while each starts its next: a cease finds
-// its task in the table that the other thread is changing at that moment.
-TEST_F(ZosTest, ConcCeaseWhileAnotherThreadStartsTasks) {
+// Tasks found and ceased on two threads while each starts its next: the
+// look-ups find their task in the table that the other thread is changing
+// at that moment.
+TEST_F(ZosTest, ConcFindAndCeaseWhileAnotherThreadStartsTasks) {
     std::atomic<uint32_t> failures{0};
     const auto worker = [&failures](int t) {
         for (int i = 0; i < 30; ++i) {
@@ -113,6 +114,7 @@ TEST_F(ZosTest, ConcCeaseWhileAnotherThreadStartsTasks) {
                 failures++;
                 continue;
             }
+            if (Zos_ModFindTask(id) != Zos_ModFindTaskX(name.c_str())) failures++;
             if (Zos_ModTaskCease(id) != ZOK) failures++;
             if (!Eventually(
                     [&name] { return Zos_TaskGetTaskId(name.c_str()) == ZOS_INVALID_ID; })) {
