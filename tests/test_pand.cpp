@@ -267,8 +267,8 @@ TEST(Pand, LooperWaitsThroughSignalsAndNotForAStaleInterruption) {
         return p->result.load();
     };
 
-    struct sigaction quiet {
-    }, old{};
+    struct sigaction quiet = {};
+    struct sigaction old = {};
     quiet.sa_handler = [](int) {};
     sigemptyset(&quiet.sa_mask);
     ASSERT_EQ(sigaction(SIGUSR2, &quiet, &old), 0);
