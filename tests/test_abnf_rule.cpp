@@ -67,9 +67,11 @@ TEST_F(ZosTest, AbnfNumbersAndBounds) {
     uint16_t us = 0;
     uint8_t uc = 0;
     AbnfDec t16(0, "65537");
+    t16.msg.uiMaxVal = 0xFFFF;
     ASSERT_EQ(Abnf_GetUsDigit(&t16.msg, &us), ZOK);
     EXPECT_EQ(us, 1u);
     AbnfDec t8(0, "257");
+    t8.msg.uiMaxVal = 0xFF;
     ASSERT_EQ(Abnf_GetUcDigit(&t8.msg, &uc), ZOK);
     EXPECT_EQ(uc, 1u);
     // Hexadecimal: at most 8 digits.
