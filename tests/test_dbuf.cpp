@@ -320,6 +320,31 @@ TEST_F(DbufTest, CatFromAnotherPoolFailsWholeWithoutCopies) {
     ExpectPoolEmpty();
 }
 
+// A copy of a range whose data cannot be had keeps no header, whichever
+// of its allocations fails.
+TEST_F(DbufTest, CopyOfARangeFailsWithoutKeepingItsHeader) {
+    ASSERT_NE(MakePool(0xFFFFFFFFu), nullptr);
+    const std::string data = Bytes(300);
+    ZDBUF src = Zos_DbufCreateAddD(pool_, ZOS_DBUF_TYPE_MSG, 128, data.data(), 300);
+    ASSERT_NE(src, nullptr);
+    int failed = 0;
+    for (int budget = 0; budget < 6; ++budget) {
+        g_budget = budget;
+        ZDBUF part = Zos_DbufCopyX(src, 10, 250);
+        g_budget = -1;
+        if (part == nullptr) {
+            ++failed;
+            continue;
+        }
+        EXPECT_EQ(ktest::DbufText(part), data.substr(10, 250));
+        EXPECT_EQ(Zos_DbufDelete(part), ZOK);
+    }
+    EXPECT_GT(failed, 1);
+    EXPECT_TRUE(ktest::LoggedContains("DbufCopyX alloc data."));
+    EXPECT_EQ(Zos_DbufDelete(src), ZOK);
+    ExpectPoolEmpty();
+}
+
 TEST_F(DbufTest, ClonesAndSharedBuffers) {
     ZDBUF b = Zos_DbufCreateAddD(nullptr, 1, 128, "abc", 3);
     for (int i = 0; i < 254; ++i) ASSERT_EQ(Zos_DbufClone(b), b) << i;
