@@ -90,6 +90,18 @@ TEST_F(ZosTest, FilesReadWriteSeekAndLines) {
         EXPECT_EQ(rc, ZFAILED);
     }
     EXPECT_EQ(Zfile_Eof(0), 1u);
+    // A size that cannot be had reads 0, whatever the caller held, even
+    // from a platform call that fails without writing it.
+    ZOS_OSDEP_FUNC sizeSlot = ktest::Slot(25);
+    for (const auto fn : {sizeSlot, reinterpret_cast<ZOS_OSDEP_FUNC>(+[](const char *, uint64_t *) {
+                              return static_cast<uint32_t>(ZFAILED);
+                          })}) {
+        ktest::Slot(25) = fn;
+        size = 77;
+        EXPECT_EQ(Zfile_Size(other.c_str(), &size), ZFAILED);
+        EXPECT_EQ(size, 0u);
+    }
+    ktest::Slot(25) = sizeSlot;
 }
 
 TEST_F(ZosTest, DirectoriesAndEmptySlots) {
