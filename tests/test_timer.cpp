@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -377,30 +376,6 @@ TEST_F(TimerTest, TaskSleepsUntilTheSoonestExpiry) {
     Zos_TimerStop(p);
 }
 
-// Blocks the test's own thread takes from the heap and has not given back
-// (from any thread): the layer's other threads allocate meanwhile too.
-std::mutex g_takenLock;
-std::set<void *> g_taken;
-// Written by the test's thread, read by any thread that allocates meanwhile.
-std::atomic<std::thread::id> g_taker;
-
-void *TakenMalloc(uint32_t size) {
-    void *p = Zpand_Malloc(size);
-    if (p != nullptr && std::this_thread::get_id() == g_taker) {
-        std::lock_guard<std::mutex> lock(g_takenLock);
-        g_taken.insert(p);
-    }
-    return p;
-}
-
-void TakenFree(void *p) {
-    {
-        std::lock_guard<std::mutex> lock(g_takenLock);
-        g_taken.erase(p);
-    }
-    Zpand_Free(p);
-}
-
 // A manager's task start that must fail and give back every block it
 // took, then fail again with its line. The first start runs with the
 // layer's log closed, since a line is kept in a block that the log task
@@ -409,17 +384,16 @@ void StartFailsKeepingNothing(void *mgr, const char *line) {
     const ZLOGID log = Zos_LogGetZosId();
     const uint32_t level = Zos_LogGetLevel(log);
     Zos_LogClose(log, level);
-    g_taker = std::this_thread::get_id();
     {
-        const ktest::HeapSlots heap(TakenMalloc, TakenFree);
-        EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED) << line;
+        // The layer's other threads allocate meanwhile too.
+        const ktest::CountThisThread only;
+        {
+            const ktest::FailingHeap heap;
+            EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED) << line;
+        }
+        EXPECT_EQ(ktest::g_live, 0) << line;
     }
     Zos_LogOpen(log, level);
-    {
-        std::lock_guard<std::mutex> lock(g_takenLock);
-        EXPECT_TRUE(g_taken.empty()) << line;
-        g_taken.clear();
-    }
     EXPECT_EQ(Zos_TimerTaskStart(mgr), ZFAILED) << line;
     EXPECT_TRUE(ktest::LoggedContains(line)) << line;
 }

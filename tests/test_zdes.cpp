@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <set>
-#include <thread>
 #include <vector>
 
 #include "codec_test.h"
@@ -147,55 +145,33 @@ TEST_F(ZdesData, RejectedArgumentsAndSizes) {
     EXPECT_EQ(std::memcmp(out, plain + 1, 7), 0);
 }
 
-void *FailingMalloc(uint32_t) {
-    return nullptr;
-}
-
-// Blocks that the test's own thread takes from the heap and has not given
-// back; the layer's threads pass through untouched.
-std::thread::id g_tracked;
-std::set<void *> g_open;
-int g_taken = 0;
-void *TrackMalloc(uint32_t size) {
-    void *p = Zpand_Malloc(size);
-    if (p != nullptr && std::this_thread::get_id() == g_tracked) {
-        g_open.insert(p);
-        ++g_taken;
-    }
-    return p;
-}
-void TrackFree(void *p) {
-    if (std::this_thread::get_id() == g_tracked) g_open.erase(p);
-    Zpand_Free(p);
-}
-
 TEST_F(ZdesData, WorkBuffersGoBack) {
     const uint8_t data[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
     uint8_t out[16], back[16];
     uint32_t size = sizeof(out), len = sizeof(back);
-    g_tracked = std::this_thread::get_id();
-    g_taken = 0;
     {
-        const ktest::HeapSlots heap(TrackMalloc, TrackFree);
+        // Only this thread's blocks count: the layer's threads may
+        // allocate meanwhile.
+        const ktest::CountThisThread only;
+        const ktest::FailingHeap heap;
         ASSERT_EQ(Zdes_EncData(kKey.data(), data, sizeof(data), out, &size), ZOK);
         ASSERT_EQ(Zdes_DecData(kKey.data(), out, size, back, &len), ZOK);
+        EXPECT_EQ(ktest::g_calls, 2);
+        EXPECT_EQ(ktest::g_live, 0) << "blocks kept";
     }
-    g_tracked = std::thread::id();
-    EXPECT_EQ(g_taken, 2);
-    EXPECT_TRUE(g_open.empty()) << g_open.size() << " blocks kept";
     EXPECT_EQ(std::memcmp(back, data, sizeof(data)), 0);
 }
 
 TEST_F(ZdesData, WorkBufferAllocationFailure) {
-    ktest::SlotRef slot = ktest::Slot(0);
-    const ZOS_OSDEP_FUNC saved = slot;
-    slot = reinterpret_cast<ZOS_OSDEP_FUNC>(FailingMalloc);
     uint8_t out[16];
     uint32_t size = sizeof(out);
     const uint8_t data[8] = {};
-    const uint32_t enc = Zdes_EncData(kKey.data(), data, 3, out, &size);
-    const uint32_t dec = Zdes_DecData(kKey.data(), data, 8, out, &size);
-    slot = saved;
+    uint32_t enc, dec;
+    {
+        const ktest::RefusingHeap heap;
+        enc = Zdes_EncData(kKey.data(), data, 3, out, &size);
+        dec = Zdes_DecData(kKey.data(), data, 8, out, &size);
+    }
     EXPECT_EQ(enc, ZFAILED);
     EXPECT_EQ(dec, ZFAILED);
     EXPECT_EQ(size, sizeof(out));

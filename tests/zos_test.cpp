@@ -14,6 +14,7 @@
 #include <fstream>
 #include <mutex>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -80,18 +81,51 @@ std::atomic<int> g_failAt{0};
 std::atomic<int> g_calls{0};
 std::atomic<int> g_live{0};
 std::atomic<uint32_t> g_lastSize{0};
+// The thread whose allocations are counted; no thread's id means every
+// thread. With a thread set, the blocks it took are kept by address, so
+// that a free of one counts from whichever thread makes it.
+std::atomic<std::thread::id> g_countOnly{};
+std::mutex g_countedLock;
+std::set<void *> g_counted;
 
 void *FailingMalloc(uint32_t size) {
+    const std::thread::id only = g_countOnly;
+    const bool filtered = only != std::thread::id();
+    if (filtered && only != std::this_thread::get_id()) return Zpand_Malloc(size);
     g_lastSize = size;
     if (++g_calls == g_failAt) return nullptr;
     void *p = Zpand_Malloc(size);
-    if (p != nullptr) ++g_live;
+    if (p == nullptr) return nullptr;
+    ++g_live;
+    if (filtered) {
+        const std::lock_guard<std::mutex> lock(g_countedLock);
+        g_counted.insert(p);
+    }
     return p;
 }
 
 void CountingFree(void *p) {
-    if (p != nullptr) --g_live;
+    if (p == nullptr) return;
+    if (g_countOnly.load() == std::thread::id()) {
+        --g_live;
+    } else {
+        const std::lock_guard<std::mutex> lock(g_countedLock);
+        if (g_counted.erase(p) != 0) --g_live;
+    }
     Zpand_Free(p);
+}
+
+CountThisThread::CountThisThread() {
+    g_calls = 0;
+    g_failAt = 0;
+    g_live = 0;
+    g_countOnly = std::this_thread::get_id();
+}
+
+CountThisThread::~CountThisThread() {
+    g_countOnly = std::thread::id();
+    const std::lock_guard<std::mutex> lock(g_countedLock);
+    g_counted.clear();
 }
 
 HeapSlots::HeapSlots(void *(*alloc)(uint32_t), void (*release)(void *))

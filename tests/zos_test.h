@@ -67,6 +67,18 @@ extern std::atomic<int> g_live;
 extern std::atomic<uint32_t> g_lastSize;
 void *FailingMalloc(uint32_t size);
 void CountingFree(void *p);
+// For a scope, FailingMalloc counts (and fails) the allocations of the
+// thread that made it only, starting from zero, and passes other threads'
+// through; g_live counts that thread's blocks not yet back, whichever
+// thread gives them back. For tests that count their own blocks while the
+// layer's threads allocate too.
+class CountThisThread {
+  public:
+    CountThisThread();
+    ~CountThisThread();
+    CountThisThread(const CountThisThread &) = delete;
+    CountThisThread &operator=(const CountThisThread &) = delete;
+};
 // Installs a heap's allocate and free in the platform's heap slots for a
 // scope, and puts the previous pair back at its end.
 class HeapSlots {
