@@ -82,6 +82,11 @@ TEST_F(DbufTest, CreateRulesAndValidityTexts) {
     EXPECT_EQ(Zos_DbufCreateD(nullptr, 1, 128, 10, nullptr), nullptr);
     EXPECT_EQ(Zos_DbufCreateD(nullptr, 1, 128, 0, &p), nullptr);
     EXPECT_TRUE(ktest::LoggedContains("DbufCreateD invalid size or data."));
+    // A create that fails leaves no stale data pointer behind.
+    int stale = 0;
+    p = &stale;
+    EXPECT_EQ(Zos_DbufCreateD(nullptr, 3, 128, 10, &p), nullptr);
+    EXPECT_EQ(p, nullptr);
     ZDBUF plain = Zos_DbufCreateD(nullptr, 1, 128, 0, nullptr);  // no data asked for
     ASSERT_NE(plain, nullptr);
     EXPECT_EQ(Zos_DbufLen(plain), 0u);
