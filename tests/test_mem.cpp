@@ -15,7 +15,7 @@ using ktest::g_live;
 void *CountingRealloc(void *p, uint32_t size) {
     g_lastSize = size;
     if (p == nullptr) ++g_live;
-    return Zpand_Realloc(p, size);
+    return ktest::HeapRealloc(p, size);
 }
 
 // Wraps the heap slots of the current holder with counting ones.
@@ -91,7 +91,7 @@ TEST_F(ZosTest, HeapModeRoundsSizesAndChecksNothing) {
 TEST_F(ZosTest, EmptyHeapSlotGivesNull) {
     ktest::Slot(0) = nullptr;
     EXPECT_EQ(Zos_Malloc(8), nullptr);
-    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(Zpand_Malloc);
+    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(ktest::HeapMalloc);
 }
 
 TEST_P(MemModeTest, SizeBoundsOfTheEntryPoints) {

@@ -18,7 +18,7 @@ std::atomic<uint32_t> g_timedMs{0};
 
 void *FailingMalloc(uint32_t size) {
     if (g_mallocsLeft >= 0 && g_mallocsLeft-- == 0) return nullptr;
-    return Zpand_Malloc(size);
+    return ktest::HeapMalloc(size);
 }
 uint32_t CountingPost(ZSEM *sem) {
     ++g_posts;

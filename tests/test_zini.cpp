@@ -492,13 +492,13 @@ std::atomic<int> g_mallocsLeft{0};
 
 void *FailingMalloc(uint32_t size) {
     if (g_mallocsLeft.fetch_sub(1) <= 0) return nullptr;
-    return Zpand_Malloc(size);
+    return ktest::HeapMalloc(size);
 }
 
 // Refuses the large requests that grow the data-buffer pool; small ones
 // (error frames) still work.
 void *NoLargeMalloc(uint32_t size) {
-    return size >= 4096 ? nullptr : Zpand_Malloc(size);
+    return size >= 4096 ? nullptr : ktest::HeapMalloc(size);
 }
 
 }  // namespace

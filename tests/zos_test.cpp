@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <mutex>
 #include <regex>
 #include <set>
@@ -77,6 +78,40 @@ SlotRef Slot(uint32_t n) {
     return SlotRef(&holder->pfnOsdep[n]);
 }
 
+// The heap that ZosTest puts in the layer's slots for each test: blocks
+// are kept by address from allocation to free, so that those a test's
+// layer still holds after its shut-down can be told.
+std::mutex g_netLock;
+std::map<void *, uint32_t> g_netBlocks;
+
+void *HeapMalloc(uint32_t size) {
+    void *p = Zpand_Malloc(size);
+    if (p != nullptr) {
+        const std::lock_guard<std::mutex> lock(g_netLock);
+        g_netBlocks[p] = size;
+    }
+    return p;
+}
+
+void *HeapRealloc(void *old, uint32_t size) {
+    void *p = Zpand_Realloc(old, size);
+    if (p != nullptr) {
+        const std::lock_guard<std::mutex> lock(g_netLock);
+        if (old != nullptr) g_netBlocks.erase(old);
+        g_netBlocks[p] = size;
+    }
+    return p;
+}
+
+void HeapFree(void *p) {
+    if (p == nullptr) return;
+    {
+        const std::lock_guard<std::mutex> lock(g_netLock);
+        g_netBlocks.erase(p);
+    }
+    Zpand_Free(p);
+}
+
 std::atomic<int> g_failAt{0};
 std::atomic<int> g_calls{0};
 std::atomic<int> g_live{0};
@@ -91,10 +126,10 @@ std::set<void *> g_counted;
 void *FailingMalloc(uint32_t size) {
     const std::thread::id only = g_countOnly;
     const bool filtered = only != std::thread::id();
-    if (filtered && only != std::this_thread::get_id()) return Zpand_Malloc(size);
+    if (filtered && only != std::this_thread::get_id()) return HeapMalloc(size);
     g_lastSize = size;
     if (++g_calls == g_failAt) return nullptr;
-    void *p = Zpand_Malloc(size);
+    void *p = HeapMalloc(size);
     if (p == nullptr) return nullptr;
     ++g_live;
     if (filtered) {
@@ -112,7 +147,7 @@ void CountingFree(void *p) {
         const std::lock_guard<std::mutex> lock(g_countedLock);
         if (g_counted.erase(p) != 0) --g_live;
     }
-    Zpand_Free(p);
+    HeapFree(p);
 }
 
 CountThisThread::CountThisThread() {
@@ -346,6 +381,13 @@ const bool g_watchdog = (Watchdog::Install(), true);
 }  // namespace ktest
 
 void ZosTest::SetUp() {
+    {
+        const std::lock_guard<std::mutex> lock(ktest::g_netLock);
+        ktest::g_netBlocks.clear();
+    }
+    ktest::Slot(0) = reinterpret_cast<ZOS_OSDEP_FUNC>(ktest::HeapMalloc);
+    ktest::Slot(1) = reinterpret_cast<ZOS_OSDEP_FUNC>(ktest::HeapRealloc);
+    ktest::Slot(2) = reinterpret_cast<ZOS_OSDEP_FUNC>(ktest::HeapFree);
     ktest::ClearPrinted();
     ktest::ClearLogged();
     ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
@@ -377,4 +419,8 @@ void ZosQuietTest::TearDown() {
 void ZosTest::TearDown() {
     Zos_SysDestroy();
     EXPECT_EQ(Zos_OsenvLocate(), nullptr) << "shut-down must release the platform holder";
+    const std::lock_guard<std::mutex> lock(ktest::g_netLock);
+    EXPECT_TRUE(ktest::g_netBlocks.empty())
+        << ktest::g_netBlocks.size() << " blocks kept after shut-down, the first of "
+        << ktest::g_netBlocks.begin()->second << " bytes";
 }

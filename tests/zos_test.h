@@ -67,6 +67,12 @@ extern std::atomic<int> g_live;
 extern std::atomic<uint32_t> g_lastSize;
 void *FailingMalloc(uint32_t size);
 void CountingFree(void *p);
+// The platform's heap, through the record of blocks that ZosTest keeps to
+// tell what a test's shut-down leaves behind: ZosTest puts these in the
+// heap slots, and the test heaps end in them.
+void *HeapMalloc(uint32_t size);
+void *HeapRealloc(void *p, uint32_t size);
+void HeapFree(void *p);
 // For a scope, FailingMalloc counts (and fails) the allocations of the
 // thread that made it only, starting from zero, and passes other threads'
 // through; g_live counts that thread's blocks not yet back, whichever
@@ -101,7 +107,7 @@ class FailingHeap : public HeapSlots {
 void *RefusingMalloc(uint32_t size);
 class RefusingHeap : public HeapSlots {
   public:
-    RefusingHeap() : HeapSlots(RefusingMalloc, Zpand_Free) {}
+    RefusingHeap() : HeapSlots(RefusingMalloc, HeapFree) {}
 };
 
 // True once pred holds, polling every millisecond for at most `limit`;
