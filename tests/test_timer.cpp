@@ -807,6 +807,13 @@ TEST_F(LogTaskTest, RotationUnderTheTaskAndNothingLostAtShutDown) {
     }
 }
 
+// The log task stopped while the timer manager runs takes its timer along.
+TEST_F(LogTaskTest, StoppedTaskDeletesItsTimer) {
+    ASSERT_EQ(Zos_TimerGetState(timer_), ZOS_TIMER_STATE_RUN);
+    ASSERT_EQ(Zos_ModTaskStop(Zos_TaskGetTaskId("LOG")), ZOK);
+    EXPECT_TRUE(Eventually([this] { return Zos_TimerGetState(timer_) == ZOS_TIMER_STATE_FREE; }));
+}
+
 TEST(LogTaskStart, FailureAtStepElevenPrintsTheLogText) {
     ktest::ClearPrinted();
     ASSERT_EQ(Zos_CfgSetPrintDisp(ktest::PrintHook), ZOK);
