@@ -91,8 +91,10 @@ TEST_F(ZosTest, SlistInsertDequeueRemoveAndFind) {
 
     EXPECT_EQ(Zos_SlistDequeue(&list), &b);
     EXPECT_EQ(b.pstNext, nullptr);  // dequeue clears the link
+    EXPECT_EQ(list.uiCount, 1u);
     EXPECT_EQ(Zos_SlistDequeue(&list), &a);
     EXPECT_EQ(list.pstTail, nullptr);
+    EXPECT_EQ(list.uiCount, 0u);
     EXPECT_TRUE(Zos_SlistDequeue(&list) == nullptr && Zos_SlistDequeue(nullptr) == nullptr);
     EXPECT_EQ(Zos_SlistInsert(nullptr, nullptr, &a) + Zos_SlistInsert(&list, nullptr, nullptr),
               2 * ZFAILED);
