@@ -494,6 +494,11 @@ TEST_F(TimerTest, DestroyTwiceAndUseAfterDestroy) {
                                         "timer task active run.", "TimerInit init self timer ok.",
                                         "TimerInit OsTaskDrv = 1.", "qtimer create ok.",
                                         "timer task passive run.", "TimerInit init Os timer ok."}));
+    // Once more while they run: nothing to do, and no manager made again.
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_TimerInit(), ZOK);
+    EXPECT_FALSE(ktest::LoggedContains("TimerInit"));
+    EXPECT_FALSE(ktest::LoggedContains("qtimer create ok."));
     ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &id), ZOK);
     ASSERT_EQ(Zos_TimerStart(id, 0, 20, 0, Record), ZOK);
     EXPECT_TRUE(Eventually([] { return FiredCount() == 1; }));
