@@ -637,3 +637,25 @@ TEST_F(ZiniTest, UpdateWithNoBufferHeaderFailsAndLeavesTheFile) {
     EXPECT_EQ(Zini_Update(ini.p, path.c_str()), ZOK);
     EXPECT_EQ(ktest::ReadFile(path), "[s]\r\n    k=v\r\n\r\n");
 }
+
+TEST_F(ZiniTest, CreateWithNoObjectToBeHadFails) {
+    // With no data-buffer header free and a heap that refuses to grow the
+    // pool, a create without input, or from a file that cannot be loaded,
+    // fails with its line instead of handing out an empty object.
+    const std::string missing = ktest::FreshDir("zini_noobject") + "/missing.ini";
+    for (const char *path : {static_cast<const char *>(nullptr), missing.c_str()}) {
+        ZiniFile *ini = nullptr;
+        std::vector<ZDBUF> held;
+        uint32_t rc = ZOK;
+        {
+            const ktest::RefusingHeap heap;
+            held = ktest::TakeFreeHeaders();
+            ktest::ClearLogged();
+            rc = Zini_Create(path, &ini);
+        }
+        for (ZDBUF b : held) Zos_DbufDelete(b);
+        EXPECT_EQ(rc, ZFAILED) << (path != nullptr ? path : "no path");
+        EXPECT_EQ(ini, nullptr);
+        EXPECT_TRUE(ktest::LoggedContains("IniCreate init ini fail."));
+    }
+}
