@@ -167,7 +167,8 @@ KESTRO_API uint32_t Zos_ModLeaveEvnt(uint32_t uiTaskId, PFN_ZOS_MOD_LEAVE pfnFun
 KESTRO_API uint32_t Zos_ModSilence(void);
 
 /* Hub internals (under the module lock). Entries and subscribers are
- * opaque pointers. */
+ * opaque pointers. Zos_ModEhInit makes the hub once: called while a hub
+ * stands it does nothing and succeeds. */
 KESTRO_API uint32_t Zos_ModEhInit(void);
 KESTRO_API void Zos_ModEhDestroy(void);
 KESTRO_API uint32_t Zos_ModEhSub(const char *pcName, uint32_t uiTaskId, PFN_ZOS_MOD_FUNC pfnFunc,

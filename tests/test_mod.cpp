@@ -879,6 +879,13 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
 // second take-down (shut-down makes one more) finds nothing to delete.
 TEST_F(ZosTest, EventHubTakenDownEarlyRefusesQuietly) {
     const uint32_t t = Start("HUBDOWN", 3, false);
+    // The hub made again while it stands is the same hub: what it holds
+    // stays, and no second hub's memory is taken.
+    ASSERT_EQ(Zos_ModSubEvnt("kept", t, Fn(OnPub), 1), ZOK);
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_ModEhInit(), ZOK);
+    EXPECT_FALSE(ktest::LoggedContains("ModEhInit hub."));
+    EXPECT_NE(Zos_ModEhFindEntry("kept"), nullptr);
     {
         // Every block the subscription took is given back with the hub.
         const ktest::CountThisThread only;

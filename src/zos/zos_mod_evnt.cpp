@@ -499,6 +499,9 @@ KESTRO_API uint32_t Zos_ModPerformX(uint32_t uiTaskId, PFN_ZOS_MOD_FUNC pfnFunc,
 KESTRO_API uint32_t Zos_ModEhInit(void) {
     ZosModMgr *mgr = zos::ModMgr();
     if (mgr == nullptr) return ZFAILED;
+    // Made already: nothing to do, as with the layer's other start-up
+    // steps. A second hub would drop the first one's entries and memory.
+    if (mgr->zHub != nullptr) return ZOK;
     ZCBUF buf = Zos_CbufCreate(512);
     if (buf == nullptr) {
         ZOS_LOG_ERR("ModEhInit allocate memory buffer.");
