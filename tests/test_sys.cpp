@@ -105,13 +105,12 @@ TEST(SysFrame, StartAndStopPrintTheirProgressInOrder) {
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);
 
     // Shut-down without start-up does nothing at all, nor does any of its
-    // steps called on its own (the clock's step is left out: it reaches
-    // the platform table, which a first use makes).
+    // steps called on its own: none makes the platform table.
     ktest::ClearPrinted();
     Zos_SysDestroy();
     for (void (*step)() : {Zos_LogTaskStop, Zos_ModDestroy, Zos_HttpDestroy, Zos_TimerDestroy,
-                           Zos_PMemDestroy, Zos_DbufDestroy, Zos_TraceDestroy, Zos_DumpDestroy,
-                           Zos_LogDestroy, Zos_PrintDestroy, Zos_MemDestroy}) {
+                           Zos_TimeDestroy, Zos_PMemDestroy, Zos_DbufDestroy, Zos_TraceDestroy,
+                           Zos_DumpDestroy, Zos_LogDestroy, Zos_PrintDestroy, Zos_MemDestroy}) {
         step();
     }
     EXPECT_EQ(Zos_OsenvLocate(), nullptr);

@@ -288,4 +288,12 @@ TEST_F(TimeTest, ClocksCurrentZoneAndMissingSlots) {
     ktest::Slot(4) = reinterpret_cast<ZOS_OSDEP_FUNC>(+[]() -> uint32_t { return ZFAILED; });
     EXPECT_EQ(Zos_TimeInit(), ZFAILED);
     ktest::Slot(4) = init;
+    // Shut-down gives the platform's clock back once, through its slot.
+    static int destroyed = 0;
+    ktest::Slot(5) = reinterpret_cast<ZOS_OSDEP_FUNC>(+[]() -> uint32_t {
+        ++destroyed;
+        return ZOK;
+    });
+    Zos_SysDestroy();
+    EXPECT_EQ(destroyed, 1);
 }

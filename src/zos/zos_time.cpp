@@ -224,6 +224,9 @@ KESTRO_API uint32_t Zos_TimeInit(void) {
 }
 
 KESTRO_API void Zos_TimeDestroy(void) {
+    // Without a platform holder there is nothing to undo, and looking the
+    // slot up would make one.
+    if (Zos_OsenvLocate() == nullptr) return;
     auto destroy = zos::Osdep<zos::kSlotTimeDestroy>();
     if (destroy != nullptr) destroy();
 }
