@@ -546,6 +546,7 @@ TEST_F(ZosTest, AbnfListsAndDrivers) {
     void *q = nullptr;
     ASSERT_EQ(Abnf_AnyLstCpyParm(mem, &list, &src, CopyItem, sizeof(Item), &q), ZOK);
     EXPECT_EQ(Abnf_AnyLstCpyParm(mem, &list, &bad, CopyItem, sizeof(Item), &q), ZFAILED);
+    EXPECT_EQ(q, nullptr);        // no item handed out
     EXPECT_EQ(list.uiCount, 4u);  // the failed copy was removed again
 
     AbnfEnc e;

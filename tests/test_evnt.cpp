@@ -316,6 +316,14 @@ TEST_F(EvntTest, BinaryTypeList) {
     EXPECT_EQ(Zos_EvntRead(e, "\x01\x01\x02", &absent, &absent, &absent), ZOK);
     EXPECT_EQ(absent, 0u);
     Zos_EvntDelete(e);
+    // A read stops at an unknown type: nothing after it is written.
+    e = Zos_EvntCreateFmt("\x02\x02\x02", 1u, 2u, 3u);
+    ASSERT_NE(e, nullptr);
+    uint32_t first = 99, second = 99, third = 99;
+    EXPECT_EQ(Zos_EvntRead(e, "\x02\x09\x02", &first, &second, &third), ZFAILED);
+    EXPECT_EQ(first, 1u);
+    EXPECT_TRUE(second == 99 && third == 99) << second << " " << third;
+    Zos_EvntDelete(e);
 
     for (const char *bad : {"\x02\x09", "\x0b", "\xff"}) {
         ktest::ClearLogged();
