@@ -147,6 +147,11 @@ TEST_F(ZosTest, LinePrefixInEveryShape) {
     Zos_LogFStr(log, ZOS_LOG_LEVEL_WARN, "pre", "w%d", 9);
     EXPECT_EQ(ktest::Printed(), "");
     EXPECT_TRUE(seen.calls == 1 && seen.level == ZOS_LOG_LEVEL_WARN && seen.msg == "w9");
+    // Echo on again prints again.
+    EXPECT_EQ(Zos_LogSetPrint(log, 1), ZOK);
+    EXPECT_EQ(Zos_LogGetPrint(log), 1u);
+    Zos_LogFStr(log, ZOS_LOG_LEVEL_WARN, "pre", "x");
+    EXPECT_EQ(ktest::Printed(), "TST: WARN: pre x\n");
     ZLOGID longName = Zos_LogCreateX("ABCDEFGHIJ", nullptr, 0, ZOS_LOG_LEVEL_ALL, 0);
     ZLOGID found = nullptr;
     EXPECT_TRUE(Zos_LogGetId("abcdefgh", &found) == ZOK && found == longName);
