@@ -554,6 +554,8 @@ TEST_F(ZosTest, AbnfListsAndDrivers) {
     EXPECT_EQ(e.text(), ",1,22,7,");  // no separator after the empty item
     AbnfEnc x;
     ASSERT_EQ(Abnf_AnyLstEncodeX(&x.msg, &list, 0, 0, ", ", EncodeItem), ZFAILED);  // 2 fails X
+    AbnfEnc lead;  // a leading separator that cannot be added
+    EXPECT_EQ(Abnf_AnyLstEncodeX(&lead.msg, &list, 1, 0, "", EncodeItem), ZFAILED);
     EXPECT_EQ(Abnf_AnyLstRmvParm(&list, p), ZOK);
     EXPECT_EQ(Abnf_AnyLstRmvParm(&list, p), ZFAILED);
     AbnfEnc x2;

@@ -372,6 +372,9 @@ TEST_F(DbufTest, ClonesAndSharedBuffers) {
     EXPECT_EQ(Zos_DbufD2O(b, first + 2), 2u);
     EXPECT_EQ(Zos_DbufBlkO2D(b, 0, 1), first + 1);
     EXPECT_EQ(Zos_DbufBlkD2O(b, 0, first + 1), 1u);
+    EXPECT_EQ(Zos_DbufBlkD2O(b, 0, first + 3), 3u);  // the block's end
+    EXPECT_EQ(Zos_DbufBlkD2O(b, 0, first + 4), 0xFFFFFFFFu);
+    EXPECT_TRUE(ktest::LoggedContains("DbufBlkD2O not in block."));
     char two[2] = {};
     EXPECT_EQ(Zos_DbufCopyD(b, 1, 2, two), ZOK);
     EXPECT_EQ(std::string(two, 2), "bc");

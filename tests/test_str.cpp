@@ -192,6 +192,11 @@ TEST(Str, CopiesCaseAndPredicates) {
     EXPECT_EQ(Zos_NStrUXCpy(nullptr, 0, &xy), ZFAILED);
     EXPECT_EQ(Zos_NStrUXCpy(b, sizeof b, &xy), ZOK);
     EXPECT_STREQ(b, "xy");
+    // Nothing to copy: nowhere to copy it is fine, and a target is emptied.
+    EXPECT_EQ(Zos_NStrUXCpy(nullptr, 8, &empty), ZOK);
+    EXPECT_EQ(Zos_NStrUXCpy(b, sizeof b, &empty), ZOK);
+    EXPECT_STREQ(b, "");
+    EXPECT_EQ(Zos_NStrUXCpy(b, sizeof b, &xy), ZOK);
     char *cur = b;
     uint16_t left = sizeof b;
     EXPECT_EQ(Zos_StrFCpy(&cur, &left, "abc"), ZOK);
