@@ -691,7 +691,9 @@ TEST_F(ZosTest, PerformCallsRealPrototypesWithEveryArgumentKind) {
     ASSERT_EQ(Zos_ModPerform(t, Fn(Odd64), "%u %lld %u %llu", 1u, 2LL, 3u, 4ULL), ZOK);
     ASSERT_EQ(Zos_ModPerformX(t, Fn(NoArgs), ""), ZOK);
     EXPECT_EQ(g_call, "none");
+    ktest::ClearLogged();
     EXPECT_EQ(Zos_ModPerform(t, Fn(NoArgs), "%q"), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("EvntCreateFmtSX unknown type 113."));
     EXPECT_TRUE(ktest::LoggedContains("ModPerform create event."));
     EXPECT_EQ(Zos_ModTaskPerform(t, nullptr, ZOS_MSG_TYPE_PERFORM), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("TaskPerform null event"));
