@@ -15,7 +15,6 @@
 #include <map>
 #include <mutex>
 #include <regex>
-#include <set>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -80,35 +79,46 @@ SlotRef Slot(uint32_t n) {
 
 // The heap that ZosTest puts in the layer's slots for each test: blocks
 // are kept by address from allocation to free, so that those a test's
-// layer still holds after its shut-down can be told.
+// layer still holds after its shut-down can be told. A block that
+// FailingMalloc counted for a CountThisThread scope carries that scope's
+// number, so that its free counts from whichever thread makes it.
+struct Block {
+    uint32_t size;
+    uint32_t scope;  // 0: counted by no scope
+};
 std::mutex g_netLock;
-std::map<void *, uint32_t> g_netBlocks;
+std::map<void *, Block> g_netBlocks;
+
+void Record(void *p, uint32_t size, uint32_t scope) {
+    const std::lock_guard<std::mutex> lock(g_netLock);
+    g_netBlocks[p] = Block{size, scope};
+}
+
+// Drops a block from the record; the scope that counted it, or 0.
+uint32_t Forget(void *p) {
+    const std::lock_guard<std::mutex> lock(g_netLock);
+    const auto it = g_netBlocks.find(p);
+    if (it == g_netBlocks.end()) return 0;
+    const uint32_t scope = it->second.scope;
+    g_netBlocks.erase(it);
+    return scope;
+}
 
 void *HeapMalloc(uint32_t size) {
     void *p = Zpand_Malloc(size);
-    if (p != nullptr) {
-        const std::lock_guard<std::mutex> lock(g_netLock);
-        g_netBlocks[p] = size;
-    }
+    if (p != nullptr) Record(p, size, 0);
     return p;
 }
 
 void *HeapRealloc(void *old, uint32_t size) {
     void *p = Zpand_Realloc(old, size);
-    if (p != nullptr) {
-        const std::lock_guard<std::mutex> lock(g_netLock);
-        if (old != nullptr) g_netBlocks.erase(old);
-        g_netBlocks[p] = size;
-    }
+    if (p != nullptr) Record(p, size, old != nullptr ? Forget(old) : 0);
     return p;
 }
 
 void HeapFree(void *p) {
     if (p == nullptr) return;
-    {
-        const std::lock_guard<std::mutex> lock(g_netLock);
-        g_netBlocks.erase(p);
-    }
+    Forget(p);
     Zpand_Free(p);
 }
 
@@ -116,12 +126,10 @@ std::atomic<int> g_failAt{0};
 std::atomic<int> g_calls{0};
 std::atomic<int> g_live{0};
 std::atomic<uint32_t> g_lastSize{0};
-// The thread whose allocations are counted; no thread's id means every
-// thread. With a thread set, the blocks it took are kept by address, so
-// that a free of one counts from whichever thread makes it.
+// The thread whose allocations are counted, and the number of its
+// CountThisThread scope; no thread's id means every thread.
 std::atomic<std::thread::id> g_countOnly{};
-std::mutex g_countedLock;
-std::set<void *> g_counted;
+std::atomic<uint32_t> g_scope{0};
 
 void *FailingMalloc(uint32_t size) {
     const std::thread::id only = g_countOnly;
@@ -129,38 +137,30 @@ void *FailingMalloc(uint32_t size) {
     if (filtered && only != std::this_thread::get_id()) return HeapMalloc(size);
     g_lastSize = size;
     if (++g_calls == g_failAt) return nullptr;
-    void *p = HeapMalloc(size);
+    void *p = Zpand_Malloc(size);
     if (p == nullptr) return nullptr;
     ++g_live;
-    if (filtered) {
-        const std::lock_guard<std::mutex> lock(g_countedLock);
-        g_counted.insert(p);
-    }
+    Record(p, size, filtered ? g_scope.load() : 0);
     return p;
 }
 
 void CountingFree(void *p) {
     if (p == nullptr) return;
-    if (g_countOnly.load() == std::thread::id()) {
-        --g_live;
-    } else {
-        const std::lock_guard<std::mutex> lock(g_countedLock);
-        if (g_counted.erase(p) != 0) --g_live;
-    }
-    HeapFree(p);
+    const uint32_t scope = Forget(p);
+    if (g_countOnly.load() == std::thread::id() || (scope != 0 && scope == g_scope)) --g_live;
+    Zpand_Free(p);
 }
 
 CountThisThread::CountThisThread() {
     g_calls = 0;
     g_failAt = 0;
     g_live = 0;
+    ++g_scope;
     g_countOnly = std::this_thread::get_id();
 }
 
 CountThisThread::~CountThisThread() {
     g_countOnly = std::thread::id();
-    const std::lock_guard<std::mutex> lock(g_countedLock);
-    g_counted.clear();
 }
 
 HeapSlots::HeapSlots(void *(*alloc)(uint32_t), void (*release)(void *))
@@ -422,5 +422,5 @@ void ZosTest::TearDown() {
     const std::lock_guard<std::mutex> lock(ktest::g_netLock);
     EXPECT_TRUE(ktest::g_netBlocks.empty())
         << ktest::g_netBlocks.size() << " blocks kept after shut-down, the first of "
-        << ktest::g_netBlocks.begin()->second << " bytes";
+        << ktest::g_netBlocks.begin()->second.size << " bytes";
 }
