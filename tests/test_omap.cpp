@@ -31,6 +31,7 @@ TEST_F(ZosTest, OmapRangesAndBadHandles) {
     Zos_OmapDelete(whole);
 
     uint32_t fake[8] = {};
+    ktest::ClearLogged();
     for (ZOMAP bad : {static_cast<ZOMAP>(nullptr), static_cast<ZOMAP>(fake)}) {
         EXPECT_EQ(Zos_OmapAllocId(bad, &id) & Zos_OmapFreeId(bad, 1), ZFAILED);
         EXPECT_EQ(Zos_OmapMap(bad, 1, Obj(1)) & Zos_OmapAdd(bad, Obj(1), &id), ZFAILED);
@@ -38,6 +39,10 @@ TEST_F(ZosTest, OmapRangesAndBadHandles) {
         EXPECT_EQ(Zos_OmapFirst(bad, &id, nullptr) & Zos_OmapNext(bad, 0, &id, nullptr), ZFAILED);
         EXPECT_EQ(Zos_OmapCount(bad), 0u);
         Zos_OmapDelete(bad);
+    }
+    for (const char *call : {"AllocId", "FreeId", "Map", "Add", "Find", "Remove", "First", "Next",
+                             "Count", "Delete"}) {
+        EXPECT_TRUE(ktest::LoggedContains(std::string("Omap") + call + " invalid id.")) << call;
     }
 }
 

@@ -125,6 +125,7 @@ TEST(Pand, FilesAndDirectories) {
                   Zpand_FileTell(0, &pos) + Zpand_FileClose(0),
               7 * ZFAILED);
     EXPECT_EQ(Zpand_FileEof(0), 1u);
+    EXPECT_EQ(Zpand_DirClose(0) + Zpand_DirRead(0, line, 4), 2 * ZFAILED);
     EXPECT_EQ(Zpand_FileRemoveX(dir.c_str()), ZFAILED);  // not empty
     EXPECT_EQ(Zpand_FileRemove(file.c_str()), ZOK);
     EXPECT_EQ(Zpand_FileRemoveX(dir.c_str()), ZOK);
