@@ -1,8 +1,9 @@
 // Allocation failures on the create paths: start-up, timers, the event
-// hub, and the containers, buffers and pools. Every platform-heap
-// allocation of a call fails in turn until the call succeeds without an
-// injected failure; each failed call must fail as a whole, leave nothing
-// allocated, and leave the layer usable for the next call.
+// hub, the containers, buffers and pools, and the ABNF character sets and
+// token managers. Every platform-heap allocation of a call fails in turn
+// until the call succeeds without an injected failure; each failed call
+// must fail as a whole, leave nothing allocated, and leave the layer
+// usable for the next call.
 #include <atomic>
 #include <functional>
 #include <string>
@@ -337,6 +338,16 @@ const Make kMakes[] = {
     {"pool", [] { return Made(Zos_PoolCreate(&kPool), Zos_PoolDelete); }},
     {"brick pool", [] { return Made(Zos_BpoolCreate(0, 256, 4), Zos_BpoolDelete); }},
     {"dump", [] { return Made(Zos_DumpCreate("af dump", 4), Zos_DumpDelete); }},
+    {"character set", [] { return Made(Abnf_ChrsetCreate(1), Abnf_ChrsetDelete); }},
+    {"token manager",
+     [] {
+         ST_ABNF_TKN_MGR *m = Abnf_TknMgrCreate(1, 1, 4);
+         if (m == nullptr) return false;
+         const bool added = Abnf_TknAdd(m, 0, "INVITE", 6, 3) == ZOK;
+         EXPECT_EQ(Abnf_TknFind(m, 0, "invite", 6), added ? 3u : ABNF_TKN_UNKNOWN);
+         Abnf_TknMgrDelete(m);
+         return added;
+     }},
     {"timer queue",
      [] {
          ZQTIMER q = reinterpret_cast<ZQTIMER>(&q);
