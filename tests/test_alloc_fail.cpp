@@ -198,6 +198,42 @@ TEST_F(ZosTest, TimerAndHubFailCleanlyAtEveryAllocation) {
     EXPECT_EQ(Zos_ModTaskStop(task), ZOK);
 }
 
+// A module task started with each of its allocations failing in turn, on
+// a thread of its own: it fails with no task left under its name, or runs
+// and handles a message; either way every block it took comes back. A
+// first task warms the task map up: the map's tree keeps the arena page
+// its nodes come from.
+TEST_F(ZosTest, ModuleTaskStartFailsCleanlyAtEveryAllocation) {
+    uint32_t warm = ZOS_INVALID_ID;
+    ASSERT_EQ(Zos_ModTaskStart("AFWARM", 3, 0, 0, 0, nullptr, nullptr, Count, &warm), ZOK);
+    ASSERT_EQ(Zos_ModTaskStop(warm), ZOK);
+    int failed = 0;
+    bool done = false;
+    for (int n = 1; n <= kMaxRounds && !done; ++n) {
+        const ktest::CountThisThread only;
+        const ktest::FailingHeap heap;
+        g_live = 0;
+        g_handled = 0;
+        FailAt(n);
+        uint32_t id = 7;
+        const uint32_t ret = Zos_ModTaskStart("AFTASK", 3, 0, 0, 0, nullptr, nullptr, Count, &id);
+        done = !Hit();
+        g_failAt = 0;
+        if (ret != ZOK) {
+            ++failed;
+            EXPECT_EQ(id, ZOS_INVALID_ID) << n;
+            EXPECT_EQ(Zos_TaskGetTaskId("AFTASK"), ZOS_INVALID_ID) << n;
+        } else {
+            EXPECT_EQ(Zos_MsgSendX(id, id, 1, 0, "x", 1), ZOK) << n;
+            EXPECT_TRUE(ktest::Eventually([] { return g_handled == 1; })) << n;
+            EXPECT_EQ(Zos_ModTaskStop(id), ZOK) << n;
+        }
+        EXPECT_TRUE(ktest::Eventually([] { return g_live == 0; })) << n << ": " << g_live;
+    }
+    EXPECT_TRUE(done);
+    EXPECT_GE(failed, 3);  // the task's queue, its node bucket and the bucket's first block
+}
+
 // A create with its first use and its delete: false when the create
 // failed. A failed create that still handed out a handle deletes it and
 // answers true, which the round's checks report.
