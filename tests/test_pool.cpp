@@ -55,7 +55,11 @@ class PoolQuietTest : public PoolOn<ZosQuietTest> {};
 TEST_F(PoolTest, CreateRefusesIncompleteDescriptions) {
     const ST_ZOS_BKT_INFO row{32, 1, 1};
     ST_ZOS_POOL_CFG cfg{"x", &row, nullptr, nullptr, 1, 0, 1, 0};
-    EXPECT_EQ(Zos_PoolCreate(nullptr), nullptr);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(Zos_PoolCreate(nullptr), nullptr);  // a platform trace, not a log line
+    EXPECT_NE(testing::internal::GetCapturedStdout().find(
+                  "quelmar source(PoolCreate null config.) <src/zos/zos_pool:583>\r\n"),
+              std::string::npos);
     EXPECT_EQ(Zos_PoolCreate(&cfg), nullptr);  // no rows
     cfg.ucBktCnt = 1;
     cfg.pstBktInfo = nullptr;

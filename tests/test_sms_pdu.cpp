@@ -353,6 +353,13 @@ TEST_F(SmsPduTest, SubmitAndRelayEncoders) {
     EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(7, nullptr, "hello", 0, hex, sizeof(hex), 0), -1);
     const std::string longText(300, 'a');
     EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(7, "1", longText.c_str(), 1, raw, sizeof(raw), 0), -1);
+    // A UCS-2 text longer than the buffer's half, or of more than 255
+    // bytes, is refused whatever room the caller gives.
+    std::vector<char> wide(4096);
+    for (const size_t n : {300u, 127u}) {
+        const std::string text = "\xE4\xB8\xAD" + std::string(n, 'a');
+        EXPECT_EQ(PDU_3gppEncodeSubmitTPDU(7, "1", text.c_str(), 0, wide.data(), 4096, 0), -1) << n;
+    }
 
     const Bytes tpdu = FromHex("1107039121F30000AA05E8329BFD06");
     uint8_t rp[64];

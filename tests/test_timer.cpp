@@ -88,6 +88,8 @@ TEST_F(QTimerTest, CreateLimitsAndIdsInOrder) {
     ZQTIMER bad = nullptr;
     EXPECT_EQ(Zos_QTimerCreate(&bad, -1), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("QTimerCreate inputs invalid."));
+    EXPECT_EQ(Zos_QTimerCreate(&bad, 0x7FFFFFFF), ZFAILED);  // tables past 2 GB
+    EXPECT_TRUE(ktest::LoggedContains("QTimerCreate alloc tnode."));
     for (uint32_t i = 0; i < 8; ++i) EXPECT_EQ(Make(), i);
     uint32_t id = 0;
     EXPECT_EQ(Zos_QTimerTmrCreate(q_, 1, 0, &id), ZFAILED);
