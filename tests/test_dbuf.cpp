@@ -537,6 +537,20 @@ TEST_F(DbufTest, AllocationTraceLabels) {
     EXPECT_TRUE(ktest::LoggedContains("DbufDumpDelete invalid id."));
     EXPECT_EQ(Zos_DbufDelete(m), ZOK);
     EXPECT_EQ(Zos_DbufChkPool(), ZOK);
+
+    // A trace whose record or dump cannot be made is not kept.
+    ZDBUF f = Zos_DbufCreate(nullptr, 1, 128);
+    for (const int n : {1, 2}) {
+        const ktest::CountThisThread only;
+        const ktest::FailingHeap heap;
+        ktest::g_failAt = n;
+        EXPECT_EQ(Zos_DbufDumpCreate(f, "x", "x.c", 1), ZFAILED) << n;
+        ktest::g_failAt = 0;
+    }
+    EXPECT_TRUE(ktest::LoggedContains("DbufDumpCreate alloc memory."));
+    EXPECT_TRUE(ktest::LoggedContains("DbufDumpCreate create dump."));
+    EXPECT_EQ(Zos_DbufDumpPrint(f), ZFAILED);
+    EXPECT_EQ(Zos_DbufDelete(f), ZOK);
 }
 
 // Random append, prepend, removal, adjustment, split and cat, against a

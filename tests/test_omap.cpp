@@ -52,7 +52,8 @@ TEST_F(ZosTest, OmapIdsWrapSkipIdsInUseAndEnumerate) {
     for (uint32_t want = 10; want <= 14; ++want) {
         ASSERT_TRUE(Zos_OmapAdd(map, Obj(want), &id) == ZOK && id == want);
     }
-    EXPECT_EQ(Zos_OmapAdd(map, Obj(99), &id), ZFAILED);  // full
+    EXPECT_EQ(Zos_OmapAdd(map, Obj(99), &id), ZFAILED);      // full
+    EXPECT_EQ(Zos_OmapAdd(map, Obj(99), nullptr), ZFAILED);  // nowhere to put the id
     EXPECT_EQ(Zos_OmapRemove(map, 13), Obj(13));
     EXPECT_EQ(Zos_OmapFreeId(map, 11), ZOK);
     EXPECT_EQ(Zos_OmapFreeId(map, 11), ZFAILED);  // not in use any more
