@@ -1,5 +1,6 @@
-// Print service: lines, limits, the open switch, pool strings, the output
-// accumulator, long texts, the hex dump and the pool statistics.
+// Print service: lines, limits, the open switch, pool strings, a print
+// without a line buffer, the output accumulator, long texts, the hex dump
+// and the pool statistics.
 #include <algorithm>
 #include <cstring>
 #include <regex>
@@ -103,6 +104,29 @@ TEST_F(ZosTest, PrintPoolStrings) {
     char *fits = Zos_PrintStrFAlloc("%s", big.c_str());
     EXPECT_EQ(std::string(fits), big);
     Zos_PrintFree(fits);
+}
+
+// With every line buffer of the print pool held and the heap refusing to
+// grow it, a line cannot be formatted: the print fails and the platform
+// print says why. Nothing else prints meanwhile without the layer's threads.
+TEST_F(ZosQuietTest, PrintWithoutALineBufferSaysSo) {
+    ZOS_OSDEP_FUNC savedPrint = ktest::Slot(3);
+    g_platform.clear();
+    ktest::Slot(3) = reinterpret_cast<ZOS_OSDEP_FUNC>(PlatformCapture);
+    std::vector<void *> held;
+    {
+        const ktest::RefusingHeap heap;
+        for (void *p; held.size() < 256 && (p = Zos_PrintAlloc(4096)) != nullptr;)
+            held.push_back(p);
+        EXPECT_EQ(Zos_Printf("%s", "lost"), ZFAILED);
+    }
+    ktest::Slot(3) = savedPrint;
+    EXPECT_LT(held.size(), 256u);
+    for (void *p : held) Zos_PrintFree(p);
+    EXPECT_EQ(g_platform, "zos print alloc buffer failed.\r\n");
+    ktest::ClearPrinted();
+    EXPECT_EQ(Zos_Printf("%s", "back"), ZOK);
+    EXPECT_EQ(ktest::Printed(), "back");
 }
 
 TEST_F(ZosTest, AccumulatorFlushesBeforeItOverflows) {
