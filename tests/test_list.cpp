@@ -36,6 +36,7 @@ TEST_F(ZosTest, DlistInsertKeepsHeadTailAndCapacity) {
     Zos_DlistDelete(&list);
     EXPECT_TRUE(list.uiMax == 0 && list.pstHead == nullptr);
     EXPECT_EQ(Zos_DlistInsert(&list, nullptr, &d), ZFAILED);  // zero size
+    EXPECT_TRUE(ktest::LoggedContains("DlistInsert zero size."));
 }
 
 TEST_F(ZosTest, DlistRemoveDequeueAndCreate) {
@@ -67,6 +68,8 @@ TEST_F(ZosTest, DlistRemoveDequeueAndCreate) {
     EXPECT_EQ(Zos_DlistCreate(nullptr, 1), ZFAILED);
     // Zero capacity fails but leaves the fields and the mutex made.
     EXPECT_EQ(Zos_DlistCreate(&list, 0), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DlistCreate zero node."));
+    EXPECT_TRUE(ktest::LoggedContains("DlistRemove null parameter(s)."));
     EXPECT_NE(list.zMutex, 0u);
     Zos_DlistDelete(&list);
     ktest::Slot(32) = reinterpret_cast<ZOS_OSDEP_FUNC>(FailMutex);
@@ -125,4 +128,12 @@ TEST_F(ZosTest, SlistInsertDequeueRemoveAndFind) {
     EXPECT_EQ(Zos_SlistRemove(nullptr, &r[0]), ZFAILED);
     Zos_SlistDelete(&list);
     EXPECT_TRUE(list.uiMax == 0 && list.pstHead == nullptr);
+    EXPECT_EQ(
+        ktest::NotLogged("Slist",
+                         {"Create zero node", "Insert zero node", "Insert list max(2) is full",
+                          "Dequeue null list", "Remove null parameter(s)",
+                          "Remove node is not in list", "RemoveAfter null parameter(s)",
+                          "RemoveAfter list is empty", "RemoveAfter node is not in list"},
+                         "."),
+        "");
 }

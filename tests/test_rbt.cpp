@@ -136,6 +136,7 @@ TEST_F(ZosTest, RbtEdgeCasesAndBadHandles) {
     Zos_RbtDelete(tree);
 
     uint32_t fake[16] = {0xAB45CD78};
+    ktest::ClearLogged();
     for (ZRBT bad : {static_cast<ZRBT>(nullptr), static_cast<ZRBT>(fake)}) {
         EXPECT_EQ(Zos_RbtAdd(bad, 1, 1) & Zos_RbtMap(bad, 1, 1) & Zos_RbtRmv(bad, 1) &
                       Zos_RbtChk(bad) & Zos_RbtSetCmp(bad, nullptr),
@@ -147,6 +148,11 @@ TEST_F(ZosTest, RbtEdgeCasesAndBadHandles) {
         Zos_RbtDelete(bad);
     }
     EXPECT_EQ(fake[0], 0xAB45CD78u);
+    EXPECT_EQ(ktest::NotLogged("Rbt",
+                               {"Insert", "Map", "Remove", "Chk", "SetCmp", "Size", "Depth", "Find",
+                                "Min", "Max", "Head", "Tail", "Next", "Prev", "Print", "Delete"},
+                               " invalid id."),
+              "");
     EXPECT_TRUE(Zos_RbtGetKey(nullptr) == 0 && Zos_RbtGetValue(nullptr) == 0);
 }
 

@@ -68,6 +68,16 @@ bool LoggedContains(const std::string &text) {
     return false;
 }
 
+std::string NotLogged(const std::string &prefix, std::initializer_list<const char *> names,
+                      const std::string &suffix) {
+    std::string missing;
+    for (const char *name : names) {
+        const std::string line = prefix + name + suffix;
+        if (!LoggedContains(line)) missing += line + "\n";
+    }
+    return missing;
+}
+
 void WatchSystemLog() {
     Zos_LogSetWatcher(Zos_LogGetZosId(), RecordLine, nullptr);
 }

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <initializer_list>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,6 +32,10 @@ std::vector<LogLine> Logged();
 void ClearLogged();
 // True when a recorded message contains the text.
 bool LoggedContains(const std::string &text);
+// Of the lines prefix + name + suffix, one a name, those not recorded, one
+// a line; empty when every one was.
+std::string NotLogged(const std::string &prefix, std::initializer_list<const char *> names,
+                      const std::string &suffix);
 // Installs the recording watcher on the system log (the fixture does this
 // after start-up; tests that start the layer on their own call it).
 void WatchSystemLog();
