@@ -31,6 +31,15 @@ TEST_F(ZosTest, DeadHandleBuffers) {
     ExpectRefused("CbufAlloc invalid id.", [&] { EXPECT_EQ(Zos_CbufAlloc(cbuf, 8), nullptr); });
     ExpectRefused("CbufDelete invalid id.", [&] { Zos_CbufDelete(cbuf); });
     ExpectRefused("CbufClone invalid id.", [&] { EXPECT_EQ(Zos_CbufClone(cbuf), nullptr); });
+    char byte = 0;
+    EXPECT_EQ(Zos_CbufClean(cbuf) + Zos_CbufDetach(cbuf), 2 * ZFAILED);
+    EXPECT_EQ(Zos_CbufHoldD(cbuf, &byte) + Zos_CbufSize(cbuf), 0u);
+    EXPECT_EQ(Zos_CbufCreateX(cbuf, 64), nullptr);
+    EXPECT_EQ(ktest::NotLogged("Cbuf",
+                               {"Clean invalid id", "Detach invalid id", "HoldD invalid id",
+                                "Size invalid id", "CreateX invalid parent"},
+                               "."),
+              "");
     // A child whose parent died: ChildOutlivesDeletedParent (test_cbuf.cpp).
 
     ZBPOOL bpool = Zos_BpoolCreate(0, 256, 4);
@@ -38,6 +47,11 @@ TEST_F(ZosTest, DeadHandleBuffers) {
     Zos_BpoolDelete(bpool);
     ExpectRefused("BpoolAlloc invalid id.", [&] { EXPECT_EQ(Zos_BpoolAlloc(bpool, 8), nullptr); });
     ExpectRefused("BpoolDelete invalid id.", [&] { Zos_BpoolDelete(bpool); });
+    ExpectRefused("BpoolFree invalid id.",
+                  [&] { EXPECT_EQ(Zos_BpoolFree(bpool, &byte), ZFAILED); });
+    ExpectRefused("BpoolClean invalid id.", [&] { EXPECT_EQ(Zos_BpoolClean(bpool), ZFAILED); });
+    ExpectRefused("BpoolCreate invalid type.",
+                  [&] { EXPECT_EQ(Zos_BpoolCreate(9, 256, 4), nullptr); });
 
     ZSBUF sbuf = Zos_SbufCreate(0);
     ZPBUF pbuf = Zos_PbufCreate();
@@ -48,6 +62,8 @@ TEST_F(ZosTest, DeadHandleBuffers) {
     ExpectRefused("SbufAlloc invalid id.", [&] { EXPECT_EQ(Zos_SbufAlloc(sbuf, 8), nullptr); });
     ExpectRefused("SbufDelete invalid id.", [&] { Zos_SbufDelete(sbuf); });
     ExpectRefused("PbufDelete invalid id.", [&] { Zos_PbufDelete(pbuf); });
+    ExpectRefused("PbufAlloc invalid id.", [&] { EXPECT_EQ(Zos_PbufAlloc(pbuf, 8), nullptr); });
+    ExpectRefused("PbufFree invalid id.", [&] { EXPECT_EQ(Zos_PbufFree(pbuf, &byte), ZFAILED); });
 
     ZDBUF dbuf = Zos_DbufCreate(nullptr, 1, 128);
     ASSERT_NE(dbuf, nullptr);
@@ -56,6 +72,24 @@ TEST_F(ZosTest, DeadHandleBuffers) {
                   [&] { EXPECT_EQ(Zos_DbufChkValid(dbuf, 0, 0, 0), ZFAILED); });
     ExpectRefused("DbufPstAddD invalid id.",
                   [&] { EXPECT_EQ(Zos_DbufPstAddD(dbuf, 'x'), ZFAILED); });
+    // Every other call that takes a buffer refuses the dead one by name.
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_DbufFree(dbuf) + Zos_DbufNewLen(dbuf, 0) + Zos_DbufSetNext(dbuf, nullptr) +
+                  Zos_DbufPreAddMultD(dbuf, "x", 1) + Zos_DbufAdjD(dbuf, 1) +
+                  Zos_DbufCopyD(dbuf, 0, 1, &byte) + Zos_DbufCat(dbuf, dbuf) +
+                  Zos_DbufSaveFileX(dbuf, 1) + Zos_DbufDbgShow(dbuf) + Zos_DbufDumpPrint(dbuf) +
+                  Zos_DbufDumpCreate(dbuf, "x", "x.c", 1),
+              11 * ZFAILED);
+    EXPECT_TRUE(Zos_DbufClone(dbuf) == nullptr && Zos_DbufO2D(dbuf, 0) == nullptr &&
+                Zos_DbufCopy(dbuf) == nullptr && Zos_DbufCopyX(dbuf, 0, 1) == nullptr &&
+                Zos_DbufSplit(dbuf, 0) == nullptr && Zos_DbufFlatX(dbuf, 0, 1) == nullptr);
+    EXPECT_EQ(Zos_DbufD2O(dbuf, &byte), ZOS_INVALID_ID);
+    EXPECT_EQ(ktest::NotLogged("Dbuf",
+                               {"Free", "NewLen", "SetNext", "PreAddMultD", "AdjD", "CopyD", "Cat",
+                                "SaveFileX", "DbgShow", "DumpPrint", "DumpCreate", "Clone", "O2D",
+                                "Copy", "CopyX", "Split", "FlatX", "D2O"},
+                               " invalid id."),
+              "");
 
     // The universal buffer: a second delete of a wrapper, and dispatch on a
     // deleted buffer of each kind it knows.
