@@ -207,6 +207,17 @@ TEST_F(EvntTest, RegistryDefaultsForOtherKinds) {
     EXPECT_EQ(Zos_EParmGetUint(evt_, id), 42u);
     EXPECT_EQ(Zos_EParmGetInt64(evt_, id), 42);
     EXPECT_EQ(Zos_EParmGetChar(evt_, id), 42);
+    // Every narrower and wider kind reads the same default; "-3" only as
+    // a signed one.
+    const auto nine = ZOS_EPARM_ID(kComp, 9);
+    EXPECT_EQ((std::vector<long>{Zos_EParmGetUchar(evt_, id), Zos_EParmGetShort(evt_, id),
+                                 Zos_EParmGetUshort(evt_, id), Zos_EParmGetLong(evt_, id),
+                                 static_cast<long>(Zos_EParmGetUlong(evt_, id))}),
+              std::vector<long>(5, 42));
+    EXPECT_EQ((std::vector<long>{Zos_EParmGetUchar(evt_, nine), Zos_EParmGetShort(evt_, nine),
+                                 Zos_EParmGetUshort(evt_, nine), Zos_EParmGetLong(evt_, nine),
+                                 static_cast<long>(Zos_EParmGetUlong(evt_, nine))}),
+              (std::vector<long>{0, -3, 0, -3, 0}));
     EXPECT_EQ(Zos_EParmGetInt(evt_, ZOS_EPARM_ID(kComp, 9)), -3);
     EXPECT_EQ(Zos_EParmGetUint64(evt_, ZOS_EPARM_ID(kComp, 9)), 0u);  // "-3" is no unsigned
     EXPECT_STREQ(Zos_EParmGetStr(evt_, ZOS_EPARM_ID(kComp, 9)), "-3");
