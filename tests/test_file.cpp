@@ -84,12 +84,26 @@ TEST_F(ZosTest, FilesReadWriteSeekAndLines) {
     EXPECT_EQ(Zfile_IsExist(path.c_str()), 0u);
     EXPECT_EQ(Load(other), "one\ntwo\nthree");
     EXPECT_EQ(Zfile_Remove(other.c_str()), ZOK);
-    for (uint32_t rc : {Zfile_Remove(other.c_str()), Zfile_Close(0), Zfile_Write(0, "x", 1),
-                        Zfile_Read(0, rest, 1, &got), Zfile_Tell(0, &pos),
-                        Zfile_Size(nullptr, &size), Zfile_Open(nullptr, "rb", &f)}) {
+    ZDIR d = 0;
+    for (uint32_t rc :
+         {Zfile_Remove(other.c_str()), Zfile_Close(0), Zfile_Write(0, "x", 1),
+          Zfile_Read(0, rest, 1, &got), Zfile_Tell(0, &pos), Zfile_Size(nullptr, &size),
+          Zfile_Open(nullptr, "rb", &f), Zfile_Flush(0), Zfile_Gets(0, line, 4),
+          Zfile_Seek(0, 0, ZFILE_SEEK_SET), Zfile_Rename(nullptr, "x"), Zfile_DirOpen(nullptr, &d),
+          Zfile_DirRead(0, line, 4), Zfile_DirRemove(nullptr)}) {
         EXPECT_EQ(rc, ZFAILED);
     }
     EXPECT_EQ(Zfile_Eof(0), 1u);
+    EXPECT_EQ(ktest::NotLogged("",
+                               {"FileOpen null parameter(s)", "FileClose invalid id",
+                                "FileRead null parameter(s)", "FileWrite null parameter(s)",
+                                "FileFlush invalid id", "FileGets null parameter(s)",
+                                "FileSeek invalid parameter(s)", "FileTell null parameter(s)",
+                                "FileSize null parameter(s)", "FileRename null parameter(s)",
+                                "DirOpen null parameter(s)", "DirRead null parameter(s)",
+                                "DirRemove null parameter(s)"},
+                               "."),
+              "");
     // A size that cannot be had reads 0, whatever the caller held, even
     // from a platform call that fails without writing it.
     ZOS_OSDEP_FUNC sizeSlot = ktest::Slot(25);
