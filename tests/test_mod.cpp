@@ -622,6 +622,9 @@ TEST_F(ZosTest, ModInitFailsWithoutMemoryForTheTable) {
     EXPECT_EQ(Zos_ModPostMsg(nullptr), ZFAILED);  // no manager to post through
     EXPECT_EQ(Zos_ModPostMsgX(nullptr, 1), ZFAILED);
     EXPECT_EQ(Zos_ModEhInit(), ZFAILED);  // nor a manager to hold a hub
+    EXPECT_EQ(Zos_ModTaskStop(20) + Zos_ModTaskCease(20) + Zos_ModTaskPause(20, 0) +
+                  Zos_ModTaskWaitStop(20, 0),
+              4 * ZFAILED);  // nor tasks
     ktest::ClearPrinted();
     Zos_CfgSetPrintDisp(ktest::PrintHook);
     ktest::UseTestLogDir();
