@@ -135,6 +135,8 @@ TEST_F(ZosTest, HashNodePoolChainsAndReuse) {
     EXPECT_TRUE(ktest::LoggedContains("HashInsert no node is free."));
     EXPECT_EQ(Zos_HashInsert(&hash, 0x10, 0x10, 0, 0), ZFAILED);  // item exists
     EXPECT_EQ(Zos_HashRemove(&hash, 0x20, 0, 0), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("HashInsert item exist."));
+    EXPECT_TRUE(ktest::LoggedContains("HashRemove node item is not existed."));
     EXPECT_EQ(Zos_HashRemove(&hash, 0x10, 0, 0), ZOK);
     EXPECT_EQ(Zos_HashRemove(&hash, 0x10, 0, 0), ZFAILED);
     EXPECT_EQ(Zos_HashInsert(&hash, 0x20, 0x20, 0, 0), ZOK);  // room again

@@ -236,6 +236,7 @@ TEST_F(ZosTest, PQueueServesLevelsInOrder) {
         ASSERT_EQ(Zos_PQueueAdd(q, level, item), ZOK);
     }
     EXPECT_EQ(Zos_PQueueAdd(q, 1, 0x50), ZFAILED);  // no free node
+    EXPECT_TRUE(ktest::LoggedContains("PQueueAdd no free elem."));
     EXPECT_EQ(Zos_PQueueGetBusyCount(q), 4u);
     uint32_t level = 4;  // accepts 0..4
     uintptr_t item = 0;
@@ -280,6 +281,7 @@ TEST_F(ZosTest, PQueueRemoveRescanSkipsTheHighestLevel) {
         EXPECT_EQ(
             Zos_PQueueFind(q, 1, 0x100) + Zos_PQueueFind(q, 3, 0x100) + Zos_PQueueFind(q, 4, 0x100),
             1u);
+        EXPECT_TRUE(ktest::LoggedContains("PQueueFind invalid element."));
         // Not at that level, or no such level.
         EXPECT_EQ(Zos_PQueueRmv(q, 3, 0x100) + Zos_PQueueRmv(q, 4, 0x100) + Zos_PQueueRmv(q, 1, 0),
                   3 * ZFAILED);

@@ -111,6 +111,7 @@ TEST_F(ZosTest, RbtEdgeCasesAndBadHandles) {
     ASSERT_NE(tree, nullptr);
     EXPECT_TRUE(Zos_RbtDepth(tree) == 0 && Zos_RbtChk(tree) == ZOK && !Zos_RbtHead(tree, 1));
     EXPECT_EQ(Zos_RbtMap(tree, 1, 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("RbtMap no key 1."));
     ASSERT_EQ(Zos_RbtAdd(tree, 7, 70), ZOK);
     EXPECT_EQ(Zos_RbtDepth(tree), 1u);
     EXPECT_EQ(Zos_RbtAdd(tree, 7, 71), ZFAILED);  // no replace
@@ -133,6 +134,7 @@ TEST_F(ZosTest, RbtEdgeCasesAndBadHandles) {
     EXPECT_EQ(Zos_RbtGetKey(Zos_RbtMax(tree)), top);
     EXPECT_TRUE(Zos_RbtKeyCmp(0, top) == -1 && Zos_RbtKeyCmp(top, 0) == 1);
     EXPECT_EQ(Zos_RbtSetCmp(tree, Descending), ZFAILED);  // not empty
+    EXPECT_TRUE(ktest::LoggedContains("RbtSetCmp tree not empty."));
     Zos_RbtDelete(tree);
 
     uint32_t fake[16] = {0xAB45CD78};
