@@ -261,6 +261,7 @@ TEST_F(DbufTest, RemoveAdjustAndNewLength) {
     EXPECT_EQ(Zos_DbufNewLen(b, 100), ZOK);  // back into the tail room
     EXPECT_EQ(ktest::DbufText(b), d.substr(110, 100));
     EXPECT_EQ(Zos_DbufNewLen(b, 1000), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DbufNewLen invalid length."));
     EXPECT_EQ(Zos_DbufAdjD(b, -100), ZOK);  // the full length: empty, still valid
     EXPECT_EQ(Zos_DbufLen(b), 0u);
     EXPECT_EQ(Zos_DbufPstAddStrD(b, "again"), ZOK);
@@ -371,6 +372,9 @@ TEST_F(DbufTest, ClonesAndSharedBuffers) {
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(Zos_DbufD2O(b, first + 2), 2u);
     EXPECT_EQ(Zos_DbufBlkO2D(b, 0, 1), first + 1);
+    EXPECT_EQ(Zos_DbufBlkO2D(b, 0, 3), first + 3);  // the block's end
+    EXPECT_EQ(Zos_DbufBlkO2D(b, 0, 4), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("DbufBlkO2D invalid offset."));
     EXPECT_EQ(Zos_DbufBlkD2O(b, 0, first + 1), 1u);
     EXPECT_EQ(Zos_DbufBlkD2O(b, 0, first + 3), 3u);  // the block's end
     EXPECT_EQ(Zos_DbufBlkD2O(b, 0, first + 4), 0xFFFFFFFFu);
@@ -382,6 +386,8 @@ TEST_F(DbufTest, ClonesAndSharedBuffers) {
         EXPECT_EQ(ktest::DbufText(part), "bc");
         EXPECT_EQ(Zos_DbufDelete(part), ZOK);
     }
+    EXPECT_TRUE(Zos_DbufCopyX(b, 1, 3) == nullptr && Zos_DbufCopyX(b, 3, 1) == nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("DbufCopyX invalid range."));
     const ZLOGID log = Zos_LogGetZosId();
     EXPECT_EQ(Zos_DbufLogTxt(log, ZOS_LOG_LEVEL_INFO, b) |
                   Zos_DbufLogHex(log, ZOS_LOG_LEVEL_INFO, b) |
@@ -488,6 +494,7 @@ TEST_F(DbufTest, SaveAndLoadFiles) {
     EXPECT_EQ(Zos_DbufSaveFile(b, nullptr), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DbufSaveFile no file name."));
     EXPECT_EQ(Zos_DbufSaveFile(b, (dir + "/no/such/dir/x").c_str()), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("DbufSaveFile open file(" + dir + "/no/such/dir/x)."));
     ASSERT_EQ(Zos_DbufSaveFile(b, path.c_str()), ZOK);
     EXPECT_EQ(Zfile_IsExist((path + ".tmp").c_str()), 0u);  // the safe save left nothing
 
