@@ -234,6 +234,41 @@ TEST_F(ZosTest, ModuleTaskStartFailsCleanlyAtEveryAllocation) {
     EXPECT_GE(failed, 3);  // the task's queue, its node bucket and the bucket's first block
 }
 
+// The module manager made again, each of its allocations failing in turn:
+// a failed start leaves no manager and no block, a start that answers
+// success has its manager task and a working table. The timers and the
+// log task go first, as at shut-down, so no thread of the first manager
+// is left in it.
+TEST_F(ZosTest, ModuleManagerStartFailsCleanlyAtEveryAllocation) {
+    Zos_TimerDestroy();
+    Zos_LogTaskStop();
+    Zos_ModDestroy();
+    int failed = 0;
+    bool done = false;
+    for (int n = 1; n <= kMaxRounds && !done; ++n) {
+        const ktest::CountThisThread only;
+        const ktest::FailingHeap heap;
+        g_live = 0;
+        FailAt(n);
+        const uint32_t ret = Zos_ModInit();
+        done = !Hit();
+        g_failAt = 0;
+        // A manager that answered success runs and hands out task records.
+        const uint32_t id = Zos_ModGetTask("AFREC", 3);
+        EXPECT_EQ(id != ZOS_INVALID_ID, ret == ZOK) << n;
+        EXPECT_EQ(Zos_TaskGetTaskId("MOD_MGR") != ZOS_INVALID_ID, ret == ZOK) << n;
+        if (ret == ZOK) {
+            EXPECT_EQ(Zos_ModPutTask(id), ZOK);
+            if (!done) Zos_ModDestroy();  // a failure it got past: on to the next
+            continue;
+        }
+        ++failed;
+        EXPECT_EQ(g_live, 0) << n;
+    }
+    EXPECT_TRUE(done);
+    EXPECT_GE(failed, 3);  // the table, the task map and the manager's queue at least
+}
+
 // A create with its first use and its delete: false when the create
 // failed. A failed create that still handed out a handle deletes it and
 // answers true, which the round's checks report.
