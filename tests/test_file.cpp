@@ -113,6 +113,7 @@ TEST_F(ZosTest, FilesReadWriteSeekAndLines) {
         ktest::Slot(25) = fn;
         size = 77;
         EXPECT_EQ(Zfile_Size(other.c_str(), &size), ZFAILED);
+        EXPECT_TRUE(ktest::LoggedContains("FileSize <" + other + "> failed."));
         EXPECT_EQ(size, 0u);
     }
     ktest::Slot(25) = sizeSlot;
@@ -123,6 +124,7 @@ TEST_F(ZosTest, DirectoriesAndEmptySlots) {
     const std::string sub = dir + "/sub";
     EXPECT_EQ(Zfile_DirMake(sub.c_str()), ZOK);
     EXPECT_EQ(Zfile_DirMake(sub.c_str()), ZFAILED);  // exists
+    EXPECT_TRUE(ktest::LoggedContains("DirMake <" + sub + "> failed."));
     ktest::ClearLogged();
     EXPECT_EQ(Zfile_DirMake(nullptr), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DirMake null parameter(s)."));
@@ -140,6 +142,7 @@ TEST_F(ZosTest, DirectoriesAndEmptySlots) {
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::string>{"sub", "x", "y"}));
     EXPECT_EQ(Zfile_DirRemove(dir.c_str()), ZFAILED);  // not empty
+    EXPECT_TRUE(ktest::LoggedContains("DirRemove <" + dir + "> failed."));
     EXPECT_EQ(Zfile_DirRemove(sub.c_str()), ZOK);
     EXPECT_EQ(Zfile_DirOpen(sub.c_str(), &d), ZFAILED);
     EXPECT_EQ(d, 0u);
@@ -243,5 +246,10 @@ TEST_F(ZosTest, SafeSaveKeepsTheOldFileWhenAnyStepFails) {
           Zfile_SaveBegin(path.c_str(), nullptr), Zfile_SaveCommit(path.c_str(), 0)}) {
         EXPECT_EQ(rc, ZFAILED);
     }
+    EXPECT_EQ(ktest::NotLogged("File",
+                               {"SaveSafe null data", "SaveBegin invalid path",
+                                "SaveCommit invalid parameter(s)"},
+                               "."),
+              "");
     EXPECT_EQ(Load(path), "a=1\nb=2\n");
 }

@@ -876,12 +876,16 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
                                              "call.up/3/-42/hello/7/on task"}));
     EXPECT_EQ(Zos_ModPubEvnt("nobody", "%d", 1), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("ModPubEvnt no subscriber nobody."));
+    // A subscriber that is not there, whatever else differs, is refused.
+    EXPECT_EQ(Zos_ModUnSubEvnt("call.up", t1, Fn(OnPub), 9), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModEhUnSub entry call.up no suber "));
     // Unsubscribing the last subscriber removes the entry.
     for (uint32_t t : {t1, t2, t3}) {
         EXPECT_EQ(Zos_ModUnSubEvnt("call.up", t, Fn(OnPub), t == t1 ? 1 : t == t2 ? 2 : 3), ZOK);
     }
     EXPECT_EQ(Zos_ModEhFindEntry("call.up"), nullptr);
     EXPECT_EQ(Zos_ModUnSubEvnt("call.up", t1, Fn(OnPub), 1), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("ModEhUnSub no entry call.up."));
     EXPECT_EQ(Zos_ModPubEvnt("call.up", "%d", 1), ZFAILED);
     // An entry made and deleted directly: found while it lives, gone after.
     void *direct = Zos_ModEhCreateEntry("direct");

@@ -17,6 +17,7 @@ TEST_F(ZosTest, OmapRangesAndBadHandles) {
     EXPECT_EQ(Zos_OmapCreate(1, 0), nullptr);
     EXPECT_EQ(Zos_OmapCreate(0xFFFFFFFF, 1), nullptr);  // the "none" id
     EXPECT_EQ(Zos_OmapCreate(2, 0xFFFFFFFE), nullptr);
+    EXPECT_TRUE(ktest::LoggedContains("OmapCreate invalid range."));
     ZOMAP top = Zos_OmapCreate(0xFFFFFFF0, 0xF);  // ends at 0xFFFFFFFE
     uint32_t id = 0;
     for (uint32_t want = 0xFFFFFFF0; want <= 0xFFFFFFFE; ++want) {
@@ -85,6 +86,12 @@ TEST_F(ZosTest, OmapIdsWrapSkipIdsInUseAndEnumerate) {
     // The cursor stands after 13: a freed id comes back only after the rest.
     EXPECT_TRUE(Zos_OmapAllocId(map, &id) == ZOK && id == 14);
     EXPECT_TRUE(Zos_OmapAllocId(map, &id) == ZOK && id == 10);
+    EXPECT_EQ(Zos_OmapAdd(map, nullptr, &id), ZFAILED);
+    EXPECT_EQ(ktest::NotLogged("Omap",
+                               {"AllocId no free id", "FreeId id 11 not in use", "Map null object",
+                                "Map id 15 not in use", "Add null object", "Remove no object 13"},
+                               "."),
+              "");
     Zos_OmapDelete(map);
 }
 
