@@ -400,6 +400,8 @@ TEST_F(ZosTest, AbnfTokenManager) {
     uint32_t key = 0;
     Zos_HashKeyFromStrNoCase(2, reinterpret_cast<uintptr_t>("via"), 3, &key);
     EXPECT_EQ(Abnf_TknFindByKey(mgr, 2, key, "Via", 3), 20u);
+    EXPECT_EQ(Abnf_TknFindByKey(mgr, 2, key, nullptr, 3), ABNF_TKN_INVALID);
+    EXPECT_TRUE(ktest::LoggedContains("AbnfTknFindByKey invalid id."));
 
     // The token scan: key computed while scanning, prefix mixed in, the
     // unknown token a success with id 0xFFFFFFFE.

@@ -257,6 +257,7 @@ TEST_F(ZosTest, SegmentAndPageBuffers) {
     EXPECT_EQ(Zos_PbufSize(p), 12u + 8u);
     EXPECT_EQ(Zos_PbufFree(p, x), ZOK);
     EXPECT_EQ(Zos_PbufFree(p, x), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("PbufFree invalid memory."));
     EXPECT_EQ(Zos_PbufSize(p), 8u);
     (void)y;
     Zos_PbufDelete(p);  // y goes with it
