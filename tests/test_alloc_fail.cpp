@@ -476,6 +476,7 @@ bool LockReached() {
 // layer's threads nothing else draws from the heap or prints meanwhile.
 TEST_F(ZosQuietTest, ContainerCreatesFailCleanlyAtEveryAllocation) {
     const SyncCount sync;
+    g_silent.clear();
     for (const Make &make : kMakes) {
         EXPECT_GT(FailEachInTurn(make, FailAt, Hit, make.name), 0) << make.name;
     }
