@@ -368,6 +368,8 @@ TEST_F(EvntTest, TextFormatEveryConversion) {
     EXPECT_EQ(c, 44);
     EXPECT_EQ(Zos_EvntReadS(e, "%x", &sink), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("EvntReadSX unknown type 120."));
+    EXPECT_EQ(Zos_EvntReadS(e, nullptr), ZFAILED);
+    EXPECT_TRUE(ktest::LoggedContains("EvntReadSX null parameter."));
     Zos_EvntDelete(e);
 
     struct {

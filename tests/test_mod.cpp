@@ -282,6 +282,24 @@ TEST_F(ModHost, DeferredCallsRunAfterTheMessage) {
     EXPECT_EQ(Zos_ModLeaveEvnt(a, Deferred, 2, "left", 4), ZOK);
 }
 
+// A task whose init refuses does not start: its id and name go back,
+// and its exit callback is not called for a start that never was.
+TEST_F(ModHost, InitThatRefusesStartsNoTask) {
+    static std::string initName;
+    const PFN_ZOS_MOD_INIT refuse = [](const char *name, uint32_t) -> uint32_t {
+        initName = name;
+        return ZFAILED;
+    };
+    uint32_t id = 7;
+    EXPECT_EQ(Zos_ModTaskStart("REFUSER", 3, 0, 0, 1, refuse, OnExit, Record, &id), ZFAILED);
+    EXPECT_EQ(initName, "REFUSER");
+    EXPECT_EQ(id, ZOS_INVALID_ID);
+    EXPECT_TRUE(ktest::LoggedContains("module task<REFUSER> init failed."));
+    EXPECT_EQ(Zos_TaskGetTaskId("REFUSER"), ZOS_INVALID_ID);
+    EXPECT_TRUE(g_exits.empty());
+    EXPECT_NE(Start("REFUSER", 3, true), ZOS_INVALID_ID);  // the name is free again
+}
+
 TEST_F(ModHost, HostTasksStopAndStatistics) {
     const uint32_t a = Start("STOP_ME", 3, true);
     EXPECT_EQ(Zos_TaskIsSpawn(a), 0u);
