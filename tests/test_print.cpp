@@ -282,6 +282,7 @@ TEST_F(ZosTest, HexDumpAndPoolStatisticsMatchTheirGoldenText) {
     EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 3 + 6 + 1);
 
     ktest::ClearPrinted();
+    Zos_PrintFree(Zos_PrintAlloc(100));  // a bucket with free nodes
     EXPECT_EQ(Zos_PrintDbgShow(), ZOK);
     const std::string shown = ktest::Printed();
     const std::string masked =
@@ -300,4 +301,5 @@ TEST_F(ZosTest, HexDumpAndPoolStatisticsMatchTheirGoldenText) {
                  static_cast<uint32_t>(total - free), static_cast<uint32_t>(free));
     EXPECT_NE(shown.find(mem), std::string::npos);
     EXPECT_GT(total, 0u);  // the system log lives in the print pool
+    EXPECT_GT(free, 0u);
 }
