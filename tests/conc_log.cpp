@@ -129,6 +129,31 @@ TEST_F(ZosTest, ThreadsShareOneLogWithARotatingFile) {
     for (int t = 0; t < kThreads; ++t) EXPECT_EQ(next[t], kLines) << t;
 }
 
+// A log's file list added to by one thread while another lists the files
+// on disk again: both change the list, each under the log's mutex. The
+// added names are of files that do not exist, so dropping the oldest of
+// them removes nothing.
+TEST_F(ZosTest, FileListAddedToWhileListedAgain) {
+    const std::string dir = ktest::FreshDir("concfiles");
+    ASSERT_EQ(Zos_CfgSetLogFileCount(16), ZOK);
+    ZLOGID log =
+        Zos_LogCreateX("FILES", (dir + "/f.log").c_str(), ZOS_LOG_FLAG_MUTEX, ZOS_LOG_LEVEL_ALL, 0);
+    ASSERT_NE(log, nullptr);
+    std::thread adder([log, dir] {
+        for (uint32_t i = 0; i < 300; ++i) {
+            const ST_ZOS_SYS_TIME t{2026, 1, 1, 4, 0, 0, static_cast<uint8_t>(i % 60), i, 0};
+            const std::string name = dir + "/gone" + std::to_string(i) + ".log";
+            EXPECT_EQ(Zos_LogAppendFile(log, name.c_str(), &t), ZOK);
+        }
+    });
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(Zos_LogGetFileList(log, (dir + "/f.log").c_str()), ZOK);
+    }
+    adder.join();
+    EXPECT_EQ(Zos_LogDelete(log), ZOK);
+    EXPECT_EQ(ktest::FilesIn(dir).size(), 1u);  // the log's own file only
+}
+
 namespace {
 // Two watchers, each given its own user word: a watcher called with the
 // other's word saw a torn pair.
