@@ -154,7 +154,14 @@ TEST_F(ZosTest, AbnfConvertersAgainstModels) {
     EXPECT_EQ(Abnf_NStr2UiDigit("12a", 3, &v), ZFAILED);
     EXPECT_EQ(Abnf_NStr2UiDigit("12", 2, &v), ZOK);
     EXPECT_EQ(v, 12u);
-    EXPECT_EQ(Abnf_NStr2UiDigit(nullptr, 0, &v), ZFAILED);
+    // No text, or an empty one, is refused before a message is made: no
+    // warning of the message's own.
+    ASSERT_EQ(Zos_CfgSetLogLevel(ZOS_LOG_LEVEL_ALL), ZOK);
+    ktest::ClearLogged();
+    EXPECT_EQ(Abnf_NStr2UiDigit(nullptr, 0, &v) + Abnf_NStr2UiDigit(nullptr, 2, &v) +
+                  Abnf_NStr2UiDigit("12", 0, &v),
+              3 * ZFAILED);
+    EXPECT_TRUE(ktest::Logged().empty());
     EXPECT_EQ(Abnf_NStrIsIpv4(nullptr, 0), 0u);
     EXPECT_EQ(Abnf_NStrIsIpv6("", 0), 0u);
     for (int i = 0; i < 4000; i++) {
