@@ -198,6 +198,12 @@ TEST_F(ZosTest, AbnfStringScanFoldsAndSeparators) {
     on.msg.uiChrsetMask = 1;
     on.msg.ucFoldAllowed = 1;
     EXPECT_EQ(Str(&on.msg), folded);
+    // A fold that ends the text is taken whole.
+    AbnfDec last(5, "a\r\n ");
+    last.msg.pstChrset = sets.set;
+    last.msg.uiChrsetMask = 1;
+    last.msg.ucFoldAllowed = 1;
+    EXPECT_EQ(Str(&last.msg), "a\r\n ");
     AbnfDec off(5, folded);
     off.msg.pstChrset = sets.set;
     off.msg.uiChrsetMask = 1;
