@@ -243,16 +243,22 @@ TEST_F(ZosTest, ModuleManagerStartFailsCleanlyAtEveryAllocation) {
     Zos_TimerDestroy();
     Zos_LogTaskStop();
     Zos_ModDestroy();
-    int failed = 0;
+    int failed = 0, hubFailed = 0;
     bool done = false;
     for (int n = 1; n <= kMaxRounds && !done; ++n) {
         const ktest::CountThisThread only;
         const ktest::FailingHeap heap;
         g_live = 0;
+        ktest::ClearLogged();
         FailAt(n);
         const uint32_t ret = Zos_ModInit();
         done = !Hit();
         g_failAt = 0;
+        // A hub that cannot be made names itself only.
+        if (ktest::LoggedContains("ModEhInit allocate memory buffer.")) {
+            ++hubFailed;
+            EXPECT_FALSE(ktest::LoggedContains("ModInit create priority queue.")) << n;
+        }
         // A manager that answered success runs and hands out task records.
         const uint32_t id = Zos_ModGetTask("AFREC", 3);
         EXPECT_EQ(id != ZOS_INVALID_ID, ret == ZOK) << n;
@@ -267,6 +273,21 @@ TEST_F(ZosTest, ModuleManagerStartFailsCleanlyAtEveryAllocation) {
     }
     EXPECT_TRUE(done);
     EXPECT_GE(failed, 3);  // the table, the task map and the manager's queue at least
+    EXPECT_EQ(hubFailed, 1);
+    // A manager task that cannot be spawned: its queue goes with the
+    // failure, once, and the start names the spawn and then itself.
+    Zos_ModDestroy();
+    const ZOS_OSDEP_FUNC spawn = ktest::Slot(95);
+    ktest::Slot(95) = reinterpret_cast<ZOS_OSDEP_FUNC>(
+        +[](const char *, uint32_t, uint32_t, PFN_ZPAND_TASK_ENTRY, uintptr_t, uintptr_t *,
+            uintptr_t *) -> uint32_t { return ZFAILED; });
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_ModInit(), ZFAILED);
+    ktest::Slot(95) = spawn;
+    EXPECT_TRUE(ktest::LoggedContains("ModMgrStart spawn manager task."));
+    EXPECT_TRUE(ktest::LoggedContains("ModInit create priority queue."));
+    EXPECT_FALSE(ktest::LoggedContains("PQueueDelete invalid id."));
+    EXPECT_EQ(Zos_ModInit(), ZOK);
 }
 
 // A create with its first use and its delete: false when the create

@@ -639,8 +639,11 @@ KESTRO_API uint32_t Zos_ModInit(void) {
     }
     Zos_DlistCreate(&mgr->stTaskList, ZOS_LIST_NO_LIMIT);
     mgr->ucInit = 1;
-    if (Zos_ModEhInit() != ZOK || Zos_ModMgrStart() != ZOK) {
-        if (mgr->zQueue == nullptr) ZOS_LOG_ERR("ModInit create priority queue.");
+    // The hub names its own failure; the manager's start names its own and
+    // then this step's.
+    const bool hub = Zos_ModEhInit() == ZOK;
+    if (!hub || Zos_ModMgrStart() != ZOK) {
+        if (hub) ZOS_LOG_ERR("ModInit create priority queue.");
         Zos_ModDestroy();
         return ZFAILED;
     }
