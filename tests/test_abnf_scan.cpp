@@ -123,6 +123,12 @@ TEST_F(ZosTest, AbnfSaveRestoreMove) {
     EXPECT_EQ(Abnf_GetStr(&m.msg, &out), ZFAILED);
     EXPECT_TRUE(out.pcStr == nullptr && out.uiLen == 0);
     EXPECT_EQ(Abnf_MoveBufState(nullptr, 1), ZFAILED);
+    // Right back to the start of the text is within the bounds.
+    AbnfDec back(0, "0123");
+    Abnf_GetChr(&back.msg, &c);
+    Abnf_GetChr(&back.msg, &c);
+    ASSERT_EQ(Abnf_MoveBufState(&back.msg, -2), ZOK);
+    EXPECT_EQ(back.start(), 0u);
 }
 
 TEST_F(ZosTest, AbnfLineEndingsPerProtocol) {

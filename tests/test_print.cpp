@@ -166,6 +166,18 @@ TEST_F(ZosTest, AccumulatorFlushesBeforeItOverflows) {
     EXPECT_EQ(ktest::Printed(), std::string(511, 'h') + "xy!");
     EXPECT_EQ(len, 0u);
     EXPECT_EQ(Zos_PrintOutEnd(nullptr, buf, &len), ZFAILED);  // nothing to print
+    // The end prints what the length holds, whatever follows it in the
+    // buffer, and no more than the accumulator's size.
+    std::memcpy(buf, "abcdef", 7);
+    len = 3;
+    ktest::ClearPrinted();
+    EXPECT_EQ(Zos_PrintOutEnd(nullptr, buf, &len), ZOK);
+    EXPECT_EQ(ktest::Printed(), "abc");
+    std::memset(buf, 'w', sizeof(buf));
+    len = 600;
+    ktest::ClearPrinted();
+    EXPECT_EQ(Zos_PrintOutEnd(nullptr, buf, &len), ZOK);
+    EXPECT_EQ(ktest::Printed(), std::string(511, 'w'));
 
     // Empty pieces and missing arguments fail.
     EXPECT_EQ(Zos_PrintOutPutStr(nullptr, buf, &len, "kept"), ZOK);
