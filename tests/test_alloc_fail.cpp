@@ -454,8 +454,9 @@ std::vector<std::string> g_silent;
 
 // Runs a create round after round, the n-th failure armed by arm(n),
 // until a round reaches no armed failure. Each round that reached one must
-// fail and keep no block; the last must make its object. Answers how many
-// rounds failed.
+// fail and keep no block, and one that wrote neither a log line nor a
+// platform trace goes into g_silent; the last must make its object.
+// Answers how many rounds failed.
 int FailEachInTurn(const Make &make, void (*arm)(int), bool (*reached)(), const std::string &what) {
     for (int n = 1; n <= kMaxRounds; ++n) {
         const ktest::FailingHeap heap;
