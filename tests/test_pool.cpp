@@ -70,9 +70,13 @@ TEST_F(PoolTest, CreateRefusesIncompleteDescriptions) {
     EXPECT_EQ(Make({{32, 0, 0}}), nullptr);  // a bucket that can never hold a node
     EXPECT_EQ(Make({{32, 70000, 1}}), nullptr);
 
+    // A null pool: the calls refuse it, and the checks find nothing to check.
+    ktest::ClearLogged();
     EXPECT_EQ(Zos_PoolAlloc(nullptr, 8), nullptr);
     Zos_PoolFree(nullptr, &cfg);
     Zos_PoolDelete(nullptr);
+    EXPECT_EQ(Zos_PoolChkPool(nullptr) + Zos_PoolChkBkt(nullptr, 0), 0u);
+    for (const auto &line : ktest::Logged()) ADD_FAILURE() << line.msg;
 }
 
 TEST_F(PoolTest, NodesCarryHeaderMagicRedZoneAndFreeMarker) {
