@@ -495,8 +495,9 @@ TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
     ASSERT_TRUE(same());
     EXPECT_EQ(before, (V{4, 3, 2, 2, 1, 1}));
 
-    // Wild pointers, even ones dressed as nodes or large allocations, and
-    // addresses below a node header (their node address wraps round).
+    // Wild pointers, even ones dressed as nodes or large allocations,
+    // addresses below a node header (their node address wraps round), and
+    // the node place just past the block of a and b, its fifth.
     alignas(8) uint8_t fake[64] = {};
     const uint32_t nodeHeader[2] = {0, 0xAC1D2D3Du};
     std::memcpy(fake, nodeHeader, 8);
@@ -505,8 +506,8 @@ TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
     std::memcpy(fake + 16, largeHeader, 8);
     for (void *wild :
          {static_cast<void *>(fake + 8), static_cast<void *>(fake + 24), static_cast<void *>(a + 4),
-          static_cast<void *>(a - 8), reinterpret_cast<void *>(uintptr_t{8}),
-          reinterpret_cast<void *>(uintptr_t{1})}) {
+          static_cast<void *>(a - 8), static_cast<void *>(a + 4 * (b - a)),
+          reinterpret_cast<void *>(uintptr_t{8}), reinterpret_cast<void *>(uintptr_t{1})}) {
         Zos_PoolFree(pool_, wild);
         uint32_t size = 7;
         EXPECT_EQ(Zos_PoolGetSize(pool_, wild, &size), ZFAILED);
