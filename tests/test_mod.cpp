@@ -714,6 +714,12 @@ TEST_F(ZosTest, PerformCallsRealPrototypesWithEveryArgumentKind) {
                               size_t{11}, 255u, -300),
               ZOK);
     EXPECT_EQ(g_call, "mem,-9,10,11,255,-300");
+    // The narrow kinds pass their value cut to size, as the words show.
+    ASSERT_EQ(Zos_ModPerformX(t, WordsFn(std::make_index_sequence<4>()), "%hhu %hu %hhd %hd",
+                              0x1FFu, 0x1FFFFu, 0x180, 0x18000),
+              ZOK);
+    EXPECT_EQ(g_call, "255;65535;" + std::to_string(static_cast<uintptr_t>(-128)) + ";" +
+                          std::to_string(static_cast<uintptr_t>(-32768)) + ";");
     ASSERT_EQ(
         Zos_ModPerformX(t, Fn(Nine), "%u%u%u%u%u%u%u%u%u", 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u),
         ZOK);
