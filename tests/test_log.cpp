@@ -483,6 +483,8 @@ TEST_F(ZosTest, LogStepsOneByOne) {
     EXPECT_EQ(Zos_LogAddPrefix(mem, "", ZOS_LOG_LEVEL_WARN, nullptr, prefix, 5), 4u);
     EXPECT_EQ(Zos_LogAddPrefix(nullptr, "", 1, nullptr, prefix, sizeof(prefix)), 0u);
     EXPECT_EQ(Zos_LogDispBuff(mem, "cached\n", 7), ZOK);
+    EXPECT_EQ(Zos_LogDisp(mem, "shown\n", 6), ZOK);
+    EXPECT_EQ(Zos_LogDisp(mem, nullptr, 6) + Zos_LogDisp(nullptr, "x", 1), 2 * ZFAILED);
     EXPECT_EQ(Zos_LogDispFile(mem, "x", 1), ZFAILED) << "no file";
     EXPECT_EQ(Zos_LogAdjFile(mem), ZFAILED) << "no file";
     // Zos_LogPrint writes whatever the level mask says.
