@@ -790,6 +790,7 @@ TEST_F(ZosTest, InvokeWordLayoutAndLimits) {
     EXPECT_EQ(w[n - 1], static_cast<uintptr_t>(-1));  // sign-extended
     Zos_Free(w);
     EXPECT_EQ(Zos_ModStrToArray(ev, "%d %x", &n), nullptr);
+    EXPECT_EQ(n, 0u);  // no words
     EXPECT_TRUE(ktest::LoggedContains("ModStrToArray unknown type 120."));
     Zos_EvntDelete(ev);
 
