@@ -126,6 +126,9 @@ TEST(Pand, FilesAndDirectories) {
               7 * ZFAILED);
     EXPECT_EQ(Zpand_FileEof(0), 1u);
     EXPECT_EQ(Zpand_DirClose(0) + Zpand_DirRead(0, line, 4), 2 * ZFAILED);
+    uintptr_t d = 7;
+    EXPECT_EQ(Zpand_DirOpen(nullptr, &d) + Zpand_DirOpen(dir.c_str(), nullptr), 2 * ZFAILED);
+    EXPECT_EQ(d, 0u);
     EXPECT_EQ(Zpand_FileRemoveX(dir.c_str()), ZFAILED);  // not empty
     EXPECT_EQ(Zpand_FileRemove(file.c_str()), ZOK);
     EXPECT_EQ(Zpand_FileRemoveX(dir.c_str()), ZOK);
