@@ -497,7 +497,8 @@ TEST_F(PoolTest, BadPointersAreRefusedAndChangeNothing) {
 
     // Wild pointers, even ones dressed as nodes or large allocations,
     // addresses below a node header (their node address wraps round), and
-    // the node place just past the block of a and b, its fifth.
+    // a fifth node place of the four-node block that holds a and b, just
+    // past its end.
     alignas(8) uint8_t fake[64] = {};
     const uint32_t nodeHeader[2] = {0, 0xAC1D2D3Du};
     std::memcpy(fake, nodeHeader, 8);
