@@ -558,6 +558,7 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
     EXPECT_EQ(Zos_TaskGetTaskId("NO_ENTRY"), ZOS_INVALID_ID);
     EXPECT_TRUE(ktest::LoggedContains("task<OWN:" + std::to_string(own) + "> already exist."));
     EXPECT_EQ(Zos_ModTaskStop(own), ZOK);
+    EXPECT_TRUE(ktest::LoggedContains("task<OWN:" + std::to_string(own) + "> module state is 2."));
     EXPECT_TRUE(ktest::LoggedContains("ModTaskEntry set task OWN delete."));
     EXPECT_EQ(g_exits, std::vector<std::string>{"OWN"});
     EXPECT_EQ(Zos_TaskGetState(own), 0u);
