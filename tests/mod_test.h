@@ -54,22 +54,16 @@ inline std::atomic<uint32_t> HostLoop::drives{0};
 
 // Starts the layer in host-driven mode (the module manager's shared queue
 // is drained by Zos_ModDriveMsg calls, no MOD_MGR task).
-class HostModTest : public ::testing::Test {
+class HostModTest : public ZosTest {
   protected:
     void SetUp() override {
-        ClearPrinted();
-        ClearLogged();
-        ASSERT_EQ(Zos_CfgSetPrintDisp(PrintHook), ZOK);
-        UseTestLogDir();
         Zos_CfgSetModDrvMode(0);
         Zos_CfgSetQueueSize(4096);
-        ASSERT_EQ(Zos_SysInit(), ZOK);
-        WatchSystemLog();
+        ZosTest::SetUp();
     }
     void TearDown() override {
         Zpand_ModSetPostDrv(nullptr);
-        Zos_SysDestroy();
-        EXPECT_EQ(Zos_OsenvLocate(), nullptr);
+        ZosTest::TearDown();
     }
 };
 
