@@ -161,6 +161,8 @@ TEST_F(ZosTest, MsgDeletedIsRefused) {
     EXPECT_EQ(Zos_MsgGetType(m), 0u);
     EXPECT_EQ(Zos_MsgGetObject(m), 0u);
     EXPECT_EQ(Zos_MsgGetEvntId(m), nullptr);
+    EXPECT_EQ(Zos_MsgGetData(m), nullptr);
+    EXPECT_EQ(Zos_MsgGetDataLen(m), 0u);
     EXPECT_EQ(Zos_MsgSetData(m, "x", 1), ZFAILED);
     EXPECT_EQ(Zos_MsgSend(m) + Zos_MsgSendP(m, 1), 2 * ZFAILED);
     Zos_MsgDelete(m);
@@ -169,11 +171,11 @@ TEST_F(ZosTest, MsgDeletedIsRefused) {
     for (const char *text :
          {"MsgGetSendTaskId invalid magic.", "MsgGetRecvTaskId invalid magic.",
           "MsgGetType invalid magic.", "MsgGetObject invalid magic.", "MsgGetEvntId invalid magic.",
-          "MsgSetData invalid magic.", "MsgGetMemBuf invalid magic.", "MsgSend invalid magic.",
-          "MsgDelete invalid magic."}) {
+          "MsgGetData invalid magic.", "MsgGetDataLen invalid magic.", "MsgSetData invalid magic.",
+          "MsgGetMemBuf invalid magic.", "MsgSend invalid magic.", "MsgDelete invalid magic."}) {
         EXPECT_TRUE(ktest::LoggedContains(text)) << text;
     }
-    EXPECT_EQ(ktest::Logged().size(), 12u);  // each refused send: its check's line and its own
+    EXPECT_EQ(ktest::Logged().size(), 14u);  // each refused send: its check's line and its own
 }
 
 // Every allocation of the constructors fails in turn: null, the right
