@@ -76,7 +76,7 @@ TEST_F(PoolTest, CreateRefusesIncompleteDescriptions) {
     Zos_PoolFree(nullptr, &cfg);
     Zos_PoolDelete(nullptr);
     EXPECT_EQ(Zos_PoolChkPool(nullptr) + Zos_PoolChkBkt(nullptr, 0), 0u);
-    for (const auto &line : ktest::Logged()) ADD_FAILURE() << line.msg;
+    EXPECT_TRUE(ktest::Logged().empty());
 }
 
 TEST_F(PoolTest, NodesCarryHeaderMagicRedZoneAndFreeMarker) {
