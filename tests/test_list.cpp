@@ -114,7 +114,7 @@ TEST_F(ZosTest, SlistInsertDequeueRemoveAndFind) {
 
     // Middle node: unlinked, its own next still points at its successor.
     EXPECT_EQ(Zos_SlistRemove(&list, &r[1]), ZOK);
-    EXPECT_TRUE(r[1].pstNext == &r[2] && r[0].pstNext == &r[2]);
+    EXPECT_TRUE(r[1].pstNext == &r[2] && r[0].pstNext == &r[2] && list.pstTail == &r[3]);
     EXPECT_EQ(Zos_SlistRemove(&list, &r[1]), ZFAILED);  // no longer there
     EXPECT_EQ(Zos_SlistRemove(&list, &r[3]), ZOK);      // tail: predecessor takes over
     EXPECT_TRUE(list.pstTail == &r[2] && list.uiCount == 2);
