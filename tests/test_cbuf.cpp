@@ -223,15 +223,17 @@ TEST_F(ZosTest, ArenaPageSizeFollowsTheHint) {
         uint32_t page;
     } cases[] = {{0, 32}, {1, 32}, {32, 32}, {33, 64}, {100, 128}, {2000, 1024}, {5000, 4096}};
     for (const auto &tc : cases) {
+        // Each brick of 4 bytes takes 4 + its header word (a pointer); the
+        // bricks of one page follow each other, the next page starts apart.
+        const uint32_t stride = 4 < sizeof(void *) ? 2 * sizeof(void *) : 8;
         ZCBUF c = Zos_CbufCreate(tc.hint);
-        auto *first = static_cast<uint8_t *>(Zos_CbufAlloc(c, 4));
+        auto *prev = static_cast<uint8_t *>(Zos_CbufAlloc(c, 4));
         uint32_t fitted = 1;
         for (;; ++fitted) {
             auto *p = static_cast<uint8_t *>(Zos_CbufAlloc(c, 4));
-            if (p < first || p >= first + tc.page) break;
+            if (p != prev + stride) break;
+            prev = p;
         }
-        // Each brick of 4 bytes takes 4 + its header word (a pointer).
-        const uint32_t stride = 4 < sizeof(void *) ? 2 * sizeof(void *) : 8;
         EXPECT_EQ(fitted, tc.page / stride) << "hint " << tc.hint;
         Zos_CbufDelete(c);
     }
