@@ -177,14 +177,20 @@ std::string Store(uint8_t s[4][4]) {
 
 TEST(Zaka, Fips197RoundSteps) {
     uint8_t s[4][4];
-    Load("00102030405060708090a0b0c0d0e0f0", s);
+    Zaka_RjdlKeySchedule(Hex("000102030405060708090a0b0c0d0e0f").data());
+    // Round 0 adds the cipher key itself; round 10 the last round key.
+    Load("00000000000000000000000000000000", s);
+    Zaka_KeyAdd(s, m_aaaucZakaRK, 10);
+    EXPECT_EQ(Store(s), "13111d7fe3944a17f307a78b4d2b30c5");
+    Load("00112233445566778899aabbccddeeff", s);
+    Zaka_KeyAdd(s, m_aaaucZakaRK, 0);
+    EXPECT_EQ(Store(s), "00102030405060708090a0b0c0d0e0f0");
     Zaka_ByteSub(s);
     EXPECT_EQ(Store(s), "63cab7040953d051cd60e0e7ba70e18c");
     Zaka_ShiftRow(s);
     EXPECT_EQ(Store(s), "6353e08c0960e104cd70b751bacad0e7");
     Zaka_MixColumn(s);
     EXPECT_EQ(Store(s), "5f72641557f5bc92f7be3b291db9f91a");
-    Zaka_RjdlKeySchedule(Hex("000102030405060708090a0b0c0d0e0f").data());
     Zaka_KeyAdd(s, m_aaaucZakaRK, 1);
     EXPECT_EQ(Store(s), "89d810e8855ace682d1843d8cb128fe4");
     Zaka_KeyAdd(s, m_aaaucZakaRK, 11);  // out of range: ignored
