@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -79,6 +80,13 @@ TEST_F(Zuuid, TextLayoutVersionVariantAndNode) {
         EXPECT_TRUE(std::strchr("89ab", u[19]) != nullptr) << u;
         EXPECT_EQ(std::stoi(u.substr(24, 2), nullptr, 16) & 1, 1) << "multicast bit: " << u;
     }
+    // The clock sequence is the C library generator's next value; only the
+    // first UUID of the process seeds it, so a seed set since then holds.
+    std::srand(7);
+    const int r = std::rand();
+    std::srand(7);
+    const std::string seq = std::string(Zuuid_Uuid()).substr(19, 4);
+    EXPECT_EQ(std::stoi(seq, nullptr, 16), ((r >> 8 & 0x3F) | 0x80) << 8 | (r & 0xFF)) << seq;
     // The time base is 1970 in 100 ns units: now, not now + 1582 offset.
     ST_ZOS_EPOCH_TIME now{};
     ASSERT_EQ(Zos_GetEpochTime(&now), ZOK);
