@@ -207,6 +207,11 @@ TEST(Pand, LooperReportsWakesTimeoutsCallbacksAndBareDescriptors) {
         EXPECT_EQ(tag, 2);
         EXPECT_EQ(ALooper_removeFd(l, p[0]), 0);
         EXPECT_EQ(ALooper_removeFd(nullptr, p[0]), -1);
+        // Once removed, the descriptor can be added afresh; still ready, it
+        // comes back under its new identifier.
+        EXPECT_EQ(ALooper_addFd(l, p[0], 8, ALOOPER_EVENT_INPUT, nullptr, nullptr), 1);
+        EXPECT_EQ(ALooper_pollOnce(0, nullptr, nullptr, nullptr), 8);
+        EXPECT_EQ(ALooper_removeFd(l, p[0]), 1);
         close(p[0]);
         close(p[1]);
         // More descriptors than the looper's first table holds: each comes
