@@ -160,6 +160,12 @@ TEST_F(ZosTest, AbnfLineEndingsPerProtocol) {
     EXPECT_EQ(Abnf_ProcEol(&end.msg, &eol), ZOK);
     EXPECT_EQ(eol, 1u);
     EXPECT_EQ(end.msg.ucPendEol, 2);
+    // The ending stays pending when the cursor is reset: none of the text is
+    // left to scan.
+    ST_ZOS_SSTR rest{};
+    ASSERT_EQ(Abnf_ResetBufState(&end.msg), ZOK);
+    EXPECT_EQ(Abnf_GetScanningStr(&end.msg, &rest), ZOK);
+    EXPECT_TRUE(rest.pcStr == nullptr && rest.uiLen == 0) << S(rest);
     AbnfDec lf(5, "\n");
     EXPECT_EQ(Abnf_ProcEol(&lf.msg, &eol), ZFAILED);
 
