@@ -920,6 +920,8 @@ TEST_F(ZosTest, PublishReachesThreeSubscribersOnThreeTasks) {
     EXPECT_EQ(Zos_ModEhDeleteEntry(direct), ZOK);
     EXPECT_EQ(Zos_ModEhFindEntry("direct"), nullptr);
     EXPECT_EQ(Zos_ModEhDeleteEntry(nullptr), ZFAILED);
+    EXPECT_EQ(Zos_ModEhCreateEntry(nullptr), nullptr);
+    EXPECT_EQ(Zos_ModEhFindEntry(nullptr), nullptr);
     // Subscriptions still held at shut-down are released with the hub.
     EXPECT_EQ(Zos_ModSubEvnt("left.over", t1, Fn(OnPub), 1), ZOK);
 }
