@@ -166,6 +166,12 @@ TEST_F(ZosTest, AbnfLineEndingsPerProtocol) {
     ASSERT_EQ(Abnf_ResetBufState(&end.msg), ZOK);
     EXPECT_EQ(Abnf_GetScanningStr(&end.msg, &rest), ZOK);
     EXPECT_TRUE(rest.pcStr == nullptr && rest.uiLen == 0) << S(rest);
+    // An ending that ExpectEol meets itself is committed, and the byte behind
+    // it becomes the stop character.
+    AbnfDec met(5, "\r\nx");
+    EXPECT_EQ(Abnf_ExpectEol(&met.msg), ZOK);
+    EXPECT_EQ(met.start(), 2u);
+    EXPECT_EQ(met.msg.ucStopChr, 'x');
     AbnfDec lf(5, "\n");
     EXPECT_EQ(Abnf_ProcEol(&lf.msg, &eol), ZFAILED);
 
