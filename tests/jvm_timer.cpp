@@ -377,5 +377,16 @@ TEST_F(JvmTimer, WhatJavaThrowsOnStartAndStopIsCleared) {
     env->ExceptionClear();
     EXPECT_EQ(env->CallStaticIntMethod(throwing, calls), before + 2);
     env->DeleteLocalRef(throwing);
+    // Bound to a class with neither method, the binding's failed look-ups
+    // leave nothing pending, and the bridge calls answer without Java.
+    jclass bare = kjvm::FindAppClass(env, "com/quelmar/nubo/kestro/test/KestroTestLoader");
+    ASSERT_NE(bare, nullptr);
+    Java_com_quelmar_kestro_ZpandTimer_doInit(env, bare);
+    EXPECT_FALSE(env->ExceptionCheck());
+    env->ExceptionClear();
+    EXPECT_EQ(Zpand_TimerStart(10, OnExpiry), ZOK);
+    EXPECT_EQ(Zpand_TimerStop(), ZOK);
+    EXPECT_FALSE(env->ExceptionCheck());
+    env->DeleteLocalRef(bare);
     JavaInit();  // the real class again, for the tear-down
 }
