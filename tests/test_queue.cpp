@@ -268,6 +268,10 @@ TEST_F(ZosTest, PQueueServesLevelsInOrder) {
                   {"Add", "Poll", "Rmv", "Delete", "GetCount", "Find", "GetBusyCount", "FindIf"},
                   " invalid id."),
               "");
+    // Deleting no queue at all is refused without a line.
+    ktest::ClearLogged();
+    EXPECT_EQ(Zos_PQueueDelete(nullptr) + Zos_QueueDelete(nullptr), 2 * ZFAILED);
+    EXPECT_TRUE(ktest::Logged().empty());
 }
 
 TEST_F(ZosTest, PQueueRemoveRescanSkipsTheHighestLevel) {
