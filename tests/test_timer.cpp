@@ -565,6 +565,21 @@ TEST_F(TimerTest, OsManagerArmsForTheSoonestExpiryOnly) {
     SetTick(10260);
     Zos_TimerModDriven(0);
     EXPECT_TRUE(TakeArms().empty()) << "nothing runs and nothing is armed any more";
+    // The running count's own calls: raised from nothing it arms for an hour
+    // (nothing is queued); a check once it is back at nothing, or cleared,
+    // stops the platform timer.
+    void *os = Zos_EnvLocateOsTmrMgr();
+    ASSERT_EQ(Zos_TimerRealNumInc(os), ZOK);
+    EXPECT_EQ(TakeArms(), (std::vector<std::string>{"start 3600000"}));
+    ASSERT_EQ(Zos_TimerRealNumDec(os, 5), ZOK);  // stops at nothing
+    ASSERT_EQ(Zos_TimerRealNumChk(os), ZOK);
+    EXPECT_EQ(TakeArms(), (std::vector<std::string>{"stop"}));
+    ASSERT_EQ(Zos_TimerRealNumInc(os) + Zos_TimerRealNumInc(os) + Zos_TimerRealNumClr(os), ZOK);
+    ASSERT_EQ(Zos_TimerRealNumChk(os), ZOK);
+    EXPECT_EQ(TakeArms(), (std::vector<std::string>{"start 3600000", "stop"}));
+    EXPECT_EQ(Zos_TimerRealNumInc(nullptr) + Zos_TimerRealNumDec(nullptr, 1) +
+                  Zos_TimerRealNumChk(nullptr) + Zos_TimerRealNumClr(nullptr),
+              4 * ZFAILED);
     Zpand_TimerSetStart(nullptr);
     Zpand_TimerSetStop(nullptr);
 }
