@@ -4,6 +4,7 @@
 // host that never loads it from Java).
 #include <arpa/inet.h>
 #include <pthread.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -406,7 +407,12 @@ TEST(Pand, ByteOrderAndDescriptorSets) {
     EXPECT_EQ(Zpand_InetNtohs(Zpand_InetHtons(0xABCD)), 0xABCD);
     uintptr_t set = 0;
     ASSERT_EQ(Zpand_InetFdCreate(&set), ZOK);
-    EXPECT_EQ(Zpand_InetFdSet(-1, set), ZFAILED);
+    // Descriptors outside the set's range, and no set, are refused by each.
+    for (int32_t bad : {-1, static_cast<int32_t>(FD_SETSIZE)}) {
+        EXPECT_EQ(Zpand_InetFdSet(bad, set) + Zpand_InetFdClr(bad, set), 2 * ZFAILED) << bad;
+        EXPECT_EQ(Zpand_InetFdIsset(bad, set), 0u) << bad;
+    }
+    EXPECT_EQ(Zpand_InetFdSet(3, 0) + Zpand_InetFdClr(3, 0) + Zpand_InetFdIsset(3, 0), 2 * ZFAILED);
     EXPECT_EQ(Zpand_InetFdDelete(set), ZOK);
 }
 
