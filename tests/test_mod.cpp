@@ -278,6 +278,11 @@ TEST_F(ModHost, DeferredCallsRunAfterTheMessage) {
     EXPECT_EQ(SeenNow(), (std::vector<std::string>{"LEAVER:1", "deferred:9:abc"}));
     EXPECT_EQ(Zos_ModLeaveEvnt(a, nullptr, 0, nullptr, 0), ZFAILED);
     EXPECT_EQ(Zos_ModLeaveEvnt(a, Deferred, 1, nullptr, 5), ZFAILED);
+    // A call left for no task goes to the manager's list and runs when
+    // events are driven.
+    EXPECT_EQ(Zos_ModLeaveEvnt(ZOS_INVALID_ID, Deferred, 3, "x", 1), ZOK);
+    EXPECT_EQ(Zos_ModDriveEvnt(), ZOK);
+    EXPECT_EQ(SeenNow(), (std::vector<std::string>{"LEAVER:1", "deferred:9:abc", "deferred:3:x"}));
     // Queued calls not yet run go with the manager at shut-down.
     EXPECT_EQ(Zos_ModLeaveEvnt(a, Deferred, 2, "left", 4), ZOK);
 }
