@@ -88,7 +88,7 @@ KESTRO_API uint32_t Zfile_DirRemove(const char *pcPath);
  * either Zfile_SaveCommit (flush, close, rename; on any failure the
  * temporary file is removed and the target left as it was) or
  * Zfile_SaveAbort (close and remove the temporary file). Paths of
- * ZFILE_PATH_MAX - 5 characters or more are refused.
+ * more than ZFILE_PATH_MAX - 5 characters are refused.
  */
 KESTRO_API uint32_t Zfile_SaveBegin(const char *pcPath, ZFILE *pzFile);
 KESTRO_API uint32_t Zfile_SaveCommit(const char *pcPath, ZFILE zFile);

@@ -252,4 +252,13 @@ TEST_F(ZosTest, SafeSaveKeepsTheOldFileWhenAnyStepFails) {
                                "."),
               "");
     EXPECT_EQ(Load(path), "a=1\nb=2\n");
+
+    // The longest path taken is ZFILE_PATH_MAX - 5 characters: its temporary
+    // name fills the buffer. "./" steps make a real path that long.
+    std::string longest = dir + "/";
+    while (ZFILE_PATH_MAX - 5 - longest.size() > 100) longest += "./";
+    longest.append(ZFILE_PATH_MAX - 5 - longest.size(), 'l');
+    EXPECT_EQ(Zfile_SaveSafe(longest.c_str(), "x", 1), ZOK);
+    EXPECT_EQ(Load(longest), "x");
+    EXPECT_EQ(Zfile_SaveSafe((longest + "l").c_str(), "x", 1), ZFAILED);
 }
