@@ -393,6 +393,8 @@ TEST_F(InetTest, LocalAddress) {
         uint8_t bytes[16];
         EXPECT_TRUE(Zos_InetPton6(ip, bytes) == ZOK || inet_pton(AF_INET, ip, bytes) == 1) << ip;
         EXPECT_STRNE(ip, "127.0.0.1");
+        EXPECT_TRUE(std::strcmp(ip, "0.0.0.0") != 0 && std::strcmp(ip, "::") != 0)
+            << "an interface that is up has an address of its own";
     } else {
         EXPECT_STREQ(ip, "");
     }
