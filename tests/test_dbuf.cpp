@@ -262,6 +262,11 @@ TEST_F(DbufTest, RemoveAdjustAndNewLength) {
     EXPECT_EQ(ktest::DbufText(b), d.substr(110, 100));
     EXPECT_EQ(Zos_DbufNewLen(b, 1000), ZFAILED);
     EXPECT_TRUE(ktest::LoggedContains("DbufNewLen invalid length."));
+    // Growing by the block's whole capacity is past its room, as its data
+    // already takes some of it.
+    ASSERT_EQ(Blocks(b), std::vector<uint32_t>{100});
+    EXPECT_EQ(Zos_DbufNewLen(b, 100 + Zos_DbufSize(b)), ZFAILED);
+    EXPECT_EQ(Zos_DbufLen(b), 100u);
     EXPECT_EQ(Zos_DbufAdjD(b, -100), ZOK);  // the full length: empty, still valid
     EXPECT_EQ(Zos_DbufLen(b), 0u);
     EXPECT_EQ(Zos_DbufPstAddStrD(b, "again"), ZOK);
