@@ -85,7 +85,9 @@ TEST_F(Zuuid, TextLayoutVersionVariantAndNode) {
     std::srand(7);
     const int r = std::rand();
     std::srand(7);
-    const std::string seq = std::string(Zuuid_Uuid()).substr(19, 4);
+    const char *seeded = Zuuid_Uuid();
+    ASSERT_NE(seeded, nullptr);
+    const std::string seq = std::string(seeded).substr(19, 4);
     EXPECT_EQ(std::stoi(seq, nullptr, 16), ((r >> 8 & 0x3F) | 0x80) << 8 | (r & 0xFF)) << seq;
     // The time base is 1970 in 100 ns units: now, not now + 1582 offset.
     ST_ZOS_EPOCH_TIME now{};
