@@ -574,7 +574,10 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
             << l.msg;
     }
     EXPECT_TRUE(ktest::LoggedContains(tag + " module stop ok."));
-    EXPECT_TRUE(ktest::LoggedContains("ModTaskEntry set task OWN delete."));
+    // The loop writes its line after it marks the task deleted, which is
+    // what the stop waits for.
+    EXPECT_TRUE(
+        Eventually([] { return ktest::LoggedContains("ModTaskEntry set task OWN delete."); }));
     EXPECT_EQ(g_exits, std::vector<std::string>{"OWN"});
     EXPECT_EQ(Zos_TaskGetState(own), 0u);
     EXPECT_EQ(Zos_MsgSendX(own, own, 1, 0, nullptr, 0), ZFAILED);
