@@ -14,7 +14,6 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 constexpr uint32_t kFirstType = 0x4A00;
 
 struct Handled {
@@ -65,15 +64,48 @@ uint32_t InstalledDrive() {
     return ZOK;
 }
 
-// Waits until no drive has come for a while, so none runs into shut-down.
+// Runs an empty job on ZpandMod's worker and waits for it, so that every
+// drive asked for before it has run; false when Java refused.
+bool FenceWorker() {
+    JNIEnv *env = kjvm::Env();
+    if (env->PushLocalFrame(8) != JNI_OK) return false;
+    bool ok = false;
+    jclass mod = kjvm::FindAppClass(env, "com/quelmar/nubo/kestro/ZpandMod");
+    jclass exec = kjvm::FindAppClass(env, "java/util/concurrent/ExecutorService");
+    jclass future = kjvm::FindAppClass(env, "java/util/concurrent/Future");
+    jclass thread = kjvm::FindAppClass(env, "java/lang/Thread");
+    if (mod != nullptr && exec != nullptr && future != nullptr && thread != nullptr) {
+        jfieldID worker =
+            env->GetStaticFieldID(mod, "WORKER", "Ljava/util/concurrent/ExecutorService;");
+        jmethodID submit =
+            env->GetMethodID(exec, "submit", "(Ljava/lang/Runnable;)Ljava/util/concurrent/Future;");
+        jmethodID get = env->GetMethodID(future, "get", "()Ljava/lang/Object;");
+        jmethodID make = env->GetMethodID(thread, "<init>", "()V");
+        if (worker != nullptr && submit != nullptr && get != nullptr && make != nullptr) {
+            // An unstarted thread is a runnable that does nothing.
+            jobject job = env->NewObject(thread, make);
+            jobject pool = env->GetStaticObjectField(mod, worker);
+            jobject done = env->CallObjectMethod(pool, submit, job);
+            if (!env->ExceptionCheck()) env->CallObjectMethod(done, get);
+            ok = !env->ExceptionCheck();
+        }
+    }
+    env->ExceptionClear();
+    env->PopLocalFrame(nullptr);
+    return ok;
+}
+
+// Waits until the worker has no drive left to run, so that none runs into
+// shut-down or into the next test: two fences in a row with no drive
+// between them (a drive that finds messages left asks for another).
 void WaitDrivesSettle() {
-    int last = -1;
-    const auto end = Clock::now() + std::chrono::seconds(5);
-    while (Clock::now() < end) {
-        const int now = g_drives.load();
-        if (now == last) return;
-        last = now;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int quiet = 0, rounds = 0; quiet < 2 && rounds < 100; ++rounds) {
+        const int before = g_drives.load();
+        if (!FenceWorker()) {
+            ADD_FAILURE() << "the worker took no fence";
+            return;
+        }
+        quiet = g_drives.load() == before ? quiet + 1 : 0;
     }
 }
 
