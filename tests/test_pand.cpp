@@ -62,9 +62,16 @@ void ProbeEntry(uintptr_t arg) {
 
 TEST(Pand, DelayKeepsItsSchedulingAllowance) {
     EXPECT_GE(MsToRun(10), 10);
-    const long long hundred = MsToRun(100);
-    EXPECT_GE(hundred, 85);
-    EXPECT_LT(hundred, 100);  // 15 ms less than asked for
+    // Every run sleeps at least 85 ms; the shortest of a few must come in
+    // under 100 ms (15 ms less than asked for), so that one late wake-up on
+    // a busy machine does not count.
+    long long shortest = 0;
+    for (int i = 0; i < 5; ++i) {
+        const long long hundred = MsToRun(100);
+        EXPECT_GE(hundred, 85);
+        if (i == 0 || hundred < shortest) shortest = hundred;
+    }
+    EXPECT_LT(shortest, 100);
 }
 
 TEST(Pand, PriorityLevelsMapOntoThePolicyRange) {
