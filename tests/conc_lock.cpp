@@ -1,11 +1,32 @@
 // Several threads on one recursive mutex and one semaphore, and a mutex
 // deleted while in use.
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
+#include <fstream>
+#include <sstream>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "zos_test.h"
+
+namespace {
+
+// Whether the kernel has thread `tid` of this process asleep (state S in
+// its stat line, after the name in brackets).
+bool Sleeping(long tid) {
+    std::ifstream in("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::stringstream text;
+    text << in.rdbuf();
+    const std::string line = text.str();
+    const size_t name = line.rfind(')');
+    return name != std::string::npos && name + 2 < line.size() && line[name + 2] == 'S';
+}
+
+}  // namespace
 
 TEST_F(ZosTest, MutexSerialisesIncrementsAcrossThreads) {
     ZMUTEX m = 0;
@@ -56,17 +77,21 @@ TEST_F(ZosTest, MutexDeletedWhileHeldLastsUntilItsLastUserLetsGo) {
     ASSERT_EQ(Zos_MutexLock(&mine), ZOK);
     ASSERT_EQ(Zos_MutexLock(&mine), ZOK);
     // Static, so that a waiter left behind by a failure outlives the test.
-    static std::atomic<bool> in, got;
-    in = got = false;
+    static std::atomic<bool> got;
+    static std::atomic<long> tid;
+    got = false;
+    tid = 0;
     std::thread waiter([copy = m] {
         ZMUTEX h = copy;
-        in = true;
+        tid = syscall(SYS_gettid);
         EXPECT_EQ(Zos_MutexLock(&h), ZOK);
         got = true;
         EXPECT_EQ(Zos_MutexUnlock(&h), ZOK);
     });
-    while (!in) std::this_thread::yield();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // now blocked in the lock
+    // The delete must come while the waiter is asleep in the lock, holding
+    // its use of the mutex; nothing else puts it to sleep on the way there.
+    EXPECT_TRUE(ktest::Eventually([] { return tid != 0 && Sleeping(tid); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_EQ(Zos_MutexDelete(&m), ZOK);
     EXPECT_EQ(m, 0u);
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

@@ -82,7 +82,16 @@ TEST_F(TimerConc, StopAndDeleteRaceFiring) {
     for (auto &th : threads) th.join();
     EXPECT_EQ(failures.load(), 0u);
     // Every timer is deleted: at most a firing already under way finishes.
-    std::this_thread::sleep_for(50ms);
+    // The timer task runs its callbacks one after another, so once a timer
+    // started now has fired, any such firing has ended.
+    static std::atomic<bool> marked;
+    marked = false;
+    uint32_t mark = 0;
+    ASSERT_EQ(Zos_TimerCreate(ZOS_INVALID_ID, 0, &mark), ZOK);
+    ASSERT_EQ(Zos_TimerStart(mark, 0, 10, 0, [](uint32_t, uint32_t, uintptr_t) { marked = true; }),
+              ZOK);
+    ASSERT_TRUE(ktest::Eventually([] { return marked.load(); }));
+    Zos_TimerDelete(mark);
     const uint32_t settled = TotalFirings();
     std::this_thread::sleep_for(150ms);
     EXPECT_EQ(TotalFirings(), settled) << "a deleted timer fired";
