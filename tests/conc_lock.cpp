@@ -53,13 +53,22 @@ TEST_F(ZosTest, SemaphoreHandsEveryPostToExactlyOneWaiter) {
     ZSEM sem = 0;
     ASSERT_EQ(Zos_SemCreateOne(&sem), ZOK);
     std::atomic<int> taken{0};
+    std::atomic<bool> done{false};
     std::vector<std::thread> waiters;
+    // The waiters keep waiting, in short timed waits, until told to leave:
+    // a poster held up on a busy machine must not send them away early.
     for (int t = 0; t < 3; ++t) {
         waiters.emplace_back([&] {
-            while (Zos_SemWait(&sem, 2000) == ZOK) ++taken;
+            while (!done) {
+                if (Zos_SemWait(&sem, 50) == ZOK) ++taken;
+            }
         });
     }
     for (int i = 0; i < 3000; ++i) Zos_SemPost(&sem);
+    EXPECT_TRUE(ktest::Eventually([&] { return taken == 3000; }, std::chrono::seconds(30)));
+    // A little longer, so that a post handed out twice would show.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    done = true;
     for (auto &t : waiters) t.join();
     EXPECT_EQ(taken, 3000);
     EXPECT_EQ(Zos_SemWait(&sem, 0), ZFAILED);

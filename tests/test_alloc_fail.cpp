@@ -108,7 +108,7 @@ TEST_F(ZosTest, LastPauseOrResumeRequestWins) {
         EXPECT_EQ(Zos_ModTaskPause(id, resume), ZOK);
     g_hold = false;
     ASSERT_EQ(Zos_MsgSendX(id, id, 2, 0, "y", 1), ZOK);
-    EXPECT_TRUE(ktest::Eventually([] { return g_handled == 2; }, std::chrono::milliseconds(2000)))
+    EXPECT_TRUE(ktest::Eventually([] { return g_handled == 2; }, std::chrono::seconds(10)))
         << g_handled;
     EXPECT_EQ(Zos_ModTaskStop(id), ZOK);
 }

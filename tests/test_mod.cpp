@@ -365,7 +365,7 @@ TEST_F(ModHost, SynchronousPerformQueuedAtStopLetsItsPosterGo) {
     EXPECT_FALSE(returned.load());
     EXPECT_EQ(Zos_ModTaskStop(task), ZOK);
     Zos_ModDriveMsg();  // drops the perform of the stopped task
-    const bool letGo = Eventually([&] { return returned.load(); }, std::chrono::milliseconds(3000));
+    const bool letGo = Eventually([&] { return returned.load(); }, std::chrono::seconds(10));
     EXPECT_TRUE(letGo);
     if (letGo) {
         poster.join();
@@ -711,8 +711,7 @@ TEST_F(ZosTest, FullModuleTableRefusesWithItsLine) {
             ASSERT_NE(id, ZOS_INVALID_ID);
             ASSERT_EQ(Zos_ModPutTask(id), ZOK);
         }
-        EXPECT_TRUE(
-            ktest::Eventually([] { return ktest::g_live == 0; }, std::chrono::milliseconds(2000)))
+        EXPECT_TRUE(ktest::Eventually([] { return ktest::g_live == 0; }, std::chrono::seconds(10)))
             << ktest::g_live;
     }
 }
@@ -968,8 +967,7 @@ TEST_F(ZosTest, EventHubTakenDownEarlyRefusesQuietly) {
             EXPECT_GT(ktest::g_live, 0);
             Zos_ModEhDestroy();
         }
-        EXPECT_TRUE(
-            ktest::Eventually([] { return ktest::g_live == 0; }, std::chrono::milliseconds(2000)))
+        EXPECT_TRUE(ktest::Eventually([] { return ktest::g_live == 0; }, std::chrono::seconds(10)))
             << ktest::g_live;
     }
     ktest::ClearLogged();

@@ -274,7 +274,7 @@ TEST(Pand, LooperWaitsThroughSignalsAndNotForAStaleInterruption) {
     };
     const auto finish = [](std::thread &t, const std::shared_ptr<Poll> &p) {
         const bool ended =
-            ktest::Eventually([&p] { return p->result != 99; }, std::chrono::milliseconds(2000));
+            ktest::Eventually([&p] { return p->result != 99; }, std::chrono::seconds(10));
         p->leave = true;
         if (ended) {
             t.join();
