@@ -42,8 +42,33 @@ TEST_F(Cfg, GettersBeforeStartCreateTheRecordWithDefaults) {
     EXPECT_STREQ(pmem->pcName, "zos power memory");
     EXPECT_EQ(pmem->pfnAlloc, Zos_Malloc);
     EXPECT_EQ(pmem->ucLocked + pmem->ucShrink + pmem->ucLogErr, 3);
-    EXPECT_EQ(m_astZosCfgMemBktInfoGrp[8].uiSize, 5120u);
-    EXPECT_EQ(m_astZosPrintBktInfoGrp[6].uiSize, 8192u);
+}
+
+// The four bucket tables, row by row (size, initial count, growth count):
+// they set how much memory the layer takes at start-up and as it grows.
+TEST(CfgTables, BucketTablesHoldTheirPublishedRows) {
+    const auto rows = [](const ST_ZOS_BKT_INFO *t, size_t n) {
+        std::string out;
+        for (size_t i = 0; i < n; ++i) {
+            out += (i != 0 ? ", (" : "(") + std::to_string(t[i].uiSize) + ", " +
+                   std::to_string(t[i].uiInitCnt) + ", " + std::to_string(t[i].uiIncCnt) + ")";
+        }
+        return out;
+    };
+    EXPECT_EQ(rows(m_astZosCfgMemBktInfoGrp, 13),
+              "(32, 0, 64), (64, 0, 32), (128, 0, 16), (256, 0, 8), (512, 0, 4), (1024, 0, 4), "
+              "(2048, 0, 4), (4096, 0, 2), (5120, 0, 2), (8192, 0, 1), (16384, 0, 1), "
+              "(32768, 0, 1), (65536, 0, 1)");
+    EXPECT_EQ(rows(m_astZosCfgDbufBktInfoGrp, 12),
+              "(36, 10, 4), (128, 0, 2), (256, 0, 4), (512, 0, 4), (1024, 0, 4), (2048, 0, 2), "
+              "(4096, 0, 2), (5120, 0, 2), (8192, 0, 1), (16384, 0, 1), (32768, 0, 1), "
+              "(65536, 0, 1)");
+    EXPECT_EQ(rows(m_astZosCfgPMemBktInfoGrp, 9),
+              "(256, 0, 2), (512, 0, 4), (1024, 0, 4), (2048, 0, 2), (4096, 0, 2), (8192, 0, 1), "
+              "(16384, 0, 1), (32768, 0, 1), (65536, 0, 1)");
+    EXPECT_EQ(rows(m_astZosPrintBktInfoGrp, 7),
+              "(32, 0, 2), (64, 0, 2), (128, 0, 2), (256, 0, 2), (1024, 0, 2), (4096, 0, 2), "
+              "(8192, 0, 1)");
 }
 
 TEST_F(Cfg, SettersStoreAndStartUpBeginsFromDefaultsAgain) {
