@@ -233,8 +233,12 @@ TEST(SysFrame, ComponentTableRules) {
     void *rec = reinterpret_cast<void *>(1);
     EXPECT_EQ(Zos_SysEnvAttach(252, 16, &rec), ZFAILED);
     EXPECT_EQ(rec, nullptr);
+    // A failed look-up clears what the caller passed; a missing place for
+    // the answer is no fault.
+    rec = reinterpret_cast<void *>(1);
     EXPECT_EQ(Zos_SysEnvLocateNew(9, &rec), ZFAILED);  // empty slot
     EXPECT_EQ(rec, nullptr);
+    EXPECT_EQ(Zos_SysEnvLocateNew(9, nullptr) | Zos_SysEnvLocate(9, nullptr), ZFAILED);
 
     ASSERT_EQ(Zos_SysEnvAttach(9, 16, &rec), ZOK);
     ASSERT_NE(rec, nullptr);
@@ -246,6 +250,7 @@ TEST(SysFrame, ComponentTableRules) {
     EXPECT_EQ(found, rec);
     EXPECT_EQ(Zos_SysEnvDetach(9), ZOK);
     EXPECT_EQ(Zos_SysEnvLocate(9, &found), ZFAILED);
+    EXPECT_EQ(found, nullptr);
 
     // A release function runs on detach.
     void *cfg = nullptr;
