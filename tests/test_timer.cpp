@@ -241,7 +241,19 @@ TEST_F(QTimerTest, DeadQueueIsRefused) {
     EXPECT_EQ(Zos_QTimerTmrCreate(dead, 0, 0, &id) + Zos_QTimerTmrStart(dead, 0, 0, 1, 0, Record) +
                   Zos_QTimerProcess(dead) + Zos_QTimerDelete(dead),
               4 * ZFAILED);
-    EXPECT_EQ(Zos_QTimerTmrGetDrvLen(dead), ZOS_TIMER_DRV_MAX_MS);
+    // Every timer call on a deleted queue, or on none, is refused.
+    for (ZQTIMER q : {dead, static_cast<ZQTIMER>(nullptr)}) {
+        uint32_t remain = 1, len = 1, running = 1;
+        EXPECT_EQ(Zos_QTimerTmrCreateX(q, 0, 0, 0, 0, Record, &id) + Zos_QTimerTmrDelete(q, 0) +
+                      Zos_QTimerTmrInsert(q, 0) + Zos_QTimerTmrStartX(q, 0, 1) +
+                      Zos_QTimerOsTmrStartX(q, 0, 1) + Zos_QTimerTmrStop(q, 0) +
+                      Zos_QTimerTmrGetStatus(q, 0, &remain, &len) +
+                      Zos_QTimerTmrGetCount(q, &running, nullptr, nullptr),
+                  8 * ZFAILED);
+        EXPECT_EQ(remain + len, 0u);
+        EXPECT_EQ(Zos_QTimerTmrGetState(q, 0), ZOS_TIMER_STATE_FREE);
+        EXPECT_EQ(Zos_QTimerTmrGetDrvLen(q), ZOS_TIMER_DRV_MAX_MS);
+    }
 }
 
 // ---------------------------------------------------------------------
