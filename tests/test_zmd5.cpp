@@ -66,6 +66,16 @@ TEST(Zmd5, BlockFunctionAndWordConversion) {
     Zmd5_Decode(words, d, 16);
     EXPECT_EQ(std::memcmp(words, state, sizeof(words)), 0);
     EXPECT_EQ(words[0], 0xd98c1dd4u);
+    // A missing state, block or buffer is refused, and nothing is written.
+    Zmd5_Transform(nullptr, block);
+    Zmd5_Transform(state, nullptr);
+    Zmd5_Encode(nullptr, state, 16);
+    Zmd5_Encode(d, nullptr, 16);
+    Zmd5_Decode(nullptr, d, 16);
+    Zmd5_Decode(words, nullptr, 16);
+    Zmd5_Encode(d, state, 16);
+    EXPECT_EQ(ctest::ToHex(d, 16), "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_EQ(std::memcmp(words, state, sizeof(words)), 0);
 }
 
 TEST(Zmd5, TextFormsAndSizeRule) {
