@@ -5,8 +5,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,10 +16,7 @@ namespace {
 // Whether the kernel has thread `tid` of this process asleep (state S in
 // its stat line, after the name in brackets).
 bool Sleeping(long tid) {
-    std::ifstream in("/proc/self/task/" + std::to_string(tid) + "/stat");
-    std::stringstream text;
-    text << in.rdbuf();
-    const std::string line = text.str();
+    const std::string line = ktest::ReadFile("/proc/self/task/" + std::to_string(tid) + "/stat");
     const size_t name = line.rfind(')');
     return name != std::string::npos && name + 2 < line.size() && line[name + 2] == 'S';
 }

@@ -57,6 +57,13 @@ bool Armed() {
     return armed;
 }
 
+// Armed, or started at t0 at least `expiry` ago: a look that comes that
+// late on a busy machine may find the timer already run.
+bool ArmedUnlessExpired(Clock::time_point t0, std::chrono::milliseconds expiry) {
+    const bool armed = Armed();
+    return armed || Clock::now() - t0 >= expiry;
+}
+
 // The firing is recorded before the manager arms the Java timer again:
 // waits (a bounded time) for that re-arm.
 bool ArmedSoon() {
@@ -294,12 +301,7 @@ TEST_F(JvmOsTimer, ManagerArmsJavaAndFiresThroughActive) {
     ASSERT_EQ(Zos_TimerOsCreate(ZOS_INVALID_ID, 0, &a), ZOK);
     const auto t0 = Clock::now();
     ASSERT_EQ(Zos_TimerOsStart(a, 0, 60, 0, OsRecord), ZOK);
-    // Armed until the expiry, 50 ms away at the least; a look that comes
-    // later on a busy machine may find it already run.
-    const bool armed = Armed();
-    if (Clock::now() - t0 < std::chrono::milliseconds(50)) {
-        EXPECT_TRUE(armed);
-    }
+    EXPECT_TRUE(ArmedUnlessExpired(t0, std::chrono::milliseconds(50)));  // 50 ms at the least
     ASSERT_TRUE(WaitOsFired(1, 5000));
     EXPECT_GE(Clock::now() - t0, std::chrono::milliseconds(50));  // 6 ticks of 10 ms
     std::lock_guard<std::mutex> lock(g_osMutex);
@@ -345,10 +347,8 @@ TEST_F(JvmOsTimer, ASoonerTimerStopsAndReArmsTheJavaTimer) {
     ASSERT_EQ(Zos_TimerOsStart(b, 0, 30, 0, OsRecord), ZOK);
     ASSERT_EQ(g_armedAfterStop.size(), 1u);
     EXPECT_FALSE(g_armedAfterStop[0]) << "the stop cancelled the Java timer";
-    const bool armed = Armed();  // until the expiry, 20 ms away at the least
-    if (Clock::now() - t0 < std::chrono::milliseconds(20)) {
-        EXPECT_TRUE(armed) << "and the start armed it again";
-    }
+    EXPECT_TRUE(ArmedUnlessExpired(t0, std::chrono::milliseconds(20)))
+        << "and the start armed it again";
     ASSERT_TRUE(WaitOsFired(1, 3000));
     EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(3000));
     {
