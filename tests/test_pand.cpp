@@ -75,7 +75,8 @@ TEST(Pand, DelayKeepsItsSchedulingAllowance) {
 }
 
 TEST(Pand, PriorityLevelsMapOntoThePolicyRange) {
-    for (auto [level, want] : {std::pair{1, 99}, {2, 75}, {4, 50}, {6, 25}, {8, 2}}) {
+    // Levels below 5 lie above the middle, 5 and those after it below.
+    for (auto [level, want] : {std::pair{1, 99}, {2, 75}, {4, 50}, {5, 25}, {6, 25}, {8, 2}}) {
         EXPECT_EQ(Zpand_TaskMapPriority(level, 1, 99), want) << level;
     }
     // A range that runs downwards moves the other way.
