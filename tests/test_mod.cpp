@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -738,10 +740,12 @@ TEST_F(ZosTest, PerformCallsRealPrototypesWithEveryArgumentKind) {
     ASSERT_EQ(Zos_ModPerformX(t, Fn(Odd64), "%u %lld %u %llu", 7u, -2LL, 9u, 0xFEDCBA9876543210ULL),
               ZOK);
     EXPECT_EQ(g_call, "7,-2,9," + std::to_string(0xFEDCBA9876543210ULL));
-    ASSERT_EQ(Zos_ModPerformX(t, Fn(WithMem), "%*s %ld %lu %zu %hhu %hd", "memory", 3u, -9L, 10UL,
-                              size_t{11}, 255u, -300),
+    // The long and size kinds keep every bit of their word-sized values.
+    ASSERT_EQ(Zos_ModPerformX(t, Fn(WithMem), "%*s %ld %lu %zu %hhu %hd", "memory", 3u, LONG_MIN,
+                              ULONG_MAX, SIZE_MAX, 255u, -300),
               ZOK);
-    EXPECT_EQ(g_call, "mem,-9,10,11,255,-300");
+    EXPECT_EQ(g_call, "mem," + std::to_string(LONG_MIN) + "," + std::to_string(ULONG_MAX) + "," +
+                          std::to_string(SIZE_MAX) + ",255,-300");
     // The narrow kinds pass their value cut to size, as the words show.
     ASSERT_EQ(Zos_ModPerformX(t, WordsFn(std::make_index_sequence<4>()), "%hhu %hu %hhd %hd",
                               0x1FFu, 0x1FFFFu, 0x180, 0x18000),
