@@ -724,6 +724,24 @@ TEST_F(ZosTest, FullModuleTableRefusesWithItsLine) {
     }
 }
 
+// A task without a name is called after its record's place in the table;
+// a released record keeps its place for the next task that takes it.
+TEST_F(ZosTest, UnnamedTasksAreNamedAfterTheirRecord) {
+    const uint32_t a = Zos_ModGetTask(nullptr, 3), b = Zos_ModGetTask("", 3);
+    ASSERT_NE(a, ZOS_INVALID_ID);
+    ASSERT_NE(b, ZOS_INVALID_ID);
+    const std::string nameA = Zos_TaskGetName(a), nameB = Zos_TaskGetName(b);
+    ASSERT_TRUE(nameA.size() == 6 && nameA.rfind("TASK", 0) == 0) << nameA;
+    ASSERT_TRUE(nameB.size() == 6 && nameB.rfind("TASK", 0) == 0) << nameB;
+    EXPECT_EQ(std::stoi(nameB.substr(4)), std::stoi(nameA.substr(4)) + 1) << nameA << " " << nameB;
+    EXPECT_TRUE(ktest::LoggedContains("task<" + nameA + ":" + std::to_string(a) + "> alloc ok."));
+    ASSERT_EQ(Zos_ModPutTask(a), ZOK);
+    const uint32_t c = Zos_ModGetTask(nullptr, 3);
+    ASSERT_NE(c, ZOS_INVALID_ID);
+    EXPECT_EQ(Zos_TaskGetName(c), nameA);
+    EXPECT_EQ(Zos_ModPutTask(b) + Zos_ModPutTask(c), 2 * ZOK);
+}
+
 // ---- performs and the word layout ---------------------------------------------
 
 TEST_F(ZosTest, PerformCallsRealPrototypesWithEveryArgumentKind) {
