@@ -614,6 +614,25 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
     for (int i = 0; i < 5; ++i) Zos_MsgSendX(own, parked, 1, 0, "x", 1);
 }
 
+// A cease tells a threaded task's loop to stop and does not wait for it:
+// the task reads "wait delete" at once (its loop is held in the exit
+// callback here), and its thread releases the record once the loop ends.
+TEST_F(ZosTest, CeaseMarksAThreadedTaskStoppingAndLeavesTheRestToItsThread) {
+    static std::atomic<bool> release{false};
+    release = false;
+    uint32_t id = ZOS_INVALID_ID;
+    ASSERT_EQ(
+        Zos_ModTaskStart(
+            "CEASED", 3, 0, 0, 0, nullptr,
+            [](const char *, uint32_t) { Eventually([] { return release.load(); }); }, Record, &id),
+        ZOK);
+    ASSERT_EQ(Zos_ModTaskCease(id), ZOK);
+    EXPECT_TRUE(ktest::LoggedContains("task<CEASED:" + std::to_string(id) + "> module cease ok."));
+    EXPECT_EQ(Zos_TaskGetState(id), ZOS_TASK_WAIT_DELETE);
+    release = true;
+    EXPECT_TRUE(Eventually([id] { return Zos_TaskGetState(id) == ZOS_TASK_FREE; }));
+}
+
 // The state setters write only the task's state word, which the task
 // reports back; an unknown id is refused.
 TEST_F(ZosTest, StateSettersWriteTheStateTheTaskReports) {
