@@ -177,11 +177,16 @@ TEST_F(EvntTest, MemoryAndElementDataCopyOrBorrow) {
     ASSERT_EQ(Zos_EParmSetElemDbuf(evt_, db), ZOK);  // the same one again: no release
     EXPECT_EQ(Zos_DbufRefCnt(db), 2u);
     // Another buffer in its place releases the slot's reference to it.
-    ASSERT_EQ(Zos_EParmSetElemDbuf(evt_, Zos_DbufCreate(nullptr, 1, 64)), ZOK);
+    ZDBUF other = Zos_DbufCreate(nullptr, 1, 64);
+    ASSERT_EQ(Zos_EParmSetElemDbuf(evt_, other), ZOK);
     EXPECT_EQ(Zos_DbufRefCnt(db), 1u);
+    // The event's end releases the slot's reference: of two, one is left.
+    ASSERT_EQ(Zos_DbufClone(other), other);
     Zos_EvntDelete(evt_);
     evt_ = nullptr;
+    EXPECT_EQ(Zos_DbufRefCnt(other), 1u);
     EXPECT_EQ(Zos_DbufRefCnt(db), 1u);
+    Zos_DbufDelete(other);
     Zos_DbufDelete(db);
 }
 
