@@ -65,10 +65,16 @@ void OnExit(const char *name, uint32_t) {
     g_exits.push_back(name);
 }
 
-uint32_t Start(const char *name, uint32_t pri, bool host, PFN_ZOS_MOD_ENTRY entry = Record) {
+uint32_t Start(const char *name, uint32_t pri, bool host, PFN_ZOS_MOD_ENTRY entry = Record,
+               PFN_ZOS_TASK_EXIT onExit = OnExit) {
     uint32_t id = ZOS_INVALID_ID;
-    EXPECT_EQ(Zos_ModTaskStart(name, pri, 0, 0, host ? 1 : 0, nullptr, OnExit, entry, &id), ZOK);
+    EXPECT_EQ(Zos_ModTaskStart(name, pri, 0, 0, host ? 1 : 0, nullptr, onExit, entry, &id), ZOK);
     return id;
+}
+
+// The "task<NAME:ID>" that begins the module's lines about a task.
+std::string Tag(const std::string &name, uint32_t id) {
+    return "task<" + name + ":" + std::to_string(id) + ">";
 }
 
 void Deferred(uintptr_t arg, void *data, uint32_t len) {
@@ -325,7 +331,7 @@ TEST_F(ModHost, HostTasksStopAndStatistics) {
     EXPECT_NE(ktest::Printed().find("ready   3   2      3"), std::string::npos) << ktest::Printed();
     EXPECT_EQ(Zos_ModTaskPause(a, 0), ZOK);  // no thread: nothing to pause
     EXPECT_EQ(Zos_TaskDelete(a), ZOK);       // a module task: the module stop
-    EXPECT_TRUE(ktest::LoggedContains("task<STOP_ME:" + std::to_string(a) + "> module stop ok."));
+    EXPECT_TRUE(ktest::LoggedContains(Tag("STOP_ME", a) + " module stop ok."));
     EXPECT_EQ(g_exits, std::vector<std::string>{"STOP_ME"});
     Zos_ModDriveMsg();  // its messages are dropped, not handled
     Zos_ModDriveMsg();
@@ -543,18 +549,11 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
     // OWN's exit callback, on its loop's thread, holds the loop until the
     // stopper has logged the task's state: the record cannot be released
     // first, so the state line is always written.
-    uint32_t own = ZOS_INVALID_ID;
-    ASSERT_EQ(Zos_ModTaskStart(
-                  "OWN", 3, 0, 0, 0, nullptr,
-                  [](const char *name, uint32_t id) {
-                      Eventually([id] {
-                          return ktest::LoggedContains("task<OWN:" + std::to_string(id) +
-                                                       "> module state is");
-                      });
-                      OnExit(name, id);
-                  },
-                  Record, &own),
-              ZOK);
+    const uint32_t own = Start("OWN", 3, false, Record, [](const char *name, uint32_t id) {
+        Eventually([id] { return ktest::LoggedContains(Tag("OWN", id) + " module state is"); });
+        OnExit(name, id);
+    });
+    ASSERT_NE(own, ZOS_INVALID_ID);
     const uint32_t shared = Start("SHARED", 3, true);  // drained by MOD_MGR
     for (uint32_t t = 1; t <= 3; ++t) {
         ASSERT_EQ(Zos_MsgSendX(own, own, t, 0, nullptr, 0), ZOK);
@@ -581,9 +580,9 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
     EXPECT_EQ(Zos_ModTaskStart("NO_ENTRY", 3, 0, 0, 0, nullptr, nullptr, nullptr, &dup), ZFAILED);
     EXPECT_EQ(dup, ZOS_INVALID_ID);
     EXPECT_EQ(Zos_TaskGetTaskId("NO_ENTRY"), ZOS_INVALID_ID);
-    EXPECT_TRUE(ktest::LoggedContains("task<OWN:" + std::to_string(own) + "> already exist."));
+    const std::string tag = Tag("OWN", own);
+    EXPECT_TRUE(ktest::LoggedContains(tag + " already exist."));
     EXPECT_EQ(Zos_ModTaskStop(own), ZOK);
-    const std::string tag = "task<OWN:" + std::to_string(own) + ">";
     EXPECT_TRUE(ktest::LoggedContains(tag + " module state is 2."));
     EXPECT_TRUE(ktest::LoggedContains(tag + " module stop ok."));
     // The loop writes its line after it marks the task deleted, which is
@@ -620,14 +619,12 @@ TEST_F(ZosTest, ThreadedTasksAndManagerTask) {
 TEST_F(ZosTest, CeaseMarksAThreadedTaskStoppingAndLeavesTheRestToItsThread) {
     static std::atomic<bool> release{false};
     release = false;
-    uint32_t id = ZOS_INVALID_ID;
-    ASSERT_EQ(
-        Zos_ModTaskStart(
-            "CEASED", 3, 0, 0, 0, nullptr,
-            [](const char *, uint32_t) { Eventually([] { return release.load(); }); }, Record, &id),
-        ZOK);
+    const uint32_t id = Start("CEASED", 3, false, Record, [](const char *, uint32_t) {
+        Eventually([] { return release.load(); });
+    });
+    ASSERT_NE(id, ZOS_INVALID_ID);
     ASSERT_EQ(Zos_ModTaskCease(id), ZOK);
-    EXPECT_TRUE(ktest::LoggedContains("task<CEASED:" + std::to_string(id) + "> module cease ok."));
+    EXPECT_TRUE(ktest::LoggedContains(Tag("CEASED", id) + " module cease ok."));
     EXPECT_EQ(Zos_TaskGetState(id), ZOS_TASK_WAIT_DELETE);
     release = true;
     EXPECT_TRUE(Eventually([id] { return Zos_TaskGetState(id) == ZOS_TASK_FREE; }));
@@ -750,10 +747,10 @@ TEST_F(ZosTest, UnnamedTasksAreNamedAfterTheirRecord) {
     ASSERT_NE(a, ZOS_INVALID_ID);
     ASSERT_NE(b, ZOS_INVALID_ID);
     const std::string nameA = Zos_TaskGetName(a), nameB = Zos_TaskGetName(b);
-    ASSERT_TRUE(nameA.size() == 6 && nameA.rfind("TASK", 0) == 0) << nameA;
-    ASSERT_TRUE(nameB.size() == 6 && nameB.rfind("TASK", 0) == 0) << nameB;
+    for (const std::string &n : {nameA, nameB})
+        ASSERT_TRUE(n.size() == 6 && n.rfind("TASK", 0) == 0) << n;
     EXPECT_EQ(std::stoi(nameB.substr(4)), std::stoi(nameA.substr(4)) + 1) << nameA << " " << nameB;
-    EXPECT_TRUE(ktest::LoggedContains("task<" + nameA + ":" + std::to_string(a) + "> alloc ok."));
+    EXPECT_TRUE(ktest::LoggedContains(Tag(nameA, a) + " alloc ok."));
     ASSERT_EQ(Zos_ModPutTask(a), ZOK);
     const uint32_t c = Zos_ModGetTask(nullptr, 3);
     ASSERT_NE(c, ZOS_INVALID_ID);
